@@ -1,0 +1,41 @@
+#pragma once
+// "Computerlist" (every server of the server list with its monitored marker), "Computers" (the
+// monitored servers) and "Interval".
+#include <QString>
+#include <QStringList>
+#include <vector>
+
+namespace velmora::platform { class TextFiles; }
+
+namespace velmora::core {
+
+struct ServerListLine {
+    QString name;
+    bool monitored = false;
+    bool operator==(const ServerListLine&) const = default;
+};
+
+// A line is a monitored entry when its last nine characters are exactly "monitored"; the name is
+// then the text before the first TAB. Any other line is a server name as it stands.
+ServerListLine parseServerListLine(const QString& line);
+QString serverListLineText(const ServerListLine& entry);
+
+// Reads "Computerlist"; a missing or unreadable file gives an empty list.
+std::vector<ServerListLine> readServerList(platform::TextFiles& files, const QString& path);
+bool writeServerList(platform::TextFiles& files, const QString& path, const std::vector<ServerListLine>& entries);
+
+// Reads "Computers": one server name a line; missing gives an empty list.
+QStringList readMonitoredServers(platform::TextFiles& files, const QString& path);
+
+// The first line of "Interval" (also when it has no line end), or an empty text.
+QString readIntervalText(platform::TextFiles& files, const QString& path);
+
+struct SmtpSettings {
+    QString server;
+    qint16 port = 0;
+    QString sender;
+};
+// The three lines of "SMTPServer"; a port that is not a 16-bit number reads as 0.
+SmtpSettings readSmtpSettings(platform::TextFiles& files, const QString& path);
+
+} // namespace velmora::core

@@ -1,0 +1,29 @@
+#pragma once
+// ICMP echo ("ping"). Both calls block and may be made from any thread.
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+#include <vector>
+
+namespace velmora::platform {
+
+class Icmp {
+public:
+    virtual ~Icmp() = default;
+    // The dotted IPv4 address a name resolves to (a dotted address resolves to itself), or an
+    // empty text when it does not resolve.
+    virtual QString resolve(const QString& name) = 0;
+    // Sends one echo request carrying data to every address at once and waits up to timeoutMs
+    // for the replies. Returns one status per address, in the same order:
+    //   0      a reply came
+    //   -1     the address is not a dotted IPv4 address (an empty text included)
+    //   11002  destination net unreachable      11003  destination host unreachable
+    //   11004  destination protocol unreachable 11005  destination port unreachable
+    //   11010  no reply within the time-out     11013  TTL expired in transit
+    //   11050  general failure (the request could not be sent)
+    // When no ICMP socket can be opened at all every status is 0, as the classic ICMP service
+    // reported for a handle it could not open.
+    virtual std::vector<int> echo(const QStringList& addresses, const QByteArray& data, int timeoutMs) = 0;
+};
+
+} // namespace velmora::platform

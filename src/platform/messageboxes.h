@@ -1,0 +1,20 @@
+#pragma once
+// Modal message boxes, all titled "Velmora".
+#include <QString>
+
+class QWidget;
+
+namespace velmora::platform {
+
+enum class MsgIcon { Critical, Question, Exclamation, Information };
+enum class MsgButtons { Ok, OkCancel, YesNo, YesNoCancel };
+enum class MsgAnswer { Ok, Cancel, Yes, No };
+
+class MessageBoxes {
+public:
+    virtual ~MessageBoxes() = default;
+    // Shows the box and returns the button the user chose; blocks the caller (not the event loop).
+    virtual MsgAnswer show(const QString& text, MsgIcon icon, MsgButtons buttons = MsgButtons::Ok) = 0;
+};
+
+} // namespace velmora::platform

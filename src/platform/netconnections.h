@@ -1,0 +1,28 @@
+#pragma once
+// Authenticated connections to servers. On Linux a connection is a shared ssh control
+// connection (ssh -M) that the remote service backend reuses; it is cancelled by closing it.
+#include <QObject>
+#include <QString>
+#include <functional>
+
+namespace velmora::platform {
+
+class NetConnections {
+public:
+    virtual ~NetConnections() = default;
+    // Opens the connection as user (empty: the login user) with password (empty: keys or the
+    // agent). done(code) runs on the user-interface thread with one of:
+    //   0     connected
+    //   53    the network path was not found (name does not resolve, host does not answer,
+    //         connection refused)
+    //   1219  a connection with other credentials exists
+    //   1326  logon failure (user name or password wrong)
+    //   1231  the network location cannot be reached
+    //   2     ssh is not installed
+    virtual void add(QObject* context, const QString& server, const QString& user,
+                     const QString& password, std::function<void(int code)> done) = 0;
+    // Closes the connection; nothing is reported.
+    virtual void cancel(const QString& server) = 0;
+};
+
+} // namespace velmora::platform

@@ -1,0 +1,29 @@
+#pragma once
+// The bundle of platform services handed to the windows and modules that need them.
+#include "platform/clock.h"
+#include "platform/desktop.h"
+#include "platform/icmp.h"
+#include "platform/messageboxes.h"
+#include "platform/netconnections.h"
+#include "platform/system.h"
+#include "platform/textfiles.h"
+#include "platform/worker.h"
+
+namespace velmora::platform {
+
+struct Platform {
+    TextFiles* files = nullptr;
+    MessageBoxes* boxes = nullptr;
+    Clock* clock = nullptr;
+    SystemInfo* system = nullptr;
+    SingleInstance* instance = nullptr;
+    Application* app = nullptr;
+    Icmp* icmp = nullptr;
+    Worker* worker = nullptr;
+    NetConnections* net = nullptr;
+    TrayIcon* tray = nullptr;
+    Sound* sound = nullptr;
+    ComputerChooser* chooser = nullptr;
+};
+
+} // namespace velmora::platform

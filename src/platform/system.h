@@ -1,0 +1,45 @@
+#pragma once
+// Facts about this computer and this process.
+#include <QString>
+#include <functional>
+
+namespace velmora::platform {
+
+class SystemInfo {
+public:
+    virtual ~SystemInfo() = default;
+    // Platform family as the classic version query reports it: 0 unidentified, 1 the
+    // Windows 95/98 family, 2 the NT family. Linux counts as 2: it has a service manager.
+    virtual int platformId() = 0;
+    // This computer's name (the host name, without domain).
+    virtual QString computerName() = 0;
+    // The folder of the program file.
+    virtual QString programFolder() = 0;
+    // Whether a folder can be written by this user.
+    virtual bool folderWritable(const QString& folder) = 0;
+    // The per-user application data folder, used when the program's folder is read-only.
+    virtual QString userDataFolder() = 0;
+};
+
+// Only one copy of the program runs per user.
+class SingleInstance {
+public:
+    virtual ~SingleInstance() = default;
+    // True when another copy already runs. Otherwise this copy becomes the one that others find,
+    // and onShowRequest runs (on the user-interface thread) whenever a later copy asks it to show
+    // its window.
+    virtual bool otherInstanceRunning(std::function<void()> onShowRequest) = 0;
+    // Asks the running copy to show and restore its window.
+    virtual void activateOther() = 0;
+};
+
+// Ending the process.
+class Application {
+public:
+    virtual ~Application() = default;
+    // Ends the program at once with the given exit code; no window handler runs after it.
+    virtual void end(int code) = 0;
+    virtual bool ended() const = 0;
+};
+
+} // namespace velmora::platform
