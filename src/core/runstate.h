@@ -1,0 +1,50 @@
+#pragma once
+// The state shared by the windows and modules for the whole run. The main window owns the one
+// instance and hands it to every module that needs it.
+#include "core/settings.h"
+#include "platform/platform.h"
+
+#include <QDateTime>
+#include <QString>
+
+namespace velmora::core {
+
+struct RunState {
+    platform::Platform platform;
+
+    // Data folder (also shown in the main window's hidden field Text7).
+    QString datafolder;
+    SettingsRecord settings;
+
+    QString localcomputer; // this computer's name
+    QString currentserver; // the server in Text1, upper case
+
+    // Mail settings from "SMTPServer" and "MailProfile".
+    QString smtpserver;
+    qint16 smtpport = 0;
+    QString smtpsender;
+    QString mailprofile;
+    bool usesmtp = true;
+
+    QString checkinterval; // minutes, as text
+
+    // Result of the last ping.
+    QString pingaddress;
+    QString pingresult;
+
+    // Check-cycle state.
+    QString currentservice;
+    QString currentstate;
+    QString lasterror;
+    bool serverreachable = false;
+    bool checknowactive = false;
+    QDateTime nextscan;
+
+    // Results of the alert actions, never cleared.
+    QString restartresult, programresult, alertresult, netsendresult, soundresult;
+
+    // data folder + separator + name
+    QString file(const QString& name) const;
+};
+
+} // namespace velmora::core
