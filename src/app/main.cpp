@@ -1,7 +1,12 @@
 #include "platform/linux/linuxplatform.h"
+#include "shell/icons.h"
 #include "shell/mainwindow.h"
 
 #include <QApplication>
+#include <QGuiApplication>
+#include <QPixmap>
+#include <QScreen>
+#include <QTimer>
 
 int main(int argc, char** argv)
 {
@@ -9,10 +14,26 @@ int main(int argc, char** argv)
     QApplication::setApplicationName(QStringLiteral("velmora"));
     QApplication::setOrganizationName(QStringLiteral("velmora"));
     QApplication::setQuitOnLastWindowClosed(false);
+    QApplication::setWindowIcon(velmora::shell::programIcon());
 
     velmora::platform::LinuxPlatform backends;
     auto platform = backends.platform();
     velmora::shell::MainWindow window(platform);
+
+    // scripts/run --screenshot: once the server list shows its icons, save the screen and leave
+    // the way "Exit" does, without writing any file.
+    const QString screenshot = qEnvironmentVariable("VELMORA_SCREENSHOT");
+    if (!screenshot.isEmpty()) {
+        QObject::connect(&window, &velmora::shell::MainWindow::serverListReady, &window, [&] {
+            QTimer::singleShot(800, &window, [&] {
+                const QRect area = window.frameGeometry();
+                QScreen* screen = QGuiApplication::primaryScreen();
+                screen->grabWindow(0, area.x(), area.y(), area.width(), area.height()).save(screenshot, "PNG");
+                window.menuExit();
+            });
+        });
+    }
+
     window.load();
     if (platform.app->ended())
         return 0;

@@ -1,0 +1,91 @@
+#include "monitoring/reachability.h"
+
+#include <QHash>
+#include <QRegularExpression>
+#include <QThreadPool>
+#include <QtConcurrent/QtConcurrentMap>
+
+namespace velmora::monitoring {
+
+QString pingStatusText(int code)
+{
+    static const QHash<int, QString> texts = {
+        {-1, QStringLiteral("inet_addr: bad IP format")},
+        {0, QStringLiteral("ip success")},
+        {500, QStringLiteral("ping timeout")},
+        {11001, QStringLiteral("ip buf too_small")},
+        {11002, QStringLiteral("ip dest net unreachable")},
+        {11003, QStringLiteral("ip dest host unreachable")},
+        {11004, QStringLiteral("ip dest prot unreachable")},
+        {11005, QStringLiteral("ip dest port unreachable")},
+        {11006, QStringLiteral("ip no resources")},
+        {11007, QStringLiteral("ip bad option")},
+        {11008, QStringLiteral("ip hw_error")},
+        {11009, QStringLiteral("ip packet too_big")},
+        {11010, QStringLiteral("ip req timed out")},
+        {11011, QStringLiteral("ip bad req")},
+        {11012, QStringLiteral("ip bad route")},
+        {11013, QStringLiteral("ip ttl expired transit")},
+        {11014, QStringLiteral("ip ttl expired reassem")},
+        {11015, QStringLiteral("ip param_problem")},
+        {11016, QStringLiteral("ip source quench")},
+        {11017, QStringLiteral("ip option too_big")},
+        {11018, QStringLiteral("ip bad destination")},
+        {11019, QStringLiteral("ip addr deleted")},
+        {11020, QStringLiteral("ip spec mtu change")},
+        {11021, QStringLiteral("ip mtu_change")},
+        {11022, QStringLiteral("ip unload")},
+        {11023, QStringLiteral("ip addr added")},
+        {11050, QStringLiteral("ip general failure")},
+        {11255, QStringLiteral("ip pending")},
+    };
+    return texts.value(code, QStringLiteral("unknown  msg returned"));
+}
+
+QString pingResultText(int code)
+{
+    return QString::number(code) + QStringLiteral("   [ ") + pingStatusText(code) + QStringLiteral(" ]");
+}
+
+Reachability::Reachability(platform::Icmp& icmp, platform::Worker& worker, QObject* parent)
+    : QObject(parent), icmp_(icmp), worker_(worker)
+{
+}
+
+std::vector<PingOutcome> Reachability::pingNow(platform::Icmp& icmp, const QStringList& names)
+{
+    // Names are resolved side by side: one slow name server must not hold up the whole batch.
+    static QThreadPool resolverPool;
+    resolverPool.setMaxThreadCount(64);
+    static const QRegularExpression dotted(QStringLiteral("^\\d{1,3}(\\.\\d{1,3}){3}$"));
+    QStringList addresses;
+    bool allDotted = true;
+    for (const QString& n : names)
+        allDotted = allDotted && dotted.match(n).hasMatch();
+    if (allDotted || names.size() < 2) {
+        for (const QString& n : names)
+            addresses << icmp.resolve(n);
+    } else {
+        addresses = QtConcurrent::blockingMapped<QStringList>(&resolverPool, names,
+                                                              [&icmp](const QString& n) { return icmp.resolve(n); });
+    }
+    const std::vector<int> codes = icmp.echo(addresses, echoData, timeoutMs);
+    std::vector<PingOutcome> out;
+    out.reserve(size_t(names.size()));
+    for (qsizetype i = 0; i < names.size(); ++i) {
+        const int code = size_t(i) < codes.size() ? codes[size_t(i)] : 11050;
+        out.push_back({addresses[i], pingResultText(code)});
+    }
+    return out;
+}
+
+void Reachability::pingAll(const QStringList& names, std::function<void(const std::vector<PingOutcome>&)> done)
+{
+    platform::Icmp* icmp = &icmp_;
+    worker_.run(this, [icmp, names, done = std::move(done)]() -> std::function<void()> {
+        auto outcomes = pingNow(*icmp, names);
+        return [outcomes = std::move(outcomes), done] { done(outcomes); };
+    });
+}
+
+} // namespace velmora::monitoring
