@@ -1,0 +1,424 @@
+#include "support/windowfixture.h"
+
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QPushButton>
+#include <QTest>
+#include <QTreeWidget>
+
+using namespace velmora;
+using platform::MsgIcon;
+using test::crlf;
+using test::WindowFixture;
+
+namespace {
+
+QStringList serverNames(const shell::MainWindow& w)
+{
+    QStringList out;
+    for (int i = 0; i < w.ListView2->topLevelItemCount(); ++i)
+        out << w.ListView2->topLevelItem(i)->text(0);
+    return out;
+}
+
+QList<int> serverIcons(const shell::MainWindow& w)
+{
+    QList<int> out;
+    for (int i = 0; i < w.ListView2->topLevelItemCount(); ++i)
+        out << shell::MainWindow::serverIcon(w.ListView2->topLevelItem(i));
+    return out;
+}
+
+void rightClick(QTreeWidget* view, QTreeWidgetItem* item)
+{
+    const QPoint pos = item ? view->visualItemRect(item).center() : QPoint(5, view->viewport()->height() - 5);
+    QTest::mousePress(view->viewport(), Qt::RightButton, {}, pos);
+}
+
+} // namespace
+
+class TestMainWindow : public QObject {
+    Q_OBJECT
+private slots:
+    void firstRunCreatesDefaultsAndCloseBoxWritesBothFiles()
+    {
+        WindowFixture f;
+        auto& w = f.start();
+        QCOMPARE(f.readBytes("Jobs.log"), QByteArray());
+        QVERIFY(f.fileExists("Jobs.log"));
+        QCOMPARE(f.readBytes("Interval"), QByteArray("30\r\n"));
+        QCOMPARE(w.ListView2->topLevelItemCount(), 0);
+        QCOMPARE(w.Text1->text(), QString());
+        QCOMPARE(w.Text7->text(), f.dir.path());
+        QCOMPARE(w.windowTitle(), QStringLiteral(" Velmora  Version 3.0     "));
+        QVERIFY(!w.Command9->isEnabled());
+        QVERIFY(!w.mnuChecknow->isEnabled());
+        QVERIFY(!w.Timer1->isEnabled());
+        QVERIFY(!w.Timer6->isEnabled());
+        QVERIFY(w.Timer9->isEnabled());
+        QCOMPARE(w.Timer5->interval(), 1000);
+        QVERIFY(w.Timer5->isEnabled());
+        QCOMPARE(w.state.checkinterval, QStringLiteral("30"));
+        QVERIFY(!f.fileExists("Computerlist"));
+
+        w.close();
+        QVERIFY(f.sim.app.ended());
+        QCOMPARE(f.readBytes("Computerlist"), QByteArray());
+        const QList<QByteArray> settings = f.readBytes("Settings").split('\n');
+        QCOMPARE(settings.size(), 21); // 20 lines and the empty rest after the last CR LF
+        QCOMPARE(settings.first(), QByteArray("True\r"));
+        QCOMPARE(settings[18], f.path("AutoExport.txt").toUtf8() + "\r");
+        QCOMPARE(settings[19], QByteArray("eof\r"));
+        QCOMPARE(f.sim.tray.shown(), false);
+        QCOMPARE(f.sim.sound.stops, 1);
+        QVERIFY(!w.Timer5->isEnabled());
+    }
+
+    void intervalWaitsOneSecondBeforeTheSchedulerStarts()
+    {
+        WindowFixture f;
+        f.writeFile("Interval", {"15", "garbage"});
+        QString seen;
+        shell::MainWindow w(f.sim.platform());
+        w.onCheckInterval = [&](const QString& i) { seen = i; };
+        w.load();
+        QCOMPARE(w.Timer5->interval(), 0);
+        QVERIFY(seen.isEmpty());
+        f.sim.clock.advance(999);
+        QVERIFY(seen.isEmpty());
+        f.sim.clock.advance(1);
+        QCOMPARE(seen, QStringLiteral("15"));
+        QCOMPARE(w.Timer5->interval(), 1000);
+    }
+
+    void serverListIsReadWithIconsAndMonitoredServersAreMigrated()
+    {
+        WindowFixture f;
+        f.writeFile("Computers", {"DC1", "FS2"});
+        // DC1's file has stray blank lines and no properties block.
+        f.writeFile("DC1", {"", "Spooler;Spooler;Alert;;;;;", ""});
+        f.sim.icmp.addComputer("DC1", "10.0.0.1", 0);
+        f.sim.icmp.addComputer("FS2", "10.0.0.2", 11010);
+        auto& w = f.start();
+
+        QCOMPARE(f.readBytes("Computerlist"), QByteArray("DC1\tmonitored\r\nFS2\tmonitored\r\n"));
+        QCOMPARE(serverNames(w), (QStringList{"DC1", "FS2"}));
+        QCOMPARE(serverIcons(w), (QList<int>{9, 10}));
+        QCOMPARE(w.Text1->text(), QStringLiteral("DC1"));
+        QCOMPARE(w.Combo1->count(), 2);
+        QCOMPARE(f.readBytes("DC1"),
+                 crlf({"Spooler;Spooler;Alert;;;;;", "[Properties:]", "[Servername / Alias:]", "",
+                       "[IP Address / Subnet:]", "", "[Role / Priority:]", "", "[Location / Department:]", "",
+                       "[Responsibles / Contact:]", "", "[Action list for monitoring staff]", "",
+                       "[Remarks / Comments:]", "", "[EOF]"}));
+        QVERIFY(!f.fileExists("FS2")); // only existing files are tidied
+        QCOMPARE(f.sim.icmp.last_data, QByteArray("HelloServer"));
+        // The last ping of the pass is what the shared result shows.
+        QCOMPARE(w.state.pingresult, QStringLiteral("11010   [ ip req timed out ]"));
+        QCOMPARE(w.state.pingaddress, QStringLiteral("10.0.0.2"));
+    }
+
+    void computerlistMarkerIsCaseSensitive()
+    {
+        WindowFixture f;
+        f.writeBytes("Computerlist", "SRV\tMonitored\r\nWEB\tmonitored\r\nLAST-WITHOUT-LINE-END");
+        f.sim.icmp.addComputer("WEB", "10.0.0.3", 0);
+        auto& w = f.start();
+        QCOMPARE(serverNames(w), (QStringList{"SRV\tMonitored", "WEB", "LAST-WITHOUT-LINE-END"}));
+        QCOMPARE(serverIcons(w), (QList<int>{8, 9, 8}));
+        // Nothing is monitored, so no server becomes current.
+        QCOMPARE(w.Text1->text(), QString());
+    }
+
+    void waysOutWriteExactlyTheirFiles_data()
+    {
+        QTest::addColumn<QString>("way");
+        QTest::addColumn<bool>("writesFiles");
+        QTest::addColumn<int>("soundStops");
+        QTest::newRow("close box") << "close" << true << 1;
+        QTest::newRow("Exit Program") << "Command4" << true << 1;
+        QTest::newRow("menu Exit") << "mnuExit" << false << 1;
+        QTest::newRow("tray Exit") << "mnuTrayExit" << false << 0;
+    }
+
+    void waysOutWriteExactlyTheirFiles()
+    {
+        QFETCH(QString, way);
+        QFETCH(bool, writesFiles);
+        QFETCH(int, soundStops);
+        WindowFixture f;
+        f.writeFile("Computerlist", {"OLD"});
+        f.sim.icmp.addComputer("OLD", "10.0.0.9", 0);
+        auto& w = f.start();
+        w.Command10->click(); // "&Local " adds this computer without writing the list
+        QCOMPARE(f.readBytes("Computerlist"), QByteArray("OLD\r\n"));
+        f.sim.tray.add();
+
+        if (way == "close")
+            w.close();
+        else if (way == "Command4")
+            w.Command4->click();
+        else if (way == "mnuExit")
+            w.mnuExit->trigger();
+        else
+            w.mnuTrayExit->trigger();
+
+        QVERIFY(f.sim.app.ended());
+        QVERIFY(!f.sim.tray.shown());
+        QCOMPARE(f.sim.sound.stops, soundStops);
+        QCOMPARE(f.fileExists("Settings"), writesFiles);
+        QCOMPARE(f.readBytes("Computerlist"), writesFiles ? QByteArray("OLD\r\nADMINPC\r\n") : QByteArray("OLD\r\n"));
+        if (writesFiles)
+            QCOMPARE(f.sim.net.cancelled, QStringList{"OLD"}); // never the local computer
+        for (platform::Timer* t : {w.Timer1, w.Timer2, w.Timer5, w.Timer6, w.Timer8, w.Timer9})
+            QVERIFY(!t->isEnabled());
+    }
+
+    void exitProgramStoresThePositionEvenWhenNotPositive()
+    {
+        WindowFixture f;
+        f.writeFile("Settings", {"False", "True", "5", "1", "True", "True", "True", "1", "2", "3", "4", "0", "0",
+                                 "7", "8", "False", "False", "1000", "x.txt", "eof"});
+        auto& w = f.start();
+        w.move(0, 0);
+        w.Command4->click();
+        const QList<QByteArray> lines = f.readBytes("Settings").split('\n');
+        QCOMPARE(lines[0], QByteArray("False\r"));
+        QCOMPARE(lines[7], QByteArray("1\r")); // the report's position is written back as read
+        QCOMPARE(lines[13], QByteArray("7\r"));
+        QCOMPARE(lines[11], QString::number(w.frameGeometry().left() * 15).toUtf8() + "\r");
+    }
+
+    void storedPositionMovesTheWindowUnlessZero()
+    {
+        WindowFixture f;
+        QStringList settings{"True", "True", "5", "1", "True", "True", "True", "", "", "", "", "1500", "3000",
+                             "", "", "False", "False", "1000", "x", "eof"};
+        f.writeFile("Settings", settings);
+        auto& w = f.start();
+        QCOMPARE(w.pos(), QPoint(100, 200));
+
+        WindowFixture g;
+        settings[11] = "0";
+        g.writeFile("Settings", settings);
+        auto& w2 = g.start();
+        QVERIFY(w2.pos() != QPoint(0, 200));
+    }
+
+    void unsuitableSystemOrSecondCopyEndsBeforeTouchingFiles_data()
+    {
+        QTest::addColumn<int>("platformId");
+        QTest::addColumn<bool>("otherRunning");
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<int>("icon");
+        QTest::newRow("Windows 95") << 1 << false << "This Program is designed for Windows NT/2000/XP only !         "
+                                    << int(MsgIcon::Exclamation);
+        QTest::newRow("unknown") << 0 << false << "This Program is designed for Windows NT/2000/XP only !         "
+                                 << int(MsgIcon::Exclamation);
+        QTest::newRow("second copy") << 2 << true << "Only one Instance allowed !         " << int(MsgIcon::Critical);
+    }
+
+    void unsuitableSystemOrSecondCopyEndsBeforeTouchingFiles()
+    {
+        QFETCH(int, platformId);
+        QFETCH(bool, otherRunning);
+        QFETCH(QString, message);
+        QFETCH(int, icon);
+        WindowFixture f;
+        f.sim.system.platform_id = platformId;
+        f.sim.instance.other_running = otherRunning;
+        f.writeFile("Computers", {"DC1"});
+        auto& w = f.start();
+        QVERIFY(f.sim.app.ended());
+        QCOMPARE(f.sim.boxes.texts(), QStringList{message});
+        QCOMPARE(int(f.sim.boxes.shown.first().icon), icon);
+        QCOMPARE(f.sim.instance.activations, otherRunning ? 1 : 0);
+        QVERIFY(!f.fileExists("Jobs.log"));
+        QVERIFY(!f.fileExists("Interval"));
+        QVERIFY(!f.fileExists("Computerlist"));
+        QVERIFY(!w.isVisible());
+        QVERIFY(!w.Timer5->isEnabled());
+    }
+
+    void readOnlyProgramFolderUsesTheUserDataFolder()
+    {
+        WindowFixture f;
+        f.sim.system.program_folder_writable = false;
+        QDir().mkpath(f.sim.system.user_data_folder);
+        auto& w = f.start();
+        QCOMPARE(w.Text7->text(), f.sim.system.user_data_folder);
+        QVERIFY(QFile::exists(f.sim.system.user_data_folder + "/Jobs.log"));
+        QVERIFY(!f.fileExists("Jobs.log"));
+    }
+
+    void timer9RepingsEveryServerAndFlipsOnlyReachability()
+    {
+        WindowFixture f;
+        f.writeFile("Computerlist", {"SRV1\tmonitored", "SRV2", "SRV3\tmonitored"});
+        f.sim.icmp.addComputer("SRV1", "10.1.0.1", 0);
+        f.sim.icmp.addComputer("SRV2", "10.1.0.2", 0);
+        f.sim.icmp.addComputer("SRV3", "10.1.0.3", 11003);
+        auto& w = f.start();
+        QCOMPARE(serverIcons(w), (QList<int>{9, 7, 10}));
+
+        f.sim.icmp.setStatus("SRV1", 11010);
+        f.sim.icmp.setStatus("SRV2", 11002);
+        f.sim.icmp.setStatus("SRV3", 0);
+        f.sim.icmp.pinged.clear();
+        f.sim.clock.advance(59000 - 1000);
+        QCOMPARE(serverIcons(w), (QList<int>{9, 7, 10}));
+        f.sim.clock.advance(1000);
+        QCOMPARE(f.sim.icmp.pinged, (QStringList{"10.1.0.1", "10.1.0.2", "10.1.0.3"}));
+        QCOMPARE(serverIcons(w), (QList<int>{10, 8, 9}));
+        QCOMPARE(w.state.pingresult, QStringLiteral("0   [ ip success ]"));
+
+        // A name that does not resolve counts as unreachable.
+        f.sim.icmp.addComputer("SRV1", "", 0);
+        f.sim.clock.advance(60000);
+        QCOMPARE(serverIcons(w).first(), 10);
+    }
+
+    void showServicesChecksTheServerFirst()
+    {
+        WindowFixture f;
+        int listed = 0;
+        {
+            auto& w = f.start();
+            w.Command2->click();
+            QCOMPARE(f.sim.boxes.texts(), QStringList{"No servers listet, please add servers to be monitored"});
+        }
+        WindowFixture g;
+        g.writeFile("Computerlist", {"UP\tmonitored", "DOWN"});
+        g.sim.icmp.addComputer("UP", "10.2.0.1", 0);
+        auto& w = g.start();
+        QList<int> filters;
+        w.onGetServiceInfo = [&](int filter) { filters << filter; ++listed; };
+        bool setupCleared = false;
+        w.onClearSetupServiceLists = [&] { setupCleared = true; };
+
+        w.ListView2->setCurrentItem(w.ListView2->topLevelItem(1));
+        w.selectServer();
+        QCOMPARE(w.Text1->text(), QStringLiteral("DOWN"));
+        w.Text3->setText("x");
+        w.Command2->click();
+        QCOMPARE(g.sim.boxes.texts().last(), QStringLiteral("Selected Server is not available, can not show Services !"));
+        QCOMPARE(w.Label1->text(), QStringLiteral("Services:"));
+        QCOMPARE(w.Text3->text(), QString());
+        QVERIFY(setupCleared);
+        QCOMPARE(listed, 0);
+
+        w.ListView2->setCurrentItem(w.ListView2->topLevelItem(0));
+        w.selectServer();
+        w.Command2->click();
+        QCOMPARE(w.Label1->text(), QStringLiteral("All Registered Services on : UP"));
+        w.mnushowactive->trigger();
+        QCOMPARE(w.Label1->text(), QStringLiteral("Active Services on : UP"));
+        QCOMPARE(filters, (QList<int>{3, 1}));
+    }
+
+    void browseAddsAtOnceAndLocalWaitsForTheExit()
+    {
+        WindowFixture f;
+        f.sim.icmp.addComputer("NEWHOST", "10.3.0.1", 11010);
+        auto& w = f.start();
+
+        f.sim.chooser.answer = "newhost";
+        w.Command3->click();
+        QCOMPARE(f.sim.chooser.titles, QStringList{"Select Computer :   "});
+        QCOMPARE(serverNames(w), QStringList{"NEWHOST"});
+        QCOMPARE(serverIcons(w), QList<int>{8});
+        QCOMPARE(f.readBytes("Computerlist"), QByteArray("NEWHOST\r\n"));
+
+        w.Command3->click();
+        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Item already exists !"));
+        f.sim.chooser.answer = "";
+        w.Command3->click();
+        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Invalid Servername !"));
+        QCOMPARE(int(f.sim.boxes.shown.last().icon), int(MsgIcon::Information));
+
+        f.sim.system.computer_name = "adminpc";
+        w.Command10->click();
+        QCOMPARE(serverNames(w), (QStringList{"NEWHOST", "ADMINPC"}));
+        QCOMPARE(serverIcons(w), (QList<int>{8, 7})); // shown reachable without a ping
+        QCOMPARE(w.Combo1->currentText(), QStringLiteral("ADMINPC"));
+        QCOMPARE(w.Text1->text(), QStringLiteral("ADMINPC"));
+        QCOMPARE(f.readBytes("Computerlist"), QByteArray("NEWHOST\r\n"));
+        w.Command10->click();
+        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Item already exists !"));
+        QCOMPARE(w.Combo1->count(), 1);
+    }
+
+    void rightClickOnServerList()
+    {
+        WindowFixture f;
+        auto& w = f.start();
+        rightClick(w.ListView2, nullptr);
+        QVERIFY(w.mnushowmonitor->isVisible());
+        for (QAction* a : {w.mnumonwin, w.mnuremoveserver, w.mnushowall, w.mnushowactive, w.mnuproperties,
+                           w.mnuoutmaintenance, w.mnumaintenance})
+            QVERIFY(!a->isEnabled());
+        QVERIFY(w.mnuaddserver->isEnabled());
+        w.mnushowmonitor->hide();
+
+        w.addServer("SRV9", 7);
+        w.ListView2->setCurrentItem(nullptr);
+        rightClick(w.ListView2, nullptr);
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"Please select an Item "});
+        QVERIFY(!w.mnushowmonitor->isVisible());
+
+        rightClick(w.ListView2, w.ListView2->topLevelItem(0));
+        QVERIFY(w.mnushowmonitor->isVisible());
+        QVERIFY(w.mnuproperties->isEnabled());
+        QCOMPARE(w.Text1->text(), QStringLiteral("SRV9"));
+        w.mnushowmonitor->hide();
+    }
+
+    void validateReportsBothOutcomes()
+    {
+        WindowFixture f;
+        auto& w = f.start();
+        w.Text9->setText("admin");
+        w.Text8->setText("secret");
+        f.sim.net.result = 1326;
+        w.validate("SRV1");
+        f.sim.net.result = 0;
+        w.validate("SRV2");
+        QCOMPARE(f.sim.boxes.texts(), (QStringList{"ERROR: 1326   Connection to Server:  SRV1  Failed!        ",
+                                                    "Net Connection to  SRV2  Successful!        "}));
+        QCOMPARE(int(f.sim.boxes.shown[0].icon), int(MsgIcon::Exclamation));
+        QCOMPARE(int(f.sim.boxes.shown[1].icon), int(MsgIcon::Information));
+        QCOMPARE(f.sim.net.last_user, QStringLiteral("admin"));
+        QCOMPARE(f.sim.net.last_password, QStringLiteral("secret"));
+        w.unvalidate(w.state.localcomputer);
+        w.unvalidate("SRV1");
+        QCOMPARE(f.sim.net.cancelled, QStringList{"SRV1"});
+    }
+
+    void damagedFilesStillStart()
+    {
+        WindowFixture f;
+        QByteArray garbage;
+        for (int i = 0; i < 4096; ++i)
+            garbage.append(char((i * 7919) % 256));
+        f.writeBytes("Computerlist", garbage);
+        f.writeBytes("Computers", garbage);
+        f.writeBytes("Settings", "True\r\nmaybe\r\n5\r\n");
+        f.writeBytes("Interval", "");
+        f.writeBytes("SMTPServer", "mail.example.org\r\n99999\r\n");
+        auto& w = f.start();
+        QVERIFY(!f.sim.app.ended());
+        QVERIFY(w.state.settings.popupalert);
+        QVERIFY(!w.state.settings.reportascending);
+        QCOMPARE(w.state.settings.reportinterval, QString());
+        QCOMPARE(w.state.smtpserver, QStringLiteral("mail.example.org"));
+        QCOMPARE(w.state.smtpport, qint16(0));
+        QCOMPARE(w.state.checkinterval, QString());
+        w.close();
+        QVERIFY(f.fileExists("Settings"));
+    }
+};
+
+QTEST_MAIN(TestMainWindow)
+#include "tst_mainwindow.moc"

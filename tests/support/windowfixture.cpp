@@ -1,0 +1,51 @@
+#include "support/windowfixture.h"
+
+#include <QDir>
+#include <QFile>
+
+namespace velmora::test {
+
+WindowFixture::WindowFixture()
+{
+    sim.system.program_folder = dir.path();
+    sim.system.user_data_folder = dir.filePath(QStringLiteral("userdata"));
+}
+
+WindowFixture::~WindowFixture() = default;
+
+QString WindowFixture::path(const QString& name) const { return dir.filePath(name); }
+
+void WindowFixture::writeFile(const QString& name, const QStringList& lines) { writeBytes(name, crlf(lines)); }
+
+void WindowFixture::writeBytes(const QString& name, const QByteArray& bytes)
+{
+    QFile f(path(name));
+    f.open(QIODevice::WriteOnly | QIODevice::Truncate);
+    f.write(bytes);
+}
+
+QByteArray WindowFixture::readBytes(const QString& name) const
+{
+    QFile f(path(name));
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+bool WindowFixture::fileExists(const QString& name) const { return QFile::exists(path(name)); }
+
+shell::MainWindow& WindowFixture::start()
+{
+    window = std::make_unique<shell::MainWindow>(sim.platform());
+    window->load();
+    sim.clock.advance(1000);
+    return *window;
+}
+
+QByteArray crlf(const QStringList& lines)
+{
+    QByteArray out;
+    for (const QString& l : lines)
+        out += l.toUtf8() + "\r\n";
+    return out;
+}
+
+} // namespace velmora::test

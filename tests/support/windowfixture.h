@@ -1,0 +1,36 @@
+#pragma once
+// A simulated world for window tests: a data folder of the test's own, simulated platform
+// services, and the main window started on them.
+#include "platform/sim/simplatform.h"
+#include "shell/mainwindow.h"
+
+#include <QTemporaryDir>
+#include <memory>
+
+namespace velmora::test {
+
+class WindowFixture {
+public:
+    WindowFixture();
+    ~WindowFixture();
+
+    // Writes a file of the data folder: each line followed by CR LF.
+    void writeFile(const QString& name, const QStringList& lines);
+    // Writes raw bytes to a file of the data folder.
+    void writeBytes(const QString& name, const QByteArray& bytes);
+    QByteArray readBytes(const QString& name) const;
+    bool fileExists(const QString& name) const;
+    QString path(const QString& name) const;
+
+    // Creates the main window and runs its start-up, including the second's pause.
+    shell::MainWindow& start();
+
+    platform::sim::SimPlatform sim;
+    QTemporaryDir dir;
+    std::unique_ptr<shell::MainWindow> window;
+};
+
+// "a\r\nb\r\n" for {"a", "b"}.
+QByteArray crlf(const QStringList& lines);
+
+} // namespace velmora::test
