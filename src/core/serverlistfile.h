@@ -16,15 +16,18 @@ struct ServerListLine {
 };
 
 // A line is a monitored entry when its last nine characters are exactly "monitored"; the name is
-// then the text before the first TAB. Any other line is a server name as it stands.
+// then the text before the first TAB (without a TAB: the text before the word, trimmed). Any
+// other line is a server name as it stands.
 ServerListLine parseServerListLine(const QString& line);
 QString serverListLineText(const ServerListLine& entry);
 
-// Reads "Computerlist"; a missing or unreadable file gives an empty list.
+// Reads "Computerlist"; a missing or unreadable file gives an empty list. A last line without
+// a line end is read too; lines that name no server (blank) are skipped.
 std::vector<ServerListLine> readServerList(platform::TextFiles& files, const QString& path);
 bool writeServerList(platform::TextFiles& files, const QString& path, const std::vector<ServerListLine>& entries);
 
-// Reads "Computers": one server name a line; missing gives an empty list.
+// Reads "Computers": one server name a line; missing gives an empty list. Only lines with a
+// line end count; blank lines are skipped.
 QStringList readMonitoredServers(platform::TextFiles& files, const QString& path);
 
 // The first line of "Interval" (also when it has no line end), or an empty text.

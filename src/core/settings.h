@@ -35,7 +35,9 @@ void readSettings(platform::TextFiles& files, const QString& path, SettingsRecor
 // Writes the 20 lines; returns false when the file could not be written.
 bool writeSettings(platform::TextFiles& files, const QString& path, const SettingsRecord& record);
 
-// "True"/"False" as the files store them; reading also accepts any case and "#TRUE#" forms.
+// "True"/"False" as the files store them. Reading also accepts any case, blanks around the
+// value, "#TRUE#"/"#FALSE#", and a decimal number (0 False, any other True); anything else,
+// the empty text included, is not a Boolean.
 QString boolText(bool value);
 std::optional<bool> parseBool(const QString& text);
 
