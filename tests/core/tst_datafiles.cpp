@@ -1,0 +1,513 @@
+// The stored files of the data folder: exact bytes, round trips, and broken files.
+#include "core/datafolder.h"
+#include "core/serverfile.h"
+#include "core/serverlistfile.h"
+#include "core/settings.h"
+#include "platform/sim/simplatform.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace velmora;
+using namespace velmora::core;
+using Op = platform::sim::SimTextFiles::Op;
+
+namespace {
+
+void putBytes(const QString& path, const QByteArray& bytes)
+{
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    QCOMPARE(f.write(bytes), bytes.size());
+}
+
+QByteArray bytesOf(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+const QByteArray templateBytes = "[Properties:]\r\n[Servername / Alias:]\r\n\r\n[IP Address / Subnet:]\r\n\r\n"
+                                 "[Role / Priority:]\r\n\r\n[Location / Department:]\r\n\r\n"
+                                 "[Responsibles / Contact:]\r\n\r\n[Action list for monitoring staff]\r\n\r\n"
+                                 "[Remarks / Comments:]\r\n\r\n[EOF]\r\n";
+
+MonitoredService service(const QString& display, const QString& name, QStringList actions)
+{
+    MonitoredService s{display, name, {}};
+    for (int i = 0; i < actions.size() && i < 5; ++i)
+        s.actions[size_t(i)] = actions[i];
+    return s;
+}
+
+// The record a caller starts with: every field empty or False, end marker "eof".
+SettingsRecord initialRecord() { return SettingsRecord{}; }
+
+} // namespace
+
+class TestDataFiles : public QObject {
+    Q_OBJECT
+private slots:
+    // ---- data folder ----
+
+    void dataFolderIsTheProgramFolderUnlessReadOnly()
+    {
+        QTemporaryDir dir;
+        platform::sim::SimSystem system;
+        system.program_folder = dir.path() + "/bin/";
+        system.user_data_folder = dir.path() + "/home/.local/share/velmora";
+        QCOMPARE(chooseDataFolder(system), dir.path() + "/bin");
+        system.program_folder_writable = false;
+        system.program_folder = dir.path() + "/bin"; // the sim compares this spelling
+        QCOMPARE(chooseDataFolder(system), system.user_data_folder);
+        QVERIFY(QDir(system.user_data_folder).exists());
+
+        QCOMPARE(dataFile("/opt/velmora", files::computerlist), QString("/opt/velmora/Computerlist"));
+        QCOMPARE(dataFile("/", "DC1"), QString("/DC1"));
+    }
+
+    // ---- exact bytes of every writer ----
+
+    void writersProduceTheExactCrLfBytes()
+    {
+        QTemporaryDir dir;
+        platform::DiskTextFiles files;
+
+        const QString settings = dir.filePath("Settings");
+        QVERIFY(writeSettings(files, settings, SettingsRecord::defaults(dir.path())));
+        QCOMPARE(bytesOf(settings), "True\r\nTrue\r\n5\r\n1\r\nTrue\r\nTrue\r\nTrue\r\n" + QByteArray("\r\n").repeated(8)
+                                        + "False\r\nFalse\r\n1000\r\n" + dir.filePath("AutoExport.txt").toUtf8()
+                                        + "\r\neof\r\n");
+
+        const QString list = dir.filePath("Computerlist");
+        QVERIFY(writeServerList(files, list, {{"FS1", false}, {"DC1", true}}));
+        QCOMPARE(bytesOf(list), QByteArray("FS1\r\nDC1\tmonitored\r\n"));
+
+        // One action: the line ends in five semicolons in a row.
+        ServerProperties props;
+        props.recordlines << recordLineText(service("Print Spooler", "Spooler", {"Alert"}))
+                          << recordLineText(service("Server", "LanmanServer",
+                                                    {"Alert", "Restart Service", "Send Email to: ops@example.org",
+                                                     "Net Message Send to: ADMIN", "Play Sound: C:\\a.wav"}));
+        props.alias = "Domain controller";
+        props.ipaddress = "10.0.0.1 / 255.255.255.0";
+        props.responsibles = "Ann\r\nBob";
+        props.remarks = "";
+        const QString server = dir.filePath("DC1");
+        QVERIFY(files.writeLines(server, propertiesFileLines(props)));
+        QCOMPARE(bytesOf(server),
+                 QByteArray("Print Spooler;Spooler;Alert;;;;;\r\n"
+                            "Server;LanmanServer;Alert;Restart Service;Send Email to: ops@example.org;"
+                            "Net Message Send to: ADMIN;Play Sound: C:\\a.wav;\r\n"
+                            "[Properties:]\r\n[Servername / Alias:]\r\nDomain controller\r\n"
+                            "[IP Address / Subnet:]\r\n10.0.0.1 / 255.255.255.0\r\n[Role / Priority:]\r\n\r\n"
+                            "[Location / Department:]\r\n\r\n[Responsibles / Contact:]\r\nAnn\r\nBob\r\n"
+                            "[Action list for monitoring staff]\r\n\r\n[Remarks / Comments:]\r\n\r\n[EOF]\r\n"));
+
+        QCOMPARE(emptyPropertiesTemplate().size(), 16);
+        QVERIFY(files.writeLines(dir.filePath("T"), emptyPropertiesTemplate()));
+        QCOMPARE(bytesOf(dir.filePath("T")), templateBytes);
+    }
+
+    // ---- round trips ----
+
+    void settingsRoundTrip()
+    {
+        QTemporaryDir dir;
+        platform::DiskTextFiles files;
+        SettingsRecord r = SettingsRecord::defaults(dir.path());
+        r.popupalert = r.reporterrors = false;
+        r.autoexport = true;
+        r.reportleft = "1200";
+        r.reporttop = "-300";
+        r.alertleft = "0";
+        r.autoexportfile = dir.filePath("Ausfuhr – März.txt");
+        QVERIFY(writeSettings(files, dir.filePath("Settings"), r));
+        SettingsRecord back;
+        readSettings(files, dir.filePath("Settings"), back);
+        QVERIFY(!back.popupalert && back.reportascending && !back.reporterrors && back.autoexport);
+        QVERIFY(writeSettings(files, dir.filePath("Again"), back));
+        QCOMPARE(bytesOf(dir.filePath("Again")), bytesOf(dir.filePath("Settings")));
+        QCOMPARE(files.lineCount(dir.filePath("Again")), 20);
+    }
+
+    void serverListAndPropertiesRoundTrip()
+    {
+        QTemporaryDir dir;
+        platform::DiskTextFiles files;
+        const std::vector<ServerListLine> servers{{"DC1", true}, {"FS1", false}, {"WEB-01", true}};
+        QVERIFY(writeServerList(files, dir.filePath("Computerlist"), servers));
+        QCOMPARE(readServerList(files, dir.filePath("Computerlist")), servers);
+
+        ServerProperties props;
+        props.recordlines = {recordLineText(service("Print Spooler", "Spooler", {"Alert"})), "a hand-written note",
+                             ""};
+        props.alias = "Gateway";
+        props.ipaddress = "192.0.2.7";
+        props.role = "Mail / high";
+        props.location = "Room 4";
+        props.responsibles = "Ann\r\n\r\nBob";
+        props.staffactions = "1. call Ann\r\n2. restart";
+        props.remarks = "ends with a blank line\r\n";
+        const QString path = dir.filePath("DC1");
+        QVERIFY(files.writeLines(path, propertiesFileLines(props)));
+        QCOMPARE(parseProperties(*files.readLines(path)), props);
+        const auto services = readMonitoredServices(files, path);
+        QCOMPARE(services.size(), size_t(1));
+        QCOMPARE(services[0], service("Print Spooler", "Spooler", {"Alert", "", "", "", ""}));
+
+        // The empty block reads as all fields empty and writes back as the same 16 lines.
+        const ServerProperties empty = parseProperties(emptyPropertiesTemplate());
+        QCOMPARE(empty, ServerProperties{});
+        QCOMPARE(propertiesFileLines(empty), emptyPropertiesTemplate());
+    }
+
+    void multiLineTextsUseAnyLineBreakButSingleLineFieldsStayOneLine()
+    {
+        ServerProperties props;
+        props.alias = "two\r\nlines";
+        props.remarks = "a\nb\rc";
+        const QStringList lines = propertiesFileLines(props);
+        QCOMPARE(lines.size(), 18);
+        QCOMPARE(lines.at(2), QString("two lines"));
+        const ServerProperties back = parseProperties(lines);
+        QCOMPARE(back.alias, QString("two lines"));
+        QCOMPARE(back.remarks, QString("a\r\nb\r\nc"));
+    }
+
+    // ---- reading rules ----
+
+    void serverListLines_data()
+    {
+        QTest::addColumn<QString>("line");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("monitored");
+        QTest::newRow("plain") << "FS1" << "FS1" << false;
+        QTest::newRow("monitored") << "DC1\tmonitored" << "DC1" << true;
+        QTest::newRow("capital M is part of the name") << "DC1\tMonitored" << "DC1\tMonitored" << false;
+        QTest::newRow("name before the first tab") << "DC1\tx\tmonitored" << "DC1" << true;
+        QTest::newRow("blank instead of tab") << "DC1 monitored" << "DC1" << true;
+        QTest::newRow("word alone") << "monitored" << "" << true;
+    }
+    void serverListLines()
+    {
+        QFETCH(QString, line);
+        QFETCH(QString, name);
+        QFETCH(bool, monitored);
+        QCOMPARE(parseServerListLine(line), (ServerListLine{name, monitored}));
+    }
+
+    void recordLines_data()
+    {
+        QTest::addColumn<QString>("line");
+        QTest::addColumn<bool>("isRecord");
+        QTest::addColumn<QStringList>("fields");
+        QTest::newRow("one action") << "Print Spooler;Spooler;Alert;;;;;" << true
+                                    << QStringList{"Print Spooler", "Spooler", "Alert", "", "", "", ""};
+        QTest::newRow("extra fields ignored") << "a;b;1;2;3;4;5;6;7;" << true
+                                              << QStringList{"a", "b", "1", "2", "3", "4", "5"};
+        QTest::newRow("six fields") << "Print Spooler;Spooler;Alert;;;;" << true
+                                                << QStringList{"Print Spooler", "Spooler", "Alert", "", "", "", ""};
+        QTest::newRow("no semicolon at the end") << "Print Spooler;Spooler;Alert" << false << QStringList{};
+        QTest::newRow("trailing blank") << "a;b;Alert;;;;; " << false << QStringList{};
+    }
+    void recordLines()
+    {
+        QFETCH(QString, line);
+        QFETCH(bool, isRecord);
+        QFETCH(QStringList, fields);
+        const auto record = parseRecordLine(line);
+        QCOMPARE(record.has_value(), isRecord);
+        if (!record)
+            return;
+        QStringList got{record->displayname, record->servicename};
+        for (const QString& a : record->actions)
+            got << a;
+        QCOMPARE(got, fields);
+    }
+
+    void intervalAndSmtpFiles()
+    {
+        QTemporaryDir dir;
+        platform::DiskTextFiles files;
+        const QString interval = dir.filePath("Interval");
+        QCOMPARE(readIntervalText(files, interval), QString());
+        putBytes(interval, "30\r\nxyz");
+        QCOMPARE(readIntervalText(files, interval), QString("30"));
+        putBytes(interval, "45");
+        QCOMPARE(readIntervalText(files, interval), QString("45"));
+
+        const QString smtp = dir.filePath("smtpserver"); // case-blind name
+        putBytes(smtp, "mail.example.org\r\n587\r\nvelmora@example.org");
+        auto s = readSmtpSettings(files, dir.filePath(files::smtpserver));
+        QCOMPARE(s.server, QString("mail.example.org"));
+        QCOMPARE(s.port, qint16(587));
+        QCOMPARE(s.sender, QString("velmora@example.org"));
+        for (const QByteArray& port : {QByteArray("70000"), QByteArray("32768"), QByteArray("25x"), QByteArray("")}) {
+            putBytes(smtp, "host\r\n" + port + "\r\nme@example.org\r\n");
+            s = readSmtpSettings(files, smtp);
+            QCOMPARE(s.port, qint16(0));
+            QCOMPARE(s.sender, QString("me@example.org"));
+        }
+        putBytes(smtp, "host\r\n");
+        s = readSmtpSettings(files, smtp);
+        QCOMPARE(s.server, QString("host"));
+        QCOMPARE(s.port, qint16(0));
+        QCOMPARE(s.sender, QString());
+    }
+
+    void settingsAcceptBooleanSpellings()
+    {
+        for (const char* t : {"True", " true ", "#TRUE#", "-1", "2.5"})
+            QCOMPARE(parseBool(t), std::optional<bool>(true));
+        for (const char* t : {"FALSE", "#false#", "0"})
+            QCOMPARE(parseBool(t), std::optional<bool>(false));
+        for (const char* t : {"", "yes", "Truee", "nan"})
+            QCOMPARE(parseBool(t), std::nullopt);
+    }
+
+    void missingSettingsGiveDefaultsAndKeepPositions()
+    {
+        QTemporaryDir dir;
+        platform::DiskTextFiles files;
+        SettingsRecord r = initialRecord();
+        r.mainleft = "600";
+        readSettings(files, dir.filePath("Settings"), r);
+        QVERIFY(r.popupalert && r.reportascending && r.reporterrors && r.reportrunning && r.reportnotrunning);
+        QVERIFY(!r.autoexport && !r.autoexportoverwrite);
+        QCOMPARE(r.reportinterval, QString("5"));
+        QCOMPARE(r.reportsortcolumn, QString("1"));
+        QCOMPARE(r.autoexportcount, QString("1000"));
+        QCOMPARE(r.autoexportfile, dir.filePath("AutoExport.txt"));
+        QCOMPARE(r.mainleft, QString("600"));
+        QCOMPARE(r.reportleft, QString());
+        QCOMPARE(r.endmarker, QString("eof"));
+    }
+
+    void damagedSettingsStopAtTheFirstBadLine()
+    {
+        QTemporaryDir dir;
+        platform::DiskTextFiles files;
+        const QString path = dir.filePath("Settings");
+
+        // Line 2 is not a Boolean: line 1 is read, the rest keeps the initial values.
+        putBytes(path, "True\r\nmaybe\r\n7\r\n2\r\nTrue\r\n");
+        SettingsRecord r = initialRecord();
+        readSettings(files, path, r);
+        QVERIFY(r.popupalert);
+        QVERIFY(!r.reportascending);
+        QCOMPARE(r.reportinterval, QString());
+        QVERIFY(!r.reporterrors);
+        QCOMPARE(r.autoexportfile, QString());
+        QCOMPARE(r.endmarker, QString("eof"));
+
+        // A short file: what is there is read, the defaults are not applied to the rest.
+        putBytes(path, "False\r\nFalse\r\n10\r\n3\r\nTrue\r\nFALSE\r\n1\r\n100\r\n");
+        r = initialRecord();
+        r.mainleft = "777";
+        readSettings(files, path, r);
+        QVERIFY(!r.popupalert && !r.reportascending && r.reporterrors && !r.reportrunning && r.reportnotrunning);
+        QCOMPARE(r.reportinterval, QString("10"));
+        QCOMPARE(r.reportleft, QString("100"));
+        QCOMPARE(r.reporttop, QString());
+        QCOMPARE(r.mainleft, QString("777"));
+        QCOMPARE(r.autoexportcount, QString());
+
+        // CR-only line ends and a last line without an end are read like any other.
+        SettingsRecord full = SettingsRecord::defaults(dir.path());
+        full.alerttop = "45";
+        QVERIFY(writeSettings(files, path, full));
+        QByteArray bytes = bytesOf(path).replace("\r\n", "\r");
+        bytes.chop(1);
+        putBytes(path, bytes);
+        r = initialRecord();
+        r.endmarker.clear();
+        readSettings(files, path, r);
+        QCOMPARE(r.alerttop, QString("45"));
+        QCOMPARE(r.autoexportfile, full.autoexportfile);
+        QCOMPARE(r.endmarker, QString("eof"));
+    }
+
+    void propertiesHeaderOutOfPlaceLeavesFieldsEmpty()
+    {
+        // No alias header: its check takes the address header, the address check takes the
+        // address itself, and the reading picks up again at the role header.
+        const QStringList lines{"Spooler;Spooler;Alert;;;;;",
+                                "[Properties:]",
+                                "[IP Address / Subnet:]",
+                                "10.0.0.1",
+                                "[Role / Priority:]",
+                                "DNS",
+                                "[Location / Department:]",
+                                "Room 1",
+                                "[Responsibles / Contact:]",
+                                "Ann",
+                                "[Action list for monitoring staff]",
+                                "[Remarks / Comments:]",
+                                "r1",
+                                "r2",
+                                "[EOF]",
+                                "after the end"};
+        const ServerProperties p = parseProperties(lines);
+        QCOMPARE(p.recordlines, QStringList{"Spooler;Spooler;Alert;;;;;"});
+        QCOMPARE(p.alias, QString());
+        QCOMPARE(p.ipaddress, QString());
+        QCOMPARE(p.role, QString("DNS"));
+        QCOMPARE(p.location, QString("Room 1"));
+        QCOMPARE(p.responsibles, QString("Ann"));
+        QCOMPARE(p.staffactions, QString());
+        QCOMPARE(p.remarks, QString("r1\r\nr2"));
+
+        // Cut off in the middle: what was there is kept, the rest is empty.
+        const ServerProperties cut = parseProperties(lines.mid(0, 10));
+        QCOMPARE(cut.role, QString("DNS"));
+        QCOMPARE(cut.responsibles, QString("Ann"));
+        QCOMPARE(cut.remarks, QString());
+        // No block at all: every line is a preserved line.
+        const ServerProperties none = parseProperties({"a;b;;;;;;", "", "note"});
+        QCOMPARE(none.recordlines, (QStringList{"a;b;;;;;;", "", "note"}));
+        QCOMPARE(none.alias, QString());
+    }
+
+    // ---- lookInFile ----
+
+    void lookInFileTidiesAndCompletes()
+    {
+        QTemporaryDir dir;
+        platform::DiskTextFiles files;
+        const QString path = dir.filePath("DC1");
+
+        QVERIFY(lookInFile(files, path));
+        QVERIFY(!QFile::exists(path)); // a missing file stays missing
+
+        putBytes(path, "\r\nPrint Spooler;Spooler;Alert;;;;;\r\n\r\nnote\r\n\r\n");
+        QVERIFY(lookInFile(files, path));
+        QCOMPARE(bytesOf(path), "Print Spooler;Spooler;Alert;;;;;\r\nnote\r\n" + templateBytes);
+
+        // Blank lines inside the block stay; a last line without a line end is lost.
+        const QByteArray withBlock = "\r\nA;a;;;;;;\r\n[Properties:]\r\n\r\n\r\n[EOF]\r\n";
+        putBytes(path, withBlock + "tail");
+        QVERIFY(lookInFile(files, path));
+        QCOMPARE(bytesOf(path), withBlock.mid(2));
+        QVERIFY(lookInFile(files, path));
+        QCOMPARE(bytesOf(path), withBlock.mid(2));
+
+        putBytes(path, "");
+        QVERIFY(lookInFile(files, path));
+        QCOMPARE(bytesOf(path), templateBytes);
+
+        // The name is matched without regard to case.
+        putBytes(dir.filePath("fs1"), "\r\n");
+        QVERIFY(lookInFile(files, dir.filePath("FS1")));
+        QCOMPARE(bytesOf(dir.filePath("fs1")), templateBytes);
+        QVERIFY(!QFile::exists(dir.filePath("FS1")));
+    }
+
+    void lookInFileNeverLosesAFileItCannotRewrite()
+    {
+        QTemporaryDir dir;
+        platform::sim::SimTextFiles files;
+        const QString path = dir.filePath("DC1");
+        const QByteArray old = "\r\nA;a;Alert;;;;;\r\n";
+        putBytes(path, old);
+        files.failOn(Op::Read, "DC1");
+        QVERIFY(!lookInFile(files, path));
+        QCOMPARE(bytesOf(path), old);
+        files.clearFailures();
+        files.failOn(Op::Write, "DC1");
+        QVERIFY(!lookInFile(files, path));
+        QCOMPARE(bytesOf(path), old);
+    }
+
+    // ---- broken files: every reader survives and keeps what the rules say ----
+
+    void brokenFiles_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<bool>("present");
+        QByteArray garbage(64 * 1024, '\0');
+        QRandomGenerator rng(1234);
+        for (char& c : garbage)
+            c = char(rng.bounded(256));
+        QByteArray huge;
+        const QByteArray record = "Print Spooler;Spooler;Alert;;;;;\r\n";
+        while (huge.size() < 5 * 1024 * 1024)
+            huge += record;
+        QTest::newRow("missing") << QByteArray() << false;
+        QTest::newRow("empty") << QByteArray() << true;
+        QTest::newRow("truncated") << QByteArray("Print Spooler;Spooler;Ale") << true;
+        QTest::newRow("binary garbage") << garbage << true;
+        QTest::newRow("5 MB") << huge << true;
+        QTest::newRow("nul bytes") << QByteArray("DC1\0\r\n\0\0\r\n", 9) << true;
+        QTest::newRow("cr only") << QByteArray("DC1\tmonitored\rFS1\r[Properties:]\r") << true;
+        QTest::newRow("blank lines") << QByteArray("\r\n\r\n\n\r\r\n") << true;
+        QTest::newRow("truncated block") << QByteArray("a;b;;;;;;\r\n[Properties:]\r\n[Servername / Alias:]\r\n")
+                                         << true;
+    }
+    void brokenFiles()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(bool, present);
+        QTemporaryDir dir;
+        platform::DiskTextFiles files;
+        const QStringList names{"Settings", "Computerlist", "Computers", "Interval", "SMTPServer", "DC1"};
+        if (present)
+            for (const QString& n : names)
+                putBytes(dir.filePath(n), bytes);
+
+        SettingsRecord r = initialRecord();
+        readSettings(files, dir.filePath("Settings"), r);
+        QCOMPARE(r.endmarker, QString("eof"));
+        if (present) // none of these has a Boolean first line: nothing is taken
+            QVERIFY(!r.popupalert && r.reportinterval.isEmpty());
+
+        for (const ServerListLine& e : readServerList(files, dir.filePath("Computerlist")))
+            QVERIFY(!e.name.trimmed().isEmpty());
+        for (const QString& n : readMonitoredServers(files, dir.filePath("Computers")))
+            QVERIFY(!n.trimmed().isEmpty());
+        readIntervalText(files, dir.filePath("Interval"));
+        readSmtpSettings(files, dir.filePath("SMTPServer"));
+
+        const auto services = readMonitoredServices(files, dir.filePath("DC1"));
+        const auto lines = files.readLines(dir.filePath("DC1"));
+        QCOMPARE(lines.has_value(), present);
+        const ServerProperties props = parseProperties(lines.value_or(QStringList{}));
+        QVERIFY(size_t(props.recordlines.size()) >= services.size());
+
+        QVERIFY(lookInFile(files, dir.filePath("DC1")));
+        QCOMPARE(QFile::exists(dir.filePath("DC1")), present);
+        if (present) {
+            // Afterwards the file always has a properties block and still every record.
+            const QStringList after = *files.readLines(dir.filePath("DC1"));
+            QVERIFY(after.contains("[Properties:]"));
+            QCOMPARE(readMonitoredServices(files, dir.filePath("DC1")).size(), services.size());
+        }
+    }
+
+    void brokenFilesKeepWhatTheyCan()
+    {
+        QTemporaryDir dir;
+        platform::DiskTextFiles files;
+        // "Computerlist" keeps a last line without an end, "Computers" counts only ended lines.
+        const QByteArray list = "\r\nDC1\tmonitored\rFS1\n\r\nDC2\tMonitored\r\nWEB1";
+        putBytes(dir.filePath("Computerlist"), list);
+        putBytes(dir.filePath("Computers"), list);
+        const std::vector<ServerListLine> want{{"DC1", true}, {"FS1", false}, {"DC2\tMonitored", false}, {"WEB1", false}};
+        QCOMPARE(readServerList(files, dir.filePath("Computerlist")), want);
+        QCOMPARE(readMonitoredServers(files, dir.filePath("Computers")),
+                 (QStringList{"DC1\tmonitored", "FS1", "DC2\tMonitored"}));
+
+        const QString server = dir.filePath("DC1");
+        putBytes(server, "Print Spooler;Spooler;Alert;;;;;\r\n\r\nno semicolon at the end\r\n"
+                         "W32Time;W32Time;Restart Service;Alert;;;;\r\n[Properties:]\r\nx;y;;;;;;\r\n");
+        const auto services = readMonitoredServices(files, server);
+        QCOMPARE(services.size(), size_t(2));
+        QCOMPARE(services[1], service("W32Time", "W32Time", {"Restart Service", "Alert"}));
+    }
+};
+
+QTEST_MAIN(TestDataFiles)
+#include "tst_datafiles.moc"

@@ -1,0 +1,202 @@
+// The disk text-file backend: line reading rules, case-blind names, atomic replacement.
+#include "platform/linux/disktextfiles.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <csignal>
+#include <sys/resource.h>
+#include <unistd.h>
+
+using namespace velmora::platform;
+
+namespace {
+
+void putBytes(const QString& path, const QByteArray& bytes)
+{
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    QCOMPARE(f.write(bytes), bytes.size());
+}
+
+QByteArray bytesOf(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+QStringList entries(const QString& dir)
+{
+    return QDir(dir).entryList(QDir::Files | QDir::Hidden | QDir::System, QDir::Name);
+}
+
+} // namespace
+
+class TestTextFiles : public QObject {
+    Q_OBJECT
+private slots:
+    void splitRecognisesEveryLineEnd_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QStringList>("terminated");
+        QTest::addColumn<QStringList>("withLast");
+        QTest::newRow("mixed") << QByteArray("a\r\nb\nc\rd\r\n") << QStringList{"a", "b", "c", "d"}
+                               << QStringList{"a", "b", "c", "d"};
+        QTest::newRow("cr then crlf is two lines") << QByteArray("a\r\r\n") << QStringList{"a", ""}
+                                                   << QStringList{"a", ""};
+        QTest::newRow("lf cr is two lines") << QByteArray("a\n\rb") << QStringList{"a", ""}
+                                            << QStringList{"a", "", "b"};
+        QTest::newRow("unterminated last") << QByteArray("30\r\nxyz") << QStringList{"30"}
+                                           << QStringList{"30", "xyz"};
+        QTest::newRow("blank lines") << QByteArray("\r\n\r\n") << QStringList{"", ""} << QStringList{"", ""};
+        QTest::newRow("empty") << QByteArray() << QStringList{} << QStringList{};
+    }
+    void splitRecognisesEveryLineEnd()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QStringList, terminated);
+        QFETCH(QStringList, withLast);
+        QCOMPARE(splitTextLines(bytes, false), terminated);
+        QCOMPARE(splitTextLines(bytes, true), withLast);
+    }
+
+    void readersSkipTheUnterminatedLastLineUnlessAsked()
+    {
+        QTemporaryDir dir;
+        DiskTextFiles files;
+        const QString path = dir.filePath("Computers");
+        putBytes(path, "DC1\r\nFS1\nWEB1");
+        QCOMPARE(*files.readLines(path), (QStringList{"DC1", "FS1"}));
+        QCOMPARE(*files.readLines(path, true), (QStringList{"DC1", "FS1", "WEB1"}));
+        QCOMPARE(files.lineCount(path), 2);
+        QCOMPARE(*files.readAll(path), QString("DC1\r\nFS1\nWEB1"));
+
+        QVERIFY(!files.readLines(dir.filePath("missing")));
+        QVERIFY(!files.readAll(dir.filePath("missing")));
+        QCOMPARE(files.lineCount(dir.filePath("missing")), -1);
+    }
+
+    void namesMatchWithoutRegardToCase()
+    {
+        QTemporaryDir dir;
+        DiskTextFiles files;
+        QVERIFY(files.writeLines(dir.filePath("jobs.log"), {"one"}));
+        const QString other = dir.filePath("Jobs.log");
+        QVERIFY(files.exists(other));
+        QCOMPARE(files.resolve(other), dir.filePath("jobs.log"));
+        QCOMPARE(*files.readLines(other), QStringList{"one"});
+        QCOMPARE(files.size(dir.filePath("JOBS.LOG")), 5);
+
+        // Writers keep the spelling that is on disk instead of creating a second file.
+        QVERIFY(files.appendLines(dir.filePath("JOBS.LOG"), {"two"}));
+        QVERIFY(files.writeLines(other, {"three", "four"}));
+        QCOMPARE(entries(dir.path()), QStringList{"jobs.log"});
+        QCOMPARE(bytesOf(dir.filePath("jobs.log")), QByteArray("three\r\nfour\r\n"));
+        QVERIFY(files.create(dir.filePath("Jobs.LOG")));
+        QCOMPARE(entries(dir.path()), QStringList{"jobs.log"});
+        QCOMPARE(files.size(other), 0);
+
+        QVERIFY(files.remove(dir.filePath("JOBS.log")));
+        QVERIFY(entries(dir.path()).isEmpty());
+        // A new file takes the spelling it is given.
+        QVERIFY(files.writeLines(dir.filePath("MailProfile"), {"Outlook"}));
+        QCOMPARE(entries(dir.path()), QStringList{"MailProfile"});
+    }
+
+    void writeLinesReplacesWithCrLfAndLeavesNoTemporaryFile()
+    {
+        QTemporaryDir dir;
+        DiskTextFiles files;
+        const QString path = dir.filePath("Settings");
+        putBytes(path, QByteArray(5000, 'x'));
+        QVERIFY(files.writeLines(path, {"True", "", "eof"}));
+        QCOMPARE(bytesOf(path), QByteArray("True\r\n\r\neof\r\n"));
+        QCOMPARE(entries(dir.path()), QStringList{"Settings"});
+        QVERIFY(files.writeLines(path, {}));
+        QCOMPARE(files.size(path), 0);
+        QVERIFY(files.exists(path));
+    }
+
+    void failedWriteLeavesTheOldFileWhole()
+    {
+        QTemporaryDir dir;
+        DiskTextFiles files;
+        const QString path = dir.filePath("Computerlist");
+        const QByteArray old("DC1\tmonitored\r\nFS1\r\n");
+        putBytes(path, old);
+        const QStringList big(2000, QString(100, QLatin1Char('y')));
+
+        // The file-size limit makes the write itself fail, also for root.
+        struct rlimit saved {};
+        QCOMPARE(getrlimit(RLIMIT_FSIZE, &saved), 0);
+        const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+        struct rlimit small = saved;
+        small.rlim_cur = 4096;
+        QCOMPARE(setrlimit(RLIMIT_FSIZE, &small), 0);
+        const bool written = files.writeLines(path, big);
+        setrlimit(RLIMIT_FSIZE, &saved);
+        std::signal(SIGXFSZ, oldHandler);
+        QVERIFY(!written);
+        QCOMPARE(bytesOf(path), old);
+        QCOMPARE(entries(dir.path()), QStringList{"Computerlist"});
+
+        // A folder that cannot be written: the temporary file cannot be made.
+        if (geteuid() == 0)
+            QSKIP("root writes into read-only folders; the read-only case needs a normal user");
+        QVERIFY(QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::ExeOwner));
+        const bool intoReadOnly = files.writeLines(path, {"lost"});
+        QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QVERIFY(!intoReadOnly);
+        QCOMPARE(bytesOf(path), old);
+        QCOMPARE(entries(dir.path()), QStringList{"Computerlist"});
+    }
+
+    void appendLinesCreatesAndExtends()
+    {
+        QTemporaryDir dir;
+        DiskTextFiles files;
+        const QString path = dir.filePath("Jobs.log");
+        QVERIFY(files.appendLines(path, {"first"}));
+        QVERIFY(files.appendLines(path, {"second", "third"}));
+        QCOMPARE(bytesOf(path), QByteArray("first\r\nsecond\r\nthird\r\n"));
+        // Appending to an unterminated last line joins it: the old tail is still not a line.
+        putBytes(path, "a\r\ntail");
+        QVERIFY(files.appendLines(path, {"b"}));
+        QCOMPARE(*files.readLines(path), (QStringList{"a", "tailb"}));
+        QVERIFY(!files.appendLines(dir.filePath("no/such/folder/x"), {"x"}));
+    }
+
+    void nonAsciiTextRoundTripsAsUtf8()
+    {
+        QTemporaryDir dir;
+        DiskTextFiles files;
+        const QString path = dir.filePath("SRV-ÄÖÜ");
+        const QStringList lines{QStringLiteral("Größe — Ω"), QStringLiteral("日本語 サーバ"), QStringLiteral("😀")};
+        QVERIFY(files.writeLines(path, lines));
+        QCOMPARE(*files.readLines(path), lines);
+        QCOMPARE(bytesOf(path), (lines.join("\r\n") + "\r\n").toUtf8());
+        QVERIFY(files.exists(dir.filePath("srv-ÄÖÜ")));
+    }
+
+    void sizeExistsAndRemove()
+    {
+        QTemporaryDir dir;
+        DiskTextFiles files;
+        const QString path = dir.filePath("Interval");
+        QCOMPARE(files.size(path), -1);
+        QVERIFY(!files.remove(path));
+        QVERIFY(files.writeLines(path, {"30"}));
+        QCOMPARE(files.size(path), 4);
+        QVERIFY(files.remove(path));
+        QVERIFY(!files.exists(path));
+        // A folder named like a server is not a file.
+        QVERIFY(QDir(dir.path()).mkdir("DC1"));
+        QVERIFY(!files.exists(dir.filePath("DC1")));
+        QVERIFY(!files.readLines(dir.filePath("DC1")));
+    }
+};
+
+QTEST_MAIN(TestTextFiles)
+#include "tst_textfiles.moc"
