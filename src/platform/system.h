@@ -40,6 +40,9 @@ public:
     // Ends the program at once with the given exit code; no window handler runs after it.
     virtual void end(int code) = 0;
     virtual bool ended() const = 0;
+    // fn runs on the user-interface thread when the session or the system asks the program to
+    // end (logout, shutdown, a termination signal).
+    virtual void onSessionEnd(std::function<void()> fn) = 0;
 };
 
 } // namespace velmora::platform

@@ -96,6 +96,11 @@ MainWindow::MainWindow(const platform::Platform& platform, QWidget* parent)
     for (platform::Timer* t : {Timer1, Timer2, Timer5, Timer6, Timer8, Timer9})
         t->setEnabled(true);
     connect(Timer9, &platform::Timer::timeout, this, &MainWindow::repingServers);
+    // Logout and system shutdown close the window like its close box.
+    p_.app->onSessionEnd([this] {
+        if (!p_.app->ended())
+            queryUnload();
+    });
 }
 
 MainWindow::~MainWindow() = default;

@@ -1,9 +1,12 @@
 #include "platform/linux/linuxplatform.h"
 
 #include "platform/linux/computerchooser.h"
+#include "platform/linux/desktopopener.h"
 #include "platform/linux/disktextfiles.h"
 #include "platform/linux/linuxicmp.h"
+#include "platform/linux/localsocketinstance.h"
 #include "platform/linux/sshconnections.h"
+#include "platform/linux/tonebeeper.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -19,6 +22,10 @@
 #include <QThreadPool>
 #include <QTimer>
 
+#include <QSocketNotifier>
+
+#include <csignal>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace velmora::platform {
@@ -129,53 +136,8 @@ public:
     }
 };
 
-// The first copy listens on a local socket in the user's runtime folder; a later copy that can
-// connect there knows it is not alone and asks the first to show itself.
-class LocalSocketInstance : public SingleInstance {
-public:
-    bool otherInstanceRunning(std::function<void()> onShowRequest) override
-    {
-        QLocalSocket probe;
-        probe.connectToServer(socketName());
-        if (probe.waitForConnected(500))
-            return true;
-        QLocalServer::removeServer(socketName());
-        server_ = new QLocalServer(qApp);
-        server_->setSocketOptions(QLocalServer::UserAccessOption);
-        QObject::connect(server_, &QLocalServer::newConnection, server_, [this, onShowRequest] {
-            while (QLocalSocket* s = server_->nextPendingConnection()) {
-                QObject::connect(s, &QLocalSocket::readyRead, s, [s, onShowRequest] {
-                    if (s->readAll().contains("show") && onShowRequest)
-                        onShowRequest();
-                });
-                QObject::connect(s, &QLocalSocket::disconnected, s, &QObject::deleteLater);
-            }
-        });
-        server_->listen(socketName());
-        return false;
-    }
-    void activateOther() override
-    {
-        QLocalSocket s;
-        s.connectToServer(socketName());
-        if (!s.waitForConnected(500))
-            return;
-        s.write("show\n");
-        s.waitForBytesWritten(500);
-        s.disconnectFromServer();
-    }
-
-private:
-    static QString socketName()
-    {
-        QString dir = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-        if (dir.isEmpty())
-            dir = QDir::tempPath();
-        return dir + QStringLiteral("/velmora-%1.sock").arg(::getuid());
-    }
-    QLocalServer* server_ = nullptr;
-};
-
+// Ends the event loop; SIGTERM and SIGHUP (logout, system shutdown) count as a request to close
+// the main window.
 class QtApplicationEnd : public Application {
 public:
     void end(int code) override
@@ -184,9 +146,35 @@ public:
         QCoreApplication::exit(code);
     }
     bool ended() const override { return ended_; }
+    void onSessionEnd(std::function<void()> fn) override
+    {
+        sessionEnd_ = std::move(fn);
+        if (notifier_)
+            return;
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, signalPipe) != 0)
+            return;
+        notifier_ = new QSocketNotifier(signalPipe[1], QSocketNotifier::Read, qApp);
+        QObject::connect(notifier_, &QSocketNotifier::activated, qApp, [this] {
+            char c;
+            if (::read(signalPipe[1], &c, 1) == 1 && sessionEnd_ && !ended_)
+                sessionEnd_();
+        });
+        struct sigaction sa {};
+        sa.sa_handler = [](int) {
+            const char c = 1;
+            [[maybe_unused]] auto n = ::write(signalPipe[0], &c, 1);
+        };
+        sigemptyset(&sa.sa_mask);
+        sa.sa_flags = SA_RESTART;
+        ::sigaction(SIGTERM, &sa, nullptr);
+        ::sigaction(SIGHUP, &sa, nullptr);
+    }
 
 private:
+    static inline int signalPipe[2] = {-1, -1};
     bool ended_ = false;
+    std::function<void()> sessionEnd_;
+    QSocketNotifier* notifier_ = nullptr;
 };
 
 class ThreadPoolWorker : public Worker {
@@ -239,7 +227,7 @@ private:
 
 class QtSound : public Sound {
 public:
-    void stop() override {}
+    int stop() override { return 0; }
 };
 
 } // namespace
@@ -257,6 +245,8 @@ struct LinuxPlatform::Impl {
     QtTrayIcon tray;
     QtSound sound;
     KnownComputersChooser chooser;
+    DesktopOpener opener;
+    ToneBeeper beeper;
 };
 
 LinuxPlatform::LinuxPlatform() : d(std::make_unique<Impl>()) {}
@@ -277,6 +267,8 @@ Platform LinuxPlatform::platform()
     p.tray = &d->tray;
     p.sound = &d->sound;
     p.chooser = &d->chooser;
+    p.opener = &d->opener;
+    p.beeper = &d->beeper;
     return p;
 }
 

@@ -4,6 +4,8 @@
 // set of computers that answer pings, and jobs that run at once.
 #include "platform/linux/disktextfiles.h"
 #include "platform/platform.h"
+#include "platform/sim/simbeeper.h"
+#include "platform/sim/simopener.h"
 
 #include <QDateTime>
 #include <QHash>
@@ -134,7 +136,9 @@ class SimApplication : public Application {
 public:
     void end(int code) override;
     bool ended() const override { return ended_; }
+    void onSessionEnd(std::function<void()> fn) override { session_end = std::move(fn); }
     int exit_code = -1;
+    std::function<void()> session_end;
 
 private:
     bool ended_ = false;
@@ -190,8 +194,9 @@ private:
 
 class SimSound : public Sound {
 public:
-    void stop() override { ++stops; }
+    int stop() override { ++stops; return stop_error; }
     int stops = 0;
+    int stop_error = 0; // what stop() answers
 };
 
 class SimComputerChooser : public ComputerChooser {
@@ -219,6 +224,8 @@ public:
     SimTrayIcon tray;
     SimSound sound;
     SimComputerChooser chooser;
+    SimOpener opener;
+    SimBeeper beeper{clock};
 };
 
 } // namespace velmora::platform::sim
