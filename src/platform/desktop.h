@@ -18,8 +18,9 @@ public:
 class Sound {
 public:
     virtual ~Sound() = default;
-    // Stops any sound this program plays.
-    virtual void stop() = 0;
+    // Stops any sound this program plays. Returns 0, or the system error code when the sound
+    // could not be stopped.
+    virtual int stop() = 0;
 };
 
 class ComputerChooser {

@@ -1,10 +1,12 @@
 #pragma once
 // The bundle of platform services handed to the windows and modules that need them.
+#include "platform/beeper.h"
 #include "platform/clock.h"
 #include "platform/desktop.h"
 #include "platform/icmp.h"
 #include "platform/messageboxes.h"
 #include "platform/netconnections.h"
+#include "platform/opener.h"
 #include "platform/system.h"
 #include "platform/textfiles.h"
 #include "platform/worker.h"
@@ -24,6 +26,8 @@ struct Platform {
     TrayIcon* tray = nullptr;
     Sound* sound = nullptr;
     ComputerChooser* chooser = nullptr;
+    FileOpener* opener = nullptr;
+    Beeper* beeper = nullptr;
 };
 
 } // namespace velmora::platform

@@ -242,6 +242,8 @@ Platform SimPlatform::platform()
     p.tray = &tray;
     p.sound = &sound;
     p.chooser = &chooser;
+    p.opener = &opener;
+    p.beeper = &beeper;
     return p;
 }
 
