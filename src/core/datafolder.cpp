@@ -19,10 +19,19 @@ QString chooseDataFolder(platform::SystemInfo& system)
 
 QString dataFile(const QString& dataFolder, const QString& name)
 {
+    // A server name is also a file name. One with a separator or a NUL in it (typed in, or read
+    // from a damaged list) must not reach into another folder or cut the path short, so those
+    // characters are written out instead.
+    QString safe = name;
+    if (safe.contains(QLatin1Char('/')) || safe.contains(QChar(0))) {
+        safe.replace(QLatin1Char('%'), QStringLiteral("%25"));
+        safe.replace(QLatin1Char('/'), QStringLiteral("%2F"));
+        safe.replace(QChar(0), QStringLiteral("%00"));
+    }
     // The root folder already ends with the separator.
     if (dataFolder.endsWith(QLatin1Char('/')))
-        return dataFolder + name;
-    return dataFolder + QLatin1Char('/') + name;
+        return dataFolder + safe;
+    return dataFolder + QLatin1Char('/') + safe;
 }
 
 } // namespace velmora::core

@@ -67,6 +67,8 @@ private slots:
 
         QCOMPARE(dataFile("/opt/velmora", files::computerlist), QString("/opt/velmora/Computerlist"));
         QCOMPARE(dataFile("/", "DC1"), QString("/DC1"));
+        // A server name never reaches outside the data folder.
+        QCOMPARE(dataFile("/opt/velmora", "../Settings"), QString("/opt/velmora/..%2FSettings"));
     }
 
     // ---- exact bytes of every writer ----
