@@ -1,0 +1,332 @@
+// Real ICMP echo: to loopback, and inside a pair of network namespaces this test builds (a
+// pinging side A and a peer B that also routes, so that real unreachable and time-exceeded
+// answers come back).
+#include "platform/linux/linuxicmp.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTest>
+
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <netinet/in.h>
+#include <unistd.h>
+
+#include <functional>
+#include <thread>
+
+using velmora::platform::LinuxIcmp;
+
+namespace {
+
+const QByteArray hello("HelloServer");
+
+bool icmpSocketAvailable()
+{
+    for (int type : {SOCK_RAW, SOCK_DGRAM}) {
+        const int fd = ::socket(AF_INET, type, IPPROTO_ICMP);
+        if (fd >= 0) {
+            ::close(fd);
+            return true;
+        }
+    }
+    return false;
+}
+
+// Takes CAP_NET_RAW out of the calling thread's effective capabilities (capabilities belong to
+// threads, so the rest of the test keeps it): raw ICMP sockets are then refused.
+bool dropNetRawInThisThread()
+{
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct data[2] = {};
+    if (::syscall(SYS_capget, &header, data) != 0)
+        return false;
+    data[CAP_NET_RAW / 32].effective &= ~(1u << (CAP_NET_RAW % 32));
+    return ::syscall(SYS_capset, &header, data) == 0;
+}
+
+// Runs fn on a thread that has entered the named network namespace (a namespace is per thread
+// too), so sockets fn opens live there.
+bool runInNamespace(const QString& ns, bool withoutNetRaw, const std::function<void()>& fn)
+{
+    bool entered = false;
+    std::thread t([&] {
+        const int fd = ::open(QByteArray("/run/netns/" + ns.toLatin1()).constData(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0)
+            return;
+        const bool in = ::setns(fd, CLONE_NEWNET) == 0;
+        ::close(fd);
+        if (!in || (withoutNetRaw && !dropNetRawInThisThread()))
+            return;
+        entered = true;
+        fn();
+    });
+    t.join();
+    return entered;
+}
+
+} // namespace
+
+class TestIcmp : public QObject {
+    Q_OBJECT
+private:
+    const QString nsA = QStringLiteral("velmora-icmp-a-%1").arg(::getpid());
+    const QString nsB = QStringLiteral("velmora-icmp-b-%1").arg(::getpid());
+    QString ipTool;
+    bool namespacesMade = false;
+    QString namespaceProblem;
+
+    bool ip(const QStringList& args)
+    {
+        QProcess p;
+        p.start(ipTool, args);
+        if (!p.waitForFinished(10000) || p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0) {
+            namespaceProblem = "ip " + args.join(' ') + ": " + QString::fromLocal8Bit(p.readAllStandardError());
+            return false;
+        }
+        return true;
+    }
+    bool sysctl(const QString& ns, const QStringList& settings)
+    {
+        return ip(QStringList{"netns", "exec", ns, "sysctl", "-qw"} + settings);
+    }
+
+    // A (10.200.0.1, also .11 and .12) --veth-- B (10.200.0.2). Through B, seen from A:
+    //   10.201/16 is on B's link, where nobody answers B's neighbour lookup (host unreachable),
+    //   10.202/16 ends at a "throw" route (net unreachable; the kernel allows such answers once a
+    //   second per source with a small burst, so each case asks from a source of its own),
+    //   10.203/16 loops between B and A until the TTL runs out,
+    //   10.204/16 ends at a "blackhole" route (silence).
+    // A itself has no route to 192.168.77/24 and an "unreachable" route to 192.168.78/24.
+    bool makeNamespaces()
+    {
+        const QString vethA = QStringLiteral("vmia%1").arg(::getpid());
+        const QString vethB = QStringLiteral("vmib%1").arg(::getpid());
+        // A missing neighbour is given up after one quick ARP probe.
+        const auto quickNeighbours = [](const QString& dev) {
+            return QStringList{"net.ipv4.neigh." + dev + ".mcast_solicit=1",
+                               "net.ipv4.neigh." + dev + ".retrans_time_ms=100"};
+        };
+        const QStringList routerSettings{"net.ipv4.ip_forward=1", "net.ipv4.conf.all.send_redirects=0",
+                                         "net.ipv4.icmp_ratelimit=0"};
+        return ip({"netns", "add", nsA}) && ip({"netns", "add", nsB})
+            && ip({"link", "add", vethA, "netns", nsA, "type", "veth", "peer", "name", vethB, "netns", nsB})
+            && ip({"-n", nsA, "addr", "add", "10.200.0.1/24", "dev", vethA})
+            && ip({"-n", nsA, "addr", "add", "10.200.0.11/24", "dev", vethA})
+            && ip({"-n", nsA, "addr", "add", "10.200.0.12/24", "dev", vethA})
+            && ip({"-n", nsB, "addr", "add", "10.200.0.2/24", "dev", vethB})
+            && ip({"-n", nsA, "link", "set", "lo", "up"}) && ip({"-n", nsB, "link", "set", "lo", "up"})
+            && ip({"-n", nsA, "link", "set", vethA, "up"}) && ip({"-n", nsB, "link", "set", vethB, "up"})
+            && sysctl(nsA, routerSettings + quickNeighbours(vethA)
+                               + QStringList{"net.ipv4.conf." + vethA + ".send_redirects=0",
+                                             // the looping requests come back with A's own source
+                                             "net.ipv4.conf." + vethA + ".accept_local=1",
+                                             // the unprivileged datagram socket is allowed for root
+                                             "net.ipv4.ping_group_range=0 2147483647"})
+            && sysctl(nsB, routerSettings + quickNeighbours(vethB)
+                               + QStringList{"net.ipv4.conf." + vethB + ".send_redirects=0",
+                                             "net.ipv4.ping_group_range=1 0"})
+            && ip({"-n", nsA, "route", "add", "10.201.0.0/16", "via", "10.200.0.2"})
+            && ip({"-n", nsA, "route", "add", "10.202.1.0/24", "via", "10.200.0.2", "src", "10.200.0.11"})
+            && ip({"-n", nsA, "route", "add", "10.202.2.0/24", "via", "10.200.0.2", "src", "10.200.0.12"})
+            && ip({"-n", nsA, "route", "add", "10.203.0.0/16", "via", "10.200.0.2"})
+            && ip({"-n", nsA, "route", "add", "10.204.0.0/16", "via", "10.200.0.2"})
+            && ip({"-n", nsA, "route", "add", "unreachable", "192.168.78.0/24"})
+            && ip({"-n", nsB, "route", "add", "10.201.0.0/16", "dev", vethB})
+            && ip({"-n", nsB, "route", "add", "throw", "10.202.0.0/16"})
+            && ip({"-n", nsB, "route", "add", "10.203.0.0/16", "via", "10.200.0.1"})
+            && ip({"-n", nsB, "route", "add", "blackhole", "10.204.0.0/16"});
+    }
+
+    // Builds the namespaces on first use; empty when they are there, else why not.
+    QString namespacesMissing()
+    {
+        if (::geteuid() != 0)
+            return "network namespaces need root";
+        ipTool = QStandardPaths::findExecutable("ip");
+        if (ipTool.isEmpty())
+            ipTool = QStandardPaths::findExecutable("ip", {"/usr/sbin", "/sbin"});
+        if (ipTool.isEmpty())
+            return "the ip tool (iproute2) is missing";
+        if (!namespacesMade) {
+            namespacesMade = true;
+            if (!makeNamespaces())
+                namespaceProblem.prepend("could not build the test network: ");
+        }
+        return namespaceProblem;
+    }
+
+    static LinuxIcmp::SocketKind kindOf(const QString& name)
+    {
+        return name == "datagram" ? LinuxIcmp::SocketKind::Datagram : LinuxIcmp::SocketKind::Automatic;
+    }
+
+private slots:
+    void cleanupTestCase()
+    {
+        if (namespacesMade) {
+            // Deleting a namespace takes its end of the veth pair, and with it the other end.
+            ip({"netns", "del", nsA});
+            ip({"netns", "del", nsB});
+        }
+    }
+
+    void namesResolveToDottedAddresses()
+    {
+        LinuxIcmp icmp;
+        QCOMPARE(icmp.resolve("localhost"), QString("127.0.0.1"));
+        QCOMPARE(icmp.resolve("10.1.2.3"), QString("10.1.2.3"));
+        QCOMPARE(icmp.resolve("no-such-host-velmora.invalid"), QString());
+        QCOMPARE(icmp.resolve(""), QString());
+    }
+
+    void textsThatAreNoDottedAddressGetMinusOneInTheirPlace()
+    {
+        LinuxIcmp icmp;
+        const auto statuses = icmp.echo({"", "999.1.1.1", "abc", "127.0.0.1", "1.2.3", "10.0.0.1 "}, hello, 2000);
+        QCOMPARE(statuses.size(), size_t(6));
+        QCOMPARE(statuses[0], -1);
+        QCOMPARE(statuses[1], -1);
+        QCOMPARE(statuses[2], -1);
+        QCOMPARE(statuses[3], 0);
+        QCOMPARE(statuses[4], -1);
+        QCOMPARE(statuses[5], -1);
+        QVERIFY(icmp.echo({}, hello, 100).empty());
+    }
+
+    void loopbackAnswersAndEchoesTheData()
+    {
+        if (!icmpSocketAvailable())
+            QSKIP("no ICMP socket allowed for this user");
+        LinuxIcmp icmp;
+        const auto replies = icmp.echoReplies({"127.0.0.1"}, hello, 2000);
+        QCOMPARE(replies.size(), size_t(1));
+        QCOMPARE(replies[0].status, 0);
+        QCOMPARE(replies[0].data, hello);
+        QCOMPARE(icmp.echo({"127.0.0.1"}, hello, 2000), std::vector<int>{0});
+    }
+
+    void manyLoopbackAddressesAnswerInOneCall()
+    {
+        if (!icmpSocketAvailable())
+            QSKIP("no ICMP socket allowed for this user");
+        QStringList addresses;
+        for (int i = 0; i < 1000; ++i)
+            addresses << QStringLiteral("127.%1.%2.%3").arg(i % 7).arg(i / 7 % 256).arg(1 + i % 250);
+        addresses << "127.0.0.1" << "127.0.0.1"; // the same address twice gets two answers
+        LinuxIcmp icmp;
+        const int timeoutMs = 3000;
+        QElapsedTimer clock;
+        clock.start();
+        const auto replies = icmp.echoReplies(addresses, hello, timeoutMs);
+        // Answered requests end the call at once instead of waiting out the time-out.
+        QVERIFY2(clock.elapsed() < timeoutMs, qPrintable(QString::number(clock.elapsed())));
+        QCOMPARE(replies.size(), size_t(addresses.size()));
+        for (size_t i = 0; i < replies.size(); ++i) {
+            QCOMPARE(replies[i].status, 0);
+            QCOMPARE(replies[i].data, hello);
+        }
+    }
+
+    void answersAndErrorsFromARealNetwork_data()
+    {
+        QTest::addColumn<QString>("socket");
+        QTest::addColumn<int>("n"); // keeps each case's addresses apart from the other's
+        QTest::newRow("raw") << "raw" << 1;
+        QTest::newRow("datagram") << "datagram" << 2;
+    }
+    void answersAndErrorsFromARealNetwork()
+    {
+        QFETCH(QString, socket);
+        QFETCH(int, n);
+        if (const QString why = namespacesMissing(); !why.isEmpty())
+            QSKIP(qPrintable(why));
+        const QStringList addresses{"10.200.0.2",
+                                    QStringLiteral("10.201.%1.5").arg(n),
+                                    QStringLiteral("10.202.%1.5").arg(n),
+                                    QStringLiteral("10.203.%1.5").arg(n),
+                                    "192.168.77.1",
+                                    "192.168.78.1",
+                                    "127.0.0.1",
+                                    QStringLiteral("10.200.0.%1").arg(70 + n),
+                                    QStringLiteral("10.201.%1.6").arg(n)};
+        std::vector<LinuxIcmp::Reply> replies;
+        QVERIFY(runInNamespace(nsA, false, [&] { replies = LinuxIcmp(kindOf(socket)).echoReplies(addresses, hello, 4000); }));
+        QCOMPARE(replies.size(), size_t(addresses.size()));
+        QCOMPARE(replies[0].status, 0);     // the peer answers
+        QCOMPARE(replies[0].data, hello);
+        QCOMPARE(replies[1].status, 11003); // the router says host unreachable
+        QCOMPARE(replies[2].status, 11002); // the router says net unreachable
+        QCOMPARE(replies[3].status, 11013); // the TTL ran out in the routing loop
+        QCOMPARE(replies[4].status, 11002); // no route here: the send fails
+        QCOMPARE(replies[5].status, 11003); // an unreachable route here: the send fails
+        QCOMPARE(replies[6].status, 0);
+        // Nobody on the own link has this address: the kernel gives up the neighbour lookup
+        // (host unreachable) or the time-out comes first; never a success.
+        QVERIFY2(replies[7].status == 11003 || replies[7].status == 11010,
+                 qPrintable(QString::number(replies[7].status)));
+        QCOMPARE(replies[8].status, 11003);
+    }
+
+    void silentAddressesTimeOutTogether_data()
+    {
+        answersAndErrorsFromARealNetwork_data();
+    }
+    void silentAddressesTimeOutTogether()
+    {
+        QFETCH(QString, socket);
+        if (const QString why = namespacesMissing(); !why.isEmpty())
+            QSKIP(qPrintable(why));
+        QVERIFY(sysctl(nsB, {"net.ipv4.icmp_echo_ignore_all=1"}));
+        QStringList addresses{"10.200.0.2", "127.0.0.1"};
+        for (int i = 1; i <= 200; ++i)
+            addresses << QStringLiteral("10.204.%1.%2").arg(i / 100).arg(i % 100 + 1);
+        std::vector<int> statuses;
+        qint64 elapsed = 0;
+        const bool ran = runInNamespace(nsA, false, [&] {
+            QElapsedTimer clock;
+            clock.start();
+            statuses = LinuxIcmp(kindOf(socket)).echo(addresses, hello, 500);
+            elapsed = clock.elapsed();
+        });
+        QVERIFY(sysctl(nsB, {"net.ipv4.icmp_echo_ignore_all=0"}));
+        QVERIFY(ran);
+        QCOMPARE(statuses.size(), size_t(addresses.size()));
+        QCOMPARE(statuses[0], 11010);
+        QCOMPARE(statuses[1], 0);
+        for (size_t i = 2; i < statuses.size(); ++i)
+            QCOMPARE(statuses[i], 11010);
+        // One wait for all of them, not one per address.
+        QVERIFY2(elapsed >= 490 && elapsed < 1000, qPrintable(QString::number(elapsed)));
+    }
+
+    void withoutRawSocketsTheDatagramSocketIsUsed()
+    {
+        if (const QString why = namespacesMissing(); !why.isEmpty())
+            QSKIP(qPrintable(why));
+        std::vector<int> statuses;
+        QVERIFY(runInNamespace(nsA, true, [&] {
+            statuses = LinuxIcmp().echo({"10.200.0.2", "10.201.3.5", "192.168.77.1"}, hello, 3000);
+        }));
+        QCOMPARE(statuses, (std::vector<int>{0, 11003, 11002}));
+    }
+
+    void withoutAnyIcmpSocketEveryDottedAddressGetsZero()
+    {
+        if (const QString why = namespacesMissing(); !why.isEmpty())
+            QSKIP(qPrintable(why));
+        // B allows no group the datagram socket, and the thread may not open raw sockets.
+        std::vector<int> statuses;
+        QVERIFY(runInNamespace(nsB, true, [&] {
+            statuses = LinuxIcmp().echo({"10.200.0.1", "192.168.77.1", "abc", "10.204.0.1"}, hello, 3000);
+        }));
+        QCOMPARE(statuses, (std::vector<int>{0, 0, -1, 0}));
+    }
+};
+
+QTEST_MAIN(TestIcmp)
+#include "tst_icmp.moc"
