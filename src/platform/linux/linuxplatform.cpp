@@ -34,12 +34,13 @@ namespace {
 
 class QtMessageBoxes : public MessageBoxes {
 public:
-    MsgAnswer show(const QString& text, MsgIcon icon, MsgButtons buttons) override
+    MsgAnswer show(const QString& text, MsgIcon icon, MsgButtons buttons, const QString& title) override
     {
         QMessageBox box(QApplication::activeWindow());
-        box.setWindowTitle(QStringLiteral("Velmora"));
+        box.setWindowTitle(title);
         box.setText(text);
         switch (icon) {
+        case MsgIcon::None: box.setIcon(QMessageBox::NoIcon); break;
         case MsgIcon::Critical: box.setIcon(QMessageBox::Critical); break;
         case MsgIcon::Question: box.setIcon(QMessageBox::Question); break;
         case MsgIcon::Exclamation: box.setIcon(QMessageBox::Warning); break;

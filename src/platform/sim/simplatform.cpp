@@ -48,9 +48,9 @@ bool SimTextFiles::remove(const QString& path) { return !fails(Op::Remove, path)
 
 // ---- message boxes ----
 
-MsgAnswer SimMessageBoxes::show(const QString& text, MsgIcon icon, MsgButtons buttons)
+MsgAnswer SimMessageBoxes::show(const QString& text, MsgIcon icon, MsgButtons buttons, const QString& title)
 {
-    shown.append({text, icon, buttons});
+    shown.append({text, icon, buttons, title});
     if (!answers_.empty()) {
         const MsgAnswer a = answers_.front();
         answers_.pop_front();

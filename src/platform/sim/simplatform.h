@@ -47,11 +47,12 @@ struct ShownBox {
     QString text;
     MsgIcon icon;
     MsgButtons buttons;
+    QString title;
 };
 
 class SimMessageBoxes : public MessageBoxes {
 public:
-    MsgAnswer show(const QString& text, MsgIcon icon, MsgButtons buttons) override;
+    MsgAnswer show(const QString& text, MsgIcon icon, MsgButtons buttons, const QString& title) override;
     // The next boxes answer these, in order; without a scripted answer a box answers its first
     // button (OK or Yes).
     void script(MsgAnswer answer) { answers_.push_back(answer); }
