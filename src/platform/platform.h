@@ -6,6 +6,7 @@
 #include "platform/icmp.h"
 #include "platform/messageboxes.h"
 #include "platform/netconnections.h"
+#include "platform/servicemanager.h"
 #include "platform/opener.h"
 #include "platform/system.h"
 #include "platform/textfiles.h"
@@ -23,6 +24,7 @@ struct Platform {
     Icmp* icmp = nullptr;
     Worker* worker = nullptr;
     NetConnections* net = nullptr;
+    ServiceManager* services = nullptr;
     TrayIcon* tray = nullptr;
     Sound* sound = nullptr;
     ComputerChooser* chooser = nullptr;

@@ -6,6 +6,7 @@
 #include "platform/linux/linuxicmp.h"
 #include "platform/linux/localsocketinstance.h"
 #include "platform/linux/sshconnections.h"
+#include "platform/linux/systemdservices.h"
 #include "platform/linux/tonebeeper.h"
 
 #include <QApplication>
@@ -243,6 +244,7 @@ struct LinuxPlatform::Impl {
     LinuxIcmp icmp;
     ThreadPoolWorker worker;
     SshConnections net;
+    SystemdServices services;
     QtTrayIcon tray;
     QtSound sound;
     KnownComputersChooser chooser;
@@ -265,6 +267,7 @@ Platform LinuxPlatform::platform()
     p.icmp = &d->icmp;
     p.worker = &d->worker;
     p.net = &d->net;
+    p.services = &d->services;
     p.tray = &d->tray;
     p.sound = &d->sound;
     p.chooser = &d->chooser;

@@ -239,6 +239,7 @@ Platform SimPlatform::platform()
     p.icmp = &icmp;
     p.worker = &worker;
     p.net = &net;
+    p.services = &services;
     p.tray = &tray;
     p.sound = &sound;
     p.chooser = &chooser;

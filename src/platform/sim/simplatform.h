@@ -4,6 +4,7 @@
 // set of computers that answer pings, and jobs that run at once.
 #include "platform/linux/disktextfiles.h"
 #include "platform/platform.h"
+#include "platform/sim/simservices.h"
 #include "platform/sim/simbeeper.h"
 #include "platform/sim/simopener.h"
 
@@ -222,6 +223,7 @@ public:
     SimIcmp icmp;
     SimWorker worker;
     SimNetConnections net;
+    SimServices services{clock, system, net};
     SimTrayIcon tray;
     SimSound sound;
     SimComputerChooser chooser;
