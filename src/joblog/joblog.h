@@ -1,0 +1,87 @@
+#pragma once
+// The job log "Jobs.log" in the data folder: one line for every check of a monitored service
+// (check line), every server skipped as a whole (server line) and every outcome of an alert
+// action (action line, no timestamp). The file is only ever appended to, one open-append-close
+// per line, and never held open, so an outside viewer can watch it grow.
+//
+// Dates and times are written in this system's regional formats: the short date format of
+// QLocale::system(), and its short time format with seconds added after the minutes where the
+// short format has none (so a German system writes "16.11.26 20:50:14", a US one
+// "11/16/26 8:50:14 PM").
+#include "platform/platform.h"
+
+#include <QDateTime>
+#include <QLocale>
+#include <QString>
+#include <functional>
+
+namespace velmora::joblog {
+
+// The log above this many bytes is shown as large (red indicator); at or below it, as normal.
+inline constexpr qint64 kLargeLogBytes = 3000000;
+
+// The date and time texts of log lines and alert rows.
+QString dateText(const QDateTime& at, const QLocale& locale = QLocale::system());
+QString timeText(const QDateTime& at, const QLocale& locale = QLocale::system());
+// The locale's short time format with seconds added where it has none.
+QString timeFormatWithSeconds(const QLocale& locale);
+
+// date, blank, time, TAB, server, TAB, service, TAB, result
+QString checkLineText(const QDateTime& at, const QString& server, const QString& service,
+                      const QString& result, const QLocale& locale = QLocale::system());
+// date, blank, time, TAB, server, TAB, message
+QString serverLineText(const QDateTime& at, const QString& server, const QString& message,
+                       const QLocale& locale = QLocale::system());
+
+// Messages of server lines.
+inline const QString kServerInMaintenance = QStringLiteral("Server is in Maintenance Mode");
+inline const QString kServerNotReachable = QStringLiteral("Could not reach Server, Server not available.");
+
+// The two captions of the log-size indicator: the alert window's own on activation, and the
+// one a check run sets when it finds a failed service. They differ in spacing.
+enum class SizeCaption { Activation, CheckRun };
+bool logIsLarge(qint64 bytes);
+QString logSizeText(qint64 bytes, SizeCaption caption);
+
+// The message for a failed "Show Logfile" open result (32 or less); empty for codes it does
+// not know.
+QString openErrorText(int code);
+
+class JobLog {
+public:
+    // dataFolder is asked for the data folder by every operation that touches the file (the
+    // main window re-reads its data-folder field there).
+    JobLog(const platform::Platform& platform, std::function<QString()> dataFolder);
+
+    // Appends text and CR LF to an existing log in one write. A missing log is not created and
+    // a failed write loses the line; neither is reported, the caller goes on. Returns whether
+    // the line was written.
+    bool appendjobline(const QString& text);
+    // Creates the log empty when it does not exist.
+    void ensurejoblog();
+    // A check line or a server line stamped with the platform clock's current time.
+    bool checkline(const QString& server, const QString& service, const QString& result);
+    bool serverline(const QString& server, const QString& message);
+
+    // The log's path under its real spelling on disk.
+    QString path();
+    // Size in bytes, -1 when there is no log.
+    qint64 size();
+
+    // "Show Logfile": opens the log in the user's viewer; a failure is shown in a box.
+    void showlogfile();
+    // "Delele Logfile": asks, deletes, and recreates the log empty.
+    void deletelogfile();
+
+    // The regional formats used for timestamps (QLocale::system() unless set).
+    void setLocale(const QLocale& locale) { locale_ = locale; }
+    const QLocale& locale() const { return locale_; }
+    QDateTime now() const;
+
+private:
+    platform::Platform p_;
+    std::function<QString()> dataFolder_;
+    QLocale locale_ = QLocale::system();
+};
+
+} // namespace velmora::joblog
