@@ -4,6 +4,8 @@
 #include "core/serverfile.h"
 #include "core/serverlistfile.h"
 #include "monitoring/reachability.h"
+#include "monitoring/setupwindow.h"
+#include "servicecontrol/servicecontrol.h"
 #include "shell/icons.h"
 
 #include <QAction>
@@ -96,6 +98,14 @@ MainWindow::MainWindow(const platform::Platform& platform, QWidget* parent)
     for (platform::Timer* t : {Timer1, Timer2, Timer5, Timer6, Timer8, Timer9})
         t->setEnabled(true);
     connect(Timer9, &platform::Timer::timeout, this, &MainWindow::repingServers);
+
+    services = new servicecontrol::ServiceControl(*this);
+    connect(Timer1, &platform::Timer::timeout, services, &servicecontrol::ServiceControl::timer1Tick);
+    connect(Timer2, &platform::Timer::timeout, services, &servicecontrol::ServiceControl::timer2Tick);
+    connect(Command1, &QPushButton::clicked, services, &servicecontrol::ServiceControl::startCommand);
+    connect(mnustartservice, &QAction::triggered, services, &servicecontrol::ServiceControl::startCommand);
+    connect(Command5, &QPushButton::clicked, services, &servicecontrol::ServiceControl::stopCommand);
+    connect(mnustopservice, &QAction::triggered, services, &servicecontrol::ServiceControl::stopCommand);
     // Logout and system shutdown close the window like its close box.
     p_.app->onSessionEnd([this] {
         if (!p_.app->ended())
@@ -303,8 +313,8 @@ void MainWindow::connectControls()
     connect(ListView2, &QTreeWidget::itemClicked, this, [this] { selectServer(); });
     connect(ListView2, &QTreeWidget::itemDoubleClicked, this, [this] {
         selectServer();
-        if (onClearSetupServiceList)
-            onClearSetupServiceList();
+        if (setupWindow_)
+            setupWindow_->List7->clear();
         showServices(true);
     });
     connect(ListView1, &QTreeWidget::itemClicked, this, [this] { selectService(); });
@@ -318,8 +328,7 @@ void MainWindow::connectControls()
             ListView1->setCurrentItem(matches.first());
         if (row < List4->count())
             Text3->setText(List4->item(row)->text());
-        if (onServiceSelected)
-            onServiceSelected();
+        services->servicedetails(Text3->text());
         List2->setToolTip(item->text());
     });
 
@@ -342,8 +351,17 @@ void MainWindow::connectControls()
         if (index < 0)
             return;
         Text1->setText(Combo1->currentText());
-        if (onClearSetupServiceList)
-            onClearSetupServiceList();
+        if (setupWindow_)
+            setupWindow_->List7->clear();
+    });
+    // List1 is hidden; other windows select a row in it to show that service.
+    connect(List1, &QListWidget::currentRowChanged, this, [this](int row) {
+        if (row < 0)
+            return;
+        if (row < List3->count())
+            Text3->setText(List3->item(row)->text());
+        showServiceDetails();
+        List1->setToolTip(List1->item(row)->text());
     });
 
     connect(Command2, &QPushButton::clicked, this, [this] { showServices(true); });
@@ -786,19 +804,30 @@ void MainWindow::selectServer()
 
 void MainWindow::selectService()
 {
-    if (ListView1->topLevelItemCount() > 0 && !detailsfailed_) {
+    if (ListView1->topLevelItemCount() > 0 && !services->detailsfailed) {
         QTreeWidgetItem* item = ListView1->currentItem();
         if (item) {
             selecteditem_ = item->text(0);
             const int row = ListView1->indexOfTopLevelItem(item);
             if (row >= 0 && row < List3->count())
                 Text3->setText(List3->item(row)->text());
-            if (onServiceSelected)
-                onServiceSelected();
+            showServiceDetails();
             ListView1->setToolTip(item->text(0));
         }
     }
-    detailsfailed_ = false;
+    services->detailsfailed = false;
+}
+
+void MainWindow::showServiceDetails()
+{
+    services->servicedetails(Text3->text(), [this] { services->depservices(1); });
+}
+
+monitoring::SetupWindow* MainWindow::setupWindow()
+{
+    if (!setupWindow_)
+        setupWindow_ = new monitoring::SetupWindow(this);
+    return setupWindow_;
 }
 
 void MainWindow::showServices(bool all)
@@ -813,16 +842,15 @@ void MainWindow::showServices(bool all)
     if (item && (serverIcon(item) == 8 || serverIcon(item) == 10)) {
         p_.boxes->show(QStringLiteral("Selected Server is not available, can not show Services !"), MsgIcon::Information);
         clearServiceSide();
-        if (onClearSetupServiceLists)
-            onClearSetupServiceLists();
+        if (setupWindow_) {
+            setupWindow_->List1->clear();
+            setupWindow_->ListView1->clear();
+        }
         return;
     }
     Label1->setText((all ? QStringLiteral("All Registered Services on : ") : QStringLiteral("Active Services on : ")) +
                     Text1->text());
-    if (onGetServiceInfo)
-        onGetServiceInfo(all ? 3 : 1);
-    else
-        unsetCursor();
+    services->getServiceInfo(all ? 3 : 1);
 }
 
 void MainWindow::browseComputer()
@@ -830,8 +858,8 @@ void MainWindow::browseComputer()
     Timer1->setEnabled(false);
     List1->clear();
     ListView1->clear();
-    if (onClearSetupServiceLists)
-        onClearSetupServiceLists();
+    if (setupWindow_)
+        setupWindow_->ListView1->clear();
     Label1->setText(QStringLiteral("Services:"));
     for (QLineEdit* t : {Text2, Text3, Text4, Text5, Text6})
         t->clear();

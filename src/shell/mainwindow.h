@@ -22,7 +22,8 @@ class QPushButton;
 class QTreeWidget;
 class QTreeWidgetItem;
 
-namespace velmora::monitoring { class Reachability; }
+namespace velmora::monitoring { class Reachability; class SetupWindow; }
+namespace velmora::servicecontrol { class ServiceControl; }
 
 namespace velmora::shell {
 
@@ -107,16 +108,19 @@ public:
     // Selection flows.
     void selectServer();
     void selectService();
+    // Shows the details and dependents of the service whose key name is in Text3.
+    void showServiceDetails();
     void showServices(bool all); // Command2 / Command6
 
     // Sets the service side back to empty.
     void clearServiceSide();
 
+    // The service side: listing, details, start and stop.
+    servicecontrol::ServiceControl* services = nullptr;
+    // Form2, the monitoring setup window, created on first use.
+    monitoring::SetupWindow* setupWindow();
+
     // Extension points filled by other modules; each is optional.
-    std::function<void()> onClearSetupServiceList;      // empties the setup dialog's List7
-    std::function<void()> onClearSetupServiceLists;     // empties the setup dialog's List1 and ListView1
-    std::function<void(int filter)> onGetServiceInfo;   // lists the services of Text1 (1 active, 3 all)
-    std::function<void()> onServiceSelected;            // details and dependents of the service in Text3
     std::function<void()> onCheckMailProfile;           // start-up check of the mail profile
     std::function<void(const QString& interval)> onIntervalRead; // start-up: show the interval in the setup dialog
     std::function<void(const QString& interval)> onCheckInterval; // start-up: compute the next scan and run it
@@ -146,8 +150,8 @@ private:
 
     platform::Platform p_;
     monitoring::Reachability* reach_ = nullptr;
+    monitoring::SetupWindow* setupWindow_ = nullptr;
     bool repingRunning_ = false;
-    bool detailsfailed_ = false;
     QString selecteditem_;
     int selectedindex_ = -1;
 };
