@@ -1,0 +1,300 @@
+#include "monitoring/setupwindow.h"
+#include "servicecontrol/servicecontrol.h"
+#include "support/windowfixture.h"
+
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QTest>
+#include <QTreeWidget>
+
+using namespace velmora;
+using platform::MsgAnswer;
+using platform::MsgIcon;
+using platform::sim::SimServices;
+using test::WindowFixture;
+namespace svcstate = platform::svcstate;
+namespace svcstart = platform::svcstart;
+
+namespace {
+
+QStringList texts(const QListWidget* list)
+{
+    QStringList out;
+    for (int i = 0; i < list->count(); ++i)
+        out << list->item(i)->text();
+    return out;
+}
+
+QStringList texts(const QTreeWidget* view)
+{
+    QStringList out;
+    for (int i = 0; i < view->topLevelItemCount(); ++i)
+        out << view->topLevelItem(i)->text(0);
+    return out;
+}
+
+QList<int> icons(const QTreeWidget* view)
+{
+    QList<int> out;
+    for (int i = 0; i < view->topLevelItemCount(); ++i)
+        out << shell::MainWindow::serviceIcon(view->topLevelItem(i));
+    return out;
+}
+
+// One server, SRV1, with a web stack: nginx needs php-fpm, which needs mariadb.
+struct Fleet : WindowFixture {
+    Fleet()
+    {
+        writeFile("Computerlist", {"SRV1\tmonitored"});
+        writeFile("Computers", {"SRV1"});
+        sim.icmp.addComputer("SRV1", "10.9.0.1", 0);
+        auto& s = sim.services;
+        s.addService("SRV1", {.name = "mariadb.service", .displayName = "MariaDB database server",
+                              .state = svcstate::running, .startType = svcstart::automatic, .account = "mysql",
+                              .binaryPath = "/usr/sbin/mariadbd", .stopMs = 1500});
+        s.addService("SRV1", {.name = "php-fpm.service", .displayName = "PHP FastCGI", .state = svcstate::running,
+                              .startType = svcstart::automatic, .account = "root",
+                              .binaryPath = "/usr/sbin/php-fpm --nodaemonize", .dependsOn = {"mariadb.service"}});
+        s.addService("SRV1", {.name = "nginx.service", .displayName = "A high performance web server",
+                              .state = svcstate::running, .startType = svcstart::automatic, .account = "root",
+                              .binaryPath = "/usr/sbin/nginx", .dependsOn = {"php-fpm.service"}});
+        s.addService("SRV1", {.name = "cups.service", .displayName = "CUPS Scheduler", .state = svcstate::stopped,
+                              .startType = svcstart::manual, .account = "root", .binaryPath = "/usr/sbin/cupsd -l",
+                              .startMs = 2000});
+        s.addService("SRV1", {.name = "rescue.service", .displayName = "Rescue Shell", .state = svcstate::stopped,
+                              .startType = svcstart::disabled, .account = "root", .binaryPath = "/bin/sh"});
+        start();
+    }
+    shell::MainWindow& w() { return *window; }
+    void select(const QString& display)
+    {
+        const auto items = w().ListView1->findItems(display, Qt::MatchExactly);
+        QVERIFY(!items.isEmpty());
+        w().ListView1->setCurrentItem(items.first());
+        w().selectService();
+        sim.clock.advance(100); // Timer2 enables the commands for the new state
+    }
+};
+
+} // namespace
+
+class TestServiceControl : public QObject {
+    Q_OBJECT
+private slots:
+    void listsAllOrActiveServicesWithStateIcons()
+    {
+        Fleet f;
+        f.sim.services.setState("SRV1", "rescue.service", 5);
+        f.w().Command2->click();
+        QVERIFY(f.sim.boxes.shown.isEmpty());
+        QCOMPARE(texts(f.w().ListView1), (QStringList{"CUPS Scheduler", "MariaDB database server",
+                                                        "A high performance web server", "PHP FastCGI",
+                                                        "Rescue Shell"}));
+        QCOMPARE(icons(f.w().ListView1), (QList<int>{2, 1, 1, 1, 0})); // state 5 has no icon
+        QCOMPARE(texts(f.w().List3), (QStringList{"cups.service", "mariadb.service", "nginx.service",
+                                                   "php-fpm.service", "rescue.service"}));
+        QCOMPARE(texts(f.w().List1), texts(f.w().ListView1));
+        QCOMPARE(texts(f.w().setupWindow()->ListView1), texts(f.w().ListView1));
+        for (QLineEdit* t : {f.w().Text2, f.w().Text3, f.w().Text4, f.w().Text5, f.w().Text6})
+            QCOMPARE(t->text(), QString());
+        QVERIFY(!f.w().services->listfailed);
+
+        f.w().Command6->click();
+        QCOMPARE(texts(f.w().ListView1), (QStringList{"MariaDB database server", "A high performance web server",
+                                                        "PHP FastCGI", "Rescue Shell"}));
+    }
+
+    void listingFailuresSayWhy()
+    {
+        Fleet f;
+        f.sim.services.setNeedsValidation("SRV1", true);
+        f.sim.net.result = 0;
+        f.w().Command2->click();
+        // Access is refused first; the connection is made, reported, and the listing goes on.
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"Net Connection to  SRV1  Successful!        "});
+        QCOMPARE(f.w().ListView1->topLevelItemCount(), 5);
+        QCOMPARE(f.sim.net.added, QStringList{"SRV1"});
+
+        f.w().ListView1->setCurrentItem(f.w().ListView1->topLevelItem(0));
+        f.sim.services.setReachable("SRV1", false);
+        f.w().List2->addItem("stale");
+        f.w().Command2->click();
+        QCOMPARE(f.sim.boxes.texts().last(),
+                 QStringLiteral("Can not list Services on selected Server,  open Service Manager failed.   Error  1722"));
+        QCOMPARE(int(f.sim.boxes.shown.last().icon), int(MsgIcon::Critical));
+        QCOMPARE(f.w().ListView1->topLevelItemCount(), 0);
+        QCOMPARE(f.w().List2->count(), 0);
+        QCOMPARE(f.w().Label1->text(), QStringLiteral("Services:"));
+        QVERIFY(f.w().services->listfailed);
+
+        WindowFixture empty;
+        empty.writeFile("Computerlist", {"BARE"});
+        empty.sim.icmp.addComputer("BARE", "10.9.0.2", 0);
+        empty.sim.services.addComputer("BARE");
+        auto& w = empty.start();
+        w.ListView2->setCurrentItem(w.ListView2->topLevelItem(0));
+        w.selectServer();
+        w.Command2->click();
+        QCOMPARE(empty.sim.boxes.texts(),
+                 QStringList{"Can not list Services on selected Server,  open Service Manager failed.   Error  0"});
+    }
+
+    void selectingAServiceShowsItsDetailsAndRunningDependents()
+    {
+        Fleet f;
+        f.w().Command2->click();
+        f.select("MariaDB database server");
+        QCOMPARE(f.w().Text3->text(), QStringLiteral("mariadb.service"));
+        QCOMPARE(f.w().Text4->text(), QStringLiteral("Running"));
+        QCOMPARE(f.w().Text5->text(), QStringLiteral("Automatic"));
+        QCOMPARE(f.w().Text6->text(), QStringLiteral("mysql"));
+        QCOMPARE(f.w().Text2->text(), QStringLiteral("/usr/sbin/mariadbd"));
+        // Stop order: what depends on others comes first.
+        QCOMPARE(texts(f.w().List2), (QStringList{"A high performance web server", "PHP FastCGI"}));
+        QCOMPARE(texts(f.w().List4), (QStringList{"nginx.service", "php-fpm.service"}));
+
+        f.select("CUPS Scheduler");
+        QCOMPARE(f.w().Text5->text(), QStringLiteral("Manual"));
+        QCOMPARE(texts(f.w().List2), QStringList{"No Dependent Services Running"});
+        QCOMPARE(texts(f.w().List4), (QStringList{"nginx.service", "php-fpm.service"})); // left as it was
+
+        // A start type without a text and a long path.
+        f.sim.services.addService("SRV1", {.name = "rescue.service", .displayName = "Rescue Shell",
+                                            .startType = 1, .account = "root", .binaryPath = QString(300, 'p')});
+        f.select("Rescue Shell");
+        QCOMPARE(f.w().Text5->text(), QStringLiteral("Manual"));
+        QCOMPARE(f.w().Text2->text(), QString(255, 'p'));
+
+        // A service whose configuration cannot be read keeps the previous service's values.
+        f.sim.services.failOn(SimServices::Call::QueryConfig, 5, {}, "nginx.service");
+        f.select("A high performance web server");
+        QCOMPARE(f.sim.boxes.texts(), (QStringList{"Query Service Configuration failed.   Error  5",
+                                                    "Query Service Configuration failed.   Error  5"}));
+        QCOMPARE(int(f.sim.boxes.shown.first().icon), int(MsgIcon::None));
+        QCOMPARE(f.w().Text4->text(), QStringLiteral("Running"));
+        QCOMPARE(f.w().Text2->text(), QString(255, 'p'));
+    }
+
+    void unreachableComputerShowsOneBoxAndLeavesDependentsAlone()
+    {
+        Fleet f;
+        f.w().Command2->click();
+        f.select("MariaDB database server");
+        f.sim.services.setReachable("SRV1", false);
+        f.select("PHP FastCGI");
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"Open Service Manager failed.   Error  1722"});
+        QCOMPARE(texts(f.w().List2), (QStringList{"A high performance web server", "PHP FastCGI"}));
+        QVERIFY(!f.w().services->detailsfailed); // one click is taken to clear it
+    }
+
+    void stopRefusedWhileDependentsRunThenStoppedTopDown()
+    {
+        Fleet f;
+        f.w().Command2->click();
+        f.select("MariaDB database server");
+        f.w().Command5->click();
+        QCOMPARE(f.sim.boxes.shown[0].text,
+                 QStringLiteral("Are you sure you want to stop the  mariadb.service  Service  on Computer  SRV1 ?        "));
+        QCOMPARE(int(f.sim.boxes.shown[0].icon), int(MsgIcon::Question));
+        QCOMPARE(f.sim.boxes.shown.size(), 2);
+        QCOMPARE(f.sim.boxes.shown[1].text,
+                 QStringLiteral("Dependent Services are running ! Dependent Services must be stopped first !"));
+        QCOMPARE(int(f.sim.boxes.shown[1].icon), int(MsgIcon::Exclamation));
+        QCOMPARE(f.sim.services.service("SRV1", "mariadb.service")->state, svcstate::running);
+
+        // Stop the dependents from the top of the list down, then the service itself.
+        for (const char* dep : {"A high performance web server", "PHP FastCGI", "MariaDB database server"}) {
+            f.select(dep);
+            f.w().Command5->click();
+        }
+        QCOMPARE(f.sim.boxes.shown.size(), 5);
+        QVERIFY(f.w().Timer1->isEnabled());
+        QVERIFY(f.w().Label10->isVisibleTo(&f.w()));
+        f.sim.clock.advance(1000);
+        QCOMPARE(f.w().Text4->text(), QStringLiteral("In process of being stopped"));
+        QCOMPARE(shell::MainWindow::serviceIcon(f.w().ListView1->currentItem()), 5);
+        QVERIFY(!f.w().Label10->isVisibleTo(&f.w()));
+        f.sim.clock.advance(1000);
+        QCOMPARE(f.w().Text4->text(), QStringLiteral("Stopped"));
+        QCOMPARE(shell::MainWindow::serviceIcon(f.w().ListView1->currentItem()), 2);
+        QCOMPARE(texts(f.w().List2), QStringList{"No Dependent Services Running"});
+        QVERIFY(f.w().Timer1->isEnabled()); // it goes on until the next listing
+        f.w().Command6->click();
+        QVERIFY(!f.w().Timer1->isEnabled());
+    }
+
+    void stopAnsweredNoChangesNothing()
+    {
+        Fleet f;
+        f.w().Command2->click();
+        f.select("CUPS Scheduler");
+        f.sim.boxes.script(MsgAnswer::No);
+        f.w().Command5->click();
+        QVERIFY(!f.w().Label10->isVisibleTo(&f.w()));
+        QVERIFY(!f.w().Timer1->isEnabled());
+        QVERIFY(!f.sim.services.calls().join('\n').contains("stop"));
+    }
+
+    void startIsFollowedEverySecond()
+    {
+        Fleet f;
+        f.w().Command2->click();
+        f.select("CUPS Scheduler");
+        f.w().mnustartservice->trigger();
+        QVERIFY(f.sim.boxes.shown.isEmpty());
+        f.sim.clock.advance(1000);
+        QCOMPARE(f.w().Text4->text(), QStringLiteral("Being Started"));
+        QCOMPARE(shell::MainWindow::serviceIcon(f.w().ListView1->currentItem()), 4);
+        f.sim.clock.advance(1000);
+        QCOMPARE(f.w().Text4->text(), QStringLiteral("Running"));
+        QCOMPARE(shell::MainWindow::serviceIcon(f.w().ListView1->currentItem()), 1);
+
+        // Failures of each step, with their own texts and titles (the command is called directly:
+        // for a running service the button is disabled).
+        f.sim.services.failOn(SimServices::Call::OpenService, 1060, {}, "cups.service", 1);
+        f.w().services->startCommand();
+        QCOMPARE(f.sim.boxes.shown.last().text, QStringLiteral("Error - 1060"));
+        QCOMPARE(f.sim.boxes.shown.last().title, QStringLiteral("Service Manager"));
+        f.w().services->startCommand();
+        QCOMPARE(f.sim.boxes.shown.last().text, QStringLiteral("Error - 1056"));
+        QCOMPARE(f.sim.boxes.shown.last().title, QStringLiteral("Velmora"));
+        f.sim.services.setReachable("SRV1", false);
+        f.sim.boxes.shown.clear();
+        f.w().services->startCommand();
+        // The failed manager open is reported and the start goes on to fail on its own.
+        QCOMPARE(f.sim.boxes.texts(), (QStringList{"Open Service Manager failed.   Error  1722", "Error - 6"}));
+    }
+
+    void commandsAreEnabledByState()
+    {
+        Fleet f;
+        auto& w = f.w();
+        auto check = [&](bool start, bool stop) {
+            f.sim.clock.advance(100);
+            QCOMPARE(w.Command1->isEnabled(), start);
+            QCOMPARE(w.mnustartservice->isEnabled(), start);
+            QCOMPARE(w.Command5->isEnabled(), stop);
+            QCOMPARE(w.mnustopservice->isEnabled(), stop);
+        };
+        w.Text3->setText("cups.service");
+        w.Text4->setText("Running");
+        check(false, true);
+        w.Text4->setText("Stopped");
+        check(true, false);
+        w.Text4->setText("Being Started"); // other states keep what was set
+        check(true, false);
+        w.Text4->setText("Paused");
+        check(false, true);
+        w.Text3->clear();
+        check(false, false);
+        w.Text3->setText("cups.service");
+        w.Text1->clear();
+        w.Text4->setText("Stopped");
+        check(false, false);
+    }
+};
+
+QTEST_MAIN(TestServiceControl)
+#include "tst_servicecontrol.moc"
