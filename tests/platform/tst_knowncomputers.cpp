@@ -1,0 +1,208 @@
+// The names the computer chooser gathers from hosts, ssh files and mDNS, and its dialog.
+#include "platform/linux/computerchooser.h"
+
+#include <QApplication>
+#include <QDialogButtonBox>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+using namespace velmora::platform;
+
+namespace {
+
+bool writeFile(const QString& path, const QByteArray& text, bool executable = false)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::WriteOnly) || f.write(text) != text.size())
+        return false;
+    f.close();
+    return !executable || f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+}
+
+QStringList listTexts(const QListWidget* list)
+{
+    QStringList out;
+    for (int i = 0; i < list->count(); ++i)
+        out << list->item(i)->text();
+    return out;
+}
+
+} // namespace
+
+class TestKnownComputers : public QObject {
+    Q_OBJECT
+private:
+    QTemporaryDir dir;
+    KnownComputerSources files;
+
+    QString file(const QString& name) const { return dir.filePath(name); }
+
+    // A stand-in avahi-browse printing output, then, when lingering, staying on like a browse
+    // that never finishes.
+    QString fakeAvahi(const QString& name, const QByteArray& output, bool lingering = false)
+    {
+        const QString path = file(name);
+        writeFile(path, "#!/bin/sh\n[ \"$*\" = \"-a -t -r -p\" ] || exit 3\nprintf '%s' '" + output + "'\n"
+                            + (lingering ? "exec sleep 60\n" : ""),
+                  true);
+        return path;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(dir.isValid());
+        QVERIFY(writeFile(file("hosts"),
+                          "127.0.0.1\tlocalhost\n"
+                          "127.0.1.1\tworkstation.example.lan workstation\n"
+                          "::1     localhost ip6-localhost ip6-loopback\n"
+                          "ff02::1 ip6-allnodes\n"
+                          "# 10.0.0.9 commented-out\n"
+                          "10.0.0.5   fileserver FILESERVER.example.lan   # the old one\n"
+                          "fd00::7 v6only\n"
+                          "\n"));
+        QVERIFY(writeFile(file("known_hosts"),
+                          "alpha,10.0.0.20 ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAIExample\n"
+                          "[beta.example.lan]:2222,[10.0.0.21]:2222 ssh-ed25519 AAAAC3Nza\n"
+                          "10.0.0.22 ecdsa-sha2-nistp256 AAAAE2Vj\n"
+                          "|1|F1E1KeoE/eEWhi10WpGv4OdiO6Y=|3988QV0VE8wmZL7suNrYQLITLCg= ssh-rsa AAAA\n"
+                          "@cert-authority *.example.lan ssh-ed25519 AAAAC3Nza\n"
+                          "@revoked gamma ssh-ed25519 AAAAC3Nza\n"
+                          "*.wild,delta? ssh-ed25519 AAAAC3Nza\n"
+                          "# a comment\n"
+                          "Fileserver ssh-ed25519 AAAAC3Nza\n"));
+        QVERIFY(writeFile(file("ssh_config"),
+                          "Host jump build-01\n"
+                          "    HostName 10.0.0.30\n"
+                          "Host *\n"
+                          "  ServerAliveInterval 30\n"
+                          "host=Mail\n"
+                          "Host web-* !web-test db # databases\n"
+                          "Match host foo\n"
+                          "  HostName foo.example.lan\n"));
+        files.hostsFile = file("hosts");
+        files.knownHostsFile = file("known_hosts");
+        files.sshConfigFile = file("ssh_config");
+    }
+
+    void namesComeFromHostsKnownHostsAndSshConfigEachOnceSorted()
+    {
+        const QStringList expected{"10.0.0.22",   "alpha",     "beta.example.lan", "build-01",
+                                   "db",          "fileserver", "FILESERVER.example.lan", "jump",
+                                   "Mail",        "v6only",    "workstation",      "workstation.example.lan"};
+        QCOMPARE(knownComputersFromFiles(files), expected);
+        QCOMPARE(knownComputers(files), expected); // no mDNS source given
+    }
+
+    void missingFilesGiveNoNames()
+    {
+        KnownComputerSources none;
+        none.hostsFile = file("no-hosts");
+        none.knownHostsFile = file("no-known_hosts");
+        QCOMPARE(knownComputers(none), QStringList());
+    }
+
+    void mdnsHostsJoinTheNames()
+    {
+        KnownComputerSources s = files;
+        s.avahiProgram = fakeAvahi("avahi-ok",
+                                   "+;eth0;IPv4;Office Printer;_ipp._tcp;local\n"
+                                   "=;eth0;IPv4;Office Printer;_ipp._tcp;local;printer-7.local;192.168.1.7;631;\"rp=ipp\"\n"
+                                   "=;eth0;IPv6;Office Printer;_ipp._tcp;local;printer-7.local;fe80::7;631;\n"
+                                   "=;eth0;IPv4;nas;_smb._tcp;local;nas.local;192.168.1.8;445;\n"
+                                   "=;eth0;IPv4;alpha;_ssh._tcp;local;ALPHA;192.168.1.9;22;\n");
+        const QStringList names = knownComputers(s);
+        QVERIFY(names.contains("printer-7.local"));
+        QVERIFY(names.contains("nas.local"));
+        QCOMPARE(names.count("printer-7.local"), 1);
+        QVERIFY(!names.contains("ALPHA")); // "alpha" is there already
+        QCOMPARE(names.size(), 14);
+
+        s.avahiProgram = file("no-avahi-browse");
+        QCOMPARE(knownComputers(s), knownComputersFromFiles(files));
+    }
+
+    void aBrowseThatDoesNotEndIsCutOffKeepingWhatItFound()
+    {
+        KnownComputerSources s = files;
+        s.avahiProgram = fakeAvahi("avahi-slow", "=;eth0;IPv4;nas;_smb._tcp;local;nas.local;192.168.1.8;445;\n", true);
+        s.avahiTimeoutMs = 300;
+        QElapsedTimer clock;
+        clock.start();
+        const QStringList names = knownComputers(s);
+        QVERIFY2(clock.elapsed() < 30000, "waited for the browse to end by itself");
+        QVERIFY(names.contains("nas.local"));
+        QVERIFY(names.contains("alpha"));
+    }
+
+    void dialogListsNamesAndReturnsTheTypedOrClickedOne()
+    {
+        KnownComputerSources s = files;
+        s.avahiProgram = fakeAvahi("avahi-dialog", "=;eth0;IPv4;nas;_smb._tcp;local;nas.local;192.168.1.8;445;\n");
+        KnownComputersDialog dialog(s, "Select Computer :   ");
+        dialog.show();
+        QCOMPARE(dialog.windowTitle(), QString("Select Computer :   "));
+        auto* label = dialog.findChild<QLabel*>("labelTitle");
+        auto* list = dialog.findChild<QListWidget*>("listComputers");
+        auto* edit = dialog.findChild<QLineEdit*>("editComputer");
+        auto* buttons = dialog.findChild<QDialogButtonBox*>("buttons");
+        QVERIFY(label && list && edit && buttons);
+        QCOMPARE(label->text(), QString("Select Computer :   "));
+        QVERIFY(listTexts(list).contains("workstation"));
+        // The mDNS name joins once the browse has answered, still in order.
+        QTRY_VERIFY(listTexts(list).contains("nas.local"));
+        QStringList sorted = listTexts(list);
+        std::sort(sorted.begin(), sorted.end(), [](const QString& a, const QString& b) {
+            return a.compare(b, Qt::CaseInsensitive) < 0;
+        });
+        QCOMPARE(listTexts(list), sorted);
+
+        QPushButton* ok = buttons->button(QDialogButtonBox::Ok);
+        QVERIFY(!ok->isEnabled()); // nothing chosen yet
+
+        const auto alpha = list->findItems("alpha", Qt::MatchExactly);
+        QCOMPARE(alpha.size(), 1);
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(alpha.first()).center());
+        QCOMPARE(edit->text(), QString("alpha"));
+        QVERIFY(ok->isEnabled());
+
+        edit->clear();
+        QTest::keyClicks(edit, "  newbox ");
+        QCOMPARE(dialog.computerName(), QString("newbox"));
+        QTest::mouseClick(ok, Qt::LeftButton);
+        QCOMPARE(dialog.result(), int(QDialog::Accepted));
+    }
+
+    void chooseReturnsTheNameOnOkAndNothingOnCancel()
+    {
+        KnownComputersChooser chooser(files);
+        // The dialog is modal: drive it from the event loop it runs.
+        auto answer = [](bool typeAndAccept) {
+            QTimer::singleShot(0, [typeAndAccept] {
+                auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+                QVERIFY(dialog);
+                auto* edit = dialog->findChild<QLineEdit*>("editComputer");
+                QVERIFY(edit);
+                QTest::keyClicks(edit, "SRV42");
+                if (typeAndAccept)
+                    QTest::keyClick(edit, Qt::Key_Return);
+                else
+                    dialog->reject();
+            });
+        };
+        answer(true);
+        QCOMPARE(chooser.choose(nullptr, "Select Computer :   "), QString("SRV42"));
+        answer(false);
+        QCOMPARE(chooser.choose(nullptr, "Select Computer :   "), QString());
+    }
+};
+
+QTEST_MAIN(TestKnownComputers)
+#include "tst_knowncomputers.moc"
