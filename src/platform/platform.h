@@ -5,10 +5,13 @@
 #include "platform/desktop.h"
 #include "platform/icmp.h"
 #include "platform/messageboxes.h"
+#include "platform/netmessenger.h"
 #include "platform/netconnections.h"
 #include "platform/servicemanager.h"
 #include "platform/opener.h"
+#include "platform/profilemail.h"
 #include "platform/system.h"
+#include "platform/tcpsocket.h"
 #include "platform/textfiles.h"
 #include "platform/worker.h"
 
@@ -30,6 +33,9 @@ struct Platform {
     ComputerChooser* chooser = nullptr;
     FileOpener* opener = nullptr;
     Beeper* beeper = nullptr;
+    TcpNetwork* tcp = nullptr;
+    ProfileMail* profilemail = nullptr;
+    NetMessenger* messenger = nullptr;
 };
 
 } // namespace velmora::platform

@@ -5,6 +5,9 @@
 #include "platform/linux/disktextfiles.h"
 #include "platform/linux/linuxicmp.h"
 #include "platform/linux/localsocketinstance.h"
+#include "platform/linux/msmtpmail.h"
+#include "platform/linux/qttcpsocket.h"
+#include "platform/linux/smbmessenger.h"
 #include "platform/linux/sshconnections.h"
 #include "platform/linux/systemdservices.h"
 #include "platform/linux/tonebeeper.h"
@@ -250,6 +253,9 @@ struct LinuxPlatform::Impl {
     KnownComputersChooser chooser;
     DesktopOpener opener;
     ToneBeeper beeper;
+    QtTcpNetwork tcp;
+    MsmtpMail profilemail;
+    SmbMessenger messenger;
 };
 
 LinuxPlatform::LinuxPlatform() : d(std::make_unique<Impl>()) {}
@@ -273,6 +279,9 @@ Platform LinuxPlatform::platform()
     p.chooser = &d->chooser;
     p.opener = &d->opener;
     p.beeper = &d->beeper;
+    p.tcp = &d->tcp;
+    p.profilemail = &d->profilemail;
+    p.messenger = &d->messenger;
     return p;
 }
 

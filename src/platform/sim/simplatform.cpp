@@ -245,6 +245,9 @@ Platform SimPlatform::platform()
     p.chooser = &chooser;
     p.opener = &opener;
     p.beeper = &beeper;
+    p.tcp = &tcp;
+    p.profilemail = &profilemail;
+    p.messenger = &messenger;
     return p;
 }
 

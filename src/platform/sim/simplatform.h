@@ -6,7 +6,9 @@
 #include "platform/platform.h"
 #include "platform/sim/simservices.h"
 #include "platform/sim/simbeeper.h"
+#include "platform/sim/simmail.h"
 #include "platform/sim/simopener.h"
+#include "platform/sim/simtcp.h"
 
 #include <QDateTime>
 #include <QHash>
@@ -229,6 +231,9 @@ public:
     SimComputerChooser chooser;
     SimOpener opener;
     SimBeeper beeper{clock};
+    SimTcpNetwork tcp;
+    SimProfileMail profilemail;
+    SimNetMessenger messenger;
 };
 
 } // namespace velmora::platform::sim
