@@ -109,7 +109,7 @@ AlertWindow::AlertWindow(LogAndAlerts& owner, QWidget* parent) : QWidget(parent,
     ListView1->setColumnCount(int(columns.size()));
     ListView1->setHeaderLabels(columns);
     for (int c = 0; c < 6; ++c)
-        ListView1->setColumnWidth(c, kColumnTwips[c] / kTwipsPerPixel);
+        ListView1->setColumnWidth(c, qRound(kColumnTwips[c] / double(kTwipsPerPixel)));
 
     connect(Check1, &QCheckBox::toggled, this, [this](bool checked) { owner_.state().settings.popupalert = !checked; });
     connect(Command1, &QPushButton::clicked, this, [this] {

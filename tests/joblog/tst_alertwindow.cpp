@@ -1,0 +1,482 @@
+// The alert window Form4 and the alert signal on the simulated platform: loading, rows, the
+// popup option through the settings file, the signal switched on and off by every command,
+// position memory, the log-size indicator and the list's context menu.
+#include "core/datafolder.h"
+#include "core/runstate.h"
+#include "core/settings.h"
+#include "joblog/alertwindow.h"
+#include "joblog/logandalerts.h"
+#include "platform/sim/simplatform.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QFile>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenu>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTreeWidget>
+
+#include <memory>
+
+using namespace velmora;
+using joblog::AlertWindow;
+using joblog::LogAndAlerts;
+using joblog::SizeCaption;
+using platform::MsgIcon;
+using platform::sim::SimPlatform;
+
+namespace {
+
+const QColor kRed(255, 0, 0);
+
+// The run state and Timer6 as the main window holds them, with the module over them.
+struct World {
+    explicit World(bool popupalert = true)
+    {
+        sim.clock.setNow(QDateTime(QDate(2026, 11, 16), QTime(20, 50, 14)));
+        state.platform = sim.platform();
+        state.datafolder = dir.path();
+        state.settings = core::SettingsRecord::defaults(dir.path());
+        state.settings.popupalert = popupalert;
+        timer = sim.clock.createTimer(&timerOwner, QStringLiteral("Timer6"), 250);
+        makeModule();
+    }
+    void makeModule()
+    {
+        LogAndAlerts::Hooks hooks;
+        hooks.datafolder = [this] {
+            ++folderRefreshes;
+            return dir.path();
+        };
+        hooks.checkservicesnow = [this] { ++checkNowPresses; };
+        hooks.gotoservice = [this](const QString& server, const QString& service) {
+            gone << server + QLatin1Char('/') + service;
+        };
+        module = std::make_unique<LogAndAlerts>(state, timer, hooks, nullptr);
+        module->joblog().setLocale(QLocale(QLocale::German, QLocale::Germany));
+    }
+    QString file(const QString& name) const { return core::dataFile(dir.path(), name); }
+    void writeLog(qint64 bytes)
+    {
+        QFile f(file(core::files::jobslog));
+        QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        QVERIFY(f.write(QByteArray(bytes, 'x')) == bytes);
+    }
+    AlertWindow* window() { return module->alertwindow(); }
+    int beepsSince(int from) const { return int(sim.beeper.beeps.size()) - from; }
+
+    QTemporaryDir dir;
+    SimPlatform sim;
+    core::RunState state;
+    QObject timerOwner;
+    platform::Timer* timer = nullptr;
+    std::unique_ptr<LogAndAlerts> module;
+    int folderRefreshes = 0;
+    int checkNowPresses = 0;
+    QStringList gone;
+};
+
+void activate(QWidget* w)
+{
+    QEvent e(QEvent::WindowActivate);
+    QApplication::sendEvent(w, &e);
+}
+
+QStringList rowTexts(const QTreeWidgetItem* item)
+{
+    QStringList out;
+    for (int c = 0; c < item->columnCount(); ++c)
+        out << item->text(c);
+    return out;
+}
+
+void rightClickList(AlertWindow* w, QTreeWidgetItem* item)
+{
+    QTreeWidget* view = w->ListView1;
+    const QPoint pos = item ? view->visualItemRect(item).center() : QPoint(5, view->viewport()->height() - 5);
+    QTest::mousePress(view->viewport(), Qt::RightButton, {}, pos);
+}
+
+} // namespace
+
+class TestAlertWindow : public QObject {
+    Q_OBJECT
+private slots:
+    // ---- loading and rows ----
+
+    void loadingSetsCaptionNamesAndColumns()
+    {
+        World w;
+        QVERIFY(!w.module->loadedAlertwindow());
+        AlertWindow* f = w.window();
+        QCOMPARE(w.module->loadedAlertwindow(), f);
+        QCOMPARE(f->objectName(), QStringLiteral("Form4"));
+        QCOMPARE(f->windowTitle(), QStringLiteral("Velmora Info"));
+        QVERIFY(!f->isVisible());
+        for (const char* name : {"ListView1", "Label1", "Label2", "Label3", "Text1", "Command1", "Command2",
+                                 "Command3", "Command4", "Check1", "mnuf4context"})
+            QVERIFY2(f->findChild<QObject*>(QString::fromLatin1(name)), name);
+        QCOMPARE(f->mnuf4gotoservice->objectName(), QStringLiteral("mnuf4gotoservice"));
+        QCOMPARE(f->mnuf4gotoservice->text(), QStringLiteral("Goto service..."));
+        QCOMPARE(f->Command1->text(), QStringLiteral("Cl&ose"));
+        QCOMPARE(f->Command2->text(), QStringLiteral("Cl&ear"));
+        QCOMPARE(f->Command3->text(), QStringLiteral("Reset &Signal"));
+        QCOMPARE(f->Command4->text(), QStringLiteral("&Check Services"));
+        QCOMPARE(f->Check1->text(),
+                 QStringLiteral("Do not popup this window automatically if services have failed, this window will "
+                                "be poped up on checking services manually."));
+        QStringList headers;
+        QList<int> widths;
+        for (int c = 0; c < f->ListView1->columnCount(); ++c) {
+            headers << f->ListView1->headerItem()->text(c);
+            widths << f->ListView1->columnWidth(c);
+        }
+        QCOMPARE(headers, (QStringList{"Date:", "Time:", "Computer:", "Service:", "State:",
+                                       "Action if Service Fails:"}));
+        QCOMPARE(widths, (QList<int>{67, 67, 100, 133, 200, 400})); // twips / 15
+    }
+
+    void rowsCarryDateTimeAndRedServerServiceState()
+    {
+        World w;
+        const QString actions = LogAndAlerts::joinactions({"Alert", "", "Send Email to: ops@example.org"});
+        QCOMPARE(actions, QStringLiteral("Alert      Send Email to: ops@example.org      "));
+        w.module->addalertrow("SRV01", "Spooler", "Stopped", actions);
+        w.sim.clock.advance(2000);
+        w.module->addalertrow("SRV01", "Spooler", "Stopped", actions);
+        w.sim.clock.advance(2000);
+        w.module->addalertrow("SRV01", "Spooler", "Paused", actions);
+        QTreeWidget* list = w.window()->ListView1;
+        QCOMPARE(list->topLevelItemCount(), 3);
+        QCOMPARE(rowTexts(list->topLevelItem(0)),
+                 (QStringList{"16.11.26", "20:50:14", "SRV01", "Spooler", "Stopped", actions}));
+        QCOMPARE(list->topLevelItem(2)->text(1), QStringLiteral("20:50:18"));
+        const QTreeWidgetItem* row = list->topLevelItem(0);
+        for (int c : {2, 3, 4})
+            QCOMPARE(row->foreground(c).color(), kRed);
+        for (int c : {0, 1, 5})
+            QVERIFY(row->foreground(c).color() != kRed);
+    }
+
+    void joinKeepsTheSeparatorsOfEmptySlots()
+    {
+        QCOMPARE(LogAndAlerts::joinactions({}), QString(12, QLatin1Char(' ')));
+        QCOMPARE(LogAndAlerts::joinactions({"a", "b", "c", "d", "e"}), QStringLiteral("a   b   c   d   e"));
+    }
+
+    // ---- popup option ----
+
+    void popupOptionRoundTripsThroughTheSettingsFile()
+    {
+        World w;
+        const QString settings = w.file(core::files::settings);
+        QVERIFY(core::writeSettings(w.sim.files, settings, w.state.settings));
+        core::SettingsRecord read;
+        core::readSettings(w.sim.files, settings, read);
+        w.state.settings = read;
+        QVERIFY(w.state.settings.popupalert);
+        AlertWindow* f = w.window();
+        QVERIFY(!f->Check1->isChecked());
+
+        f->Check1->click();
+        QVERIFY(f->Check1->isChecked());
+        QVERIFY(!w.state.settings.popupalert);
+        QVERIFY(core::writeSettings(w.sim.files, settings, w.state.settings));
+        QCOMPARE(w.sim.files.readLines(settings)->value(0), QStringLiteral("False"));
+
+        // A later run reads it back: the window loads with the box checked.
+        World later(true);
+        core::readSettings(later.sim.files, settings, later.state.settings);
+        QVERIFY(!later.state.settings.popupalert);
+        QVERIFY(later.window()->Check1->isChecked());
+
+        later.window()->Check1->click();
+        QVERIFY(later.state.settings.popupalert);
+        QVERIFY(core::writeSettings(later.sim.files, settings, later.state.settings));
+        QCOMPARE(later.sim.files.readLines(settings)->value(0), QStringLiteral("True"));
+    }
+
+    void activationShowsTheCurrentPopupOption()
+    {
+        World w;
+        AlertWindow* f = w.window();
+        QVERIFY(!f->Check1->isChecked());
+        w.state.settings.popupalert = false; // changed elsewhere while the window was loaded
+        activate(f);
+        QVERIFY(f->Check1->isChecked());
+    }
+
+    // ---- the signal ----
+
+    void signalBeepsOnEveryTickUntilReset()
+    {
+        World w;
+        QVERIFY(!w.timer->isEnabled());
+        w.sim.clock.advance(5000);
+        QVERIFY(w.sim.beeper.beeps.isEmpty());
+
+        w.timer->setEnabled(true); // the "Alert" action
+        const QDateTime start = w.sim.clock.now();
+        w.sim.clock.advance(1000);
+        QCOMPARE(w.sim.beeper.beeps.size(), 4);
+        for (int i = 0; i < 4; ++i) {
+            QCOMPARE(w.sim.beeper.beeps[i].frequency, 1300);
+            QCOMPARE(w.sim.beeper.beeps[i].duration, 500);
+            QCOMPARE(w.sim.beeper.beeps[i].at, start.addMSecs(250 * (i + 1)));
+        }
+        // It keeps going while the window is hidden or was never shown.
+        w.sim.clock.advance(60000);
+        QCOMPARE(w.sim.beeper.beeps.size(), 4 + 240);
+    }
+
+    void everyResetCommandSilencesTheSignal_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::addColumn<bool>("stopsSound");
+        QTest::addColumn<bool>("clearsRows");
+        QTest::newRow("resetalert") << "resetalert" << true << false;
+        QTest::newRow("Reset Signal") << "Command3" << true << false;
+        QTest::newRow("Clear") << "Command2" << false << true;
+    }
+    void everyResetCommandSilencesTheSignal()
+    {
+        QFETCH(QString, command);
+        QFETCH(bool, stopsSound);
+        QFETCH(bool, clearsRows);
+        World w;
+        w.module->addalertrow("SRV01", "Spooler", "Stopped", LogAndAlerts::joinactions({"Alert"}));
+        w.timer->setEnabled(true);
+        w.sim.clock.advance(500);
+        const int before = int(w.sim.beeper.beeps.size());
+        QCOMPARE(before, 2);
+
+        if (command == QLatin1String("resetalert"))
+            w.module->resetalert();
+        else
+            w.window()->findChild<QPushButton*>(command)->click();
+        QVERIFY(!w.timer->isEnabled());
+        w.sim.clock.advance(10000);
+        QCOMPARE(w.beepsSince(before), 0);
+        QCOMPARE(w.sim.sound.stops, stopsSound ? 1 : 0);
+        QCOMPARE(w.window()->ListView1->topLevelItemCount(), clearsRows ? 0 : 1);
+        QVERIFY(w.sim.boxes.shown.isEmpty());
+
+        // The next "Alert" starts it again.
+        w.timer->setEnabled(true);
+        w.sim.clock.advance(250);
+        QCOMPARE(w.beepsSince(before), 1);
+    }
+
+    void aResetWithNothingToResetShowsNothing()
+    {
+        World w;
+        w.module->resetalert();
+        QVERIFY(!w.timer->isEnabled());
+        QVERIFY(w.sim.boxes.shown.isEmpty());
+        QVERIFY(!w.module->loadedAlertwindow());
+    }
+
+    void aSoundThatCannotBeStoppedIsReported()
+    {
+        World w;
+        w.timer->setEnabled(true);
+        w.sim.sound.stop_error = 263;
+        w.module->resetalert();
+        QVERIFY(!w.timer->isEnabled());
+        QCOMPARE(w.sim.boxes.shown.size(), 1);
+        QCOMPARE(w.sim.boxes.shown[0].text, QStringLiteral("Error: can not stop playing sound!  263"));
+        QCOMPARE(w.sim.boxes.shown[0].icon, MsgIcon::Critical);
+        QCOMPARE(w.sim.boxes.shown[0].buttons, platform::MsgButtons::Ok);
+    }
+
+    void checkServicesPressesTheMainWindowsButton()
+    {
+        World w;
+        w.window()->Command4->click();
+        QCOMPARE(w.checkNowPresses, 1);
+    }
+
+    // ---- showing, closing, position ----
+
+    void closeHidesAndKeepsRowsAndPosition()
+    {
+        World w;
+        w.module->showalertwindow();
+        AlertWindow* f = w.window();
+        QVERIFY(f->isVisible());
+        w.module->addalertrow("SRV01", "Spooler", "Stopped", {});
+        f->move(100, 50);
+        f->Command1->click();
+        QVERIFY(!f->isVisible());
+        QCOMPARE(w.state.settings.alertleft, QStringLiteral("1500"));
+        QCOMPARE(w.state.settings.alerttop, QStringLiteral("750"));
+
+        // A new failure with the popup option on shows it again with the earlier row.
+        w.module->showalertwindow();
+        w.module->addalertrow("SRV01", "Spooler", "Stopped", {});
+        QCOMPARE(w.module->alertwindow(), f);
+        QVERIFY(f->isVisible());
+        QCOMPARE(f->ListView1->topLevelItemCount(), 2);
+    }
+
+    void aRememberedPositionPlacesTheNextLoadedWindow()
+    {
+        World w;
+        w.state.settings.alertleft = QStringLiteral("3000");
+        w.state.settings.alerttop = QStringLiteral("1500");
+        QCOMPARE(w.window()->pos(), QPoint(200, 100));
+
+        World unknown;
+        unknown.state.settings.alertleft = QStringLiteral("0");
+        unknown.state.settings.alerttop = QStringLiteral("1500");
+        const QPoint where = unknown.window()->pos();
+        QVERIFY(where != QPoint(0, 100));
+    }
+
+    void theCloseBoxUnloadsTheWindowAndItsRows()
+    {
+        World w;
+        w.module->showalertwindow();
+        w.module->addalertrow("SRV01", "Spooler", "Stopped", {});
+        AlertWindow* f = w.window();
+        f->move(0, 0);
+        w.state.settings.alertleft = QStringLiteral("4500");
+        w.state.settings.alerttop = QStringLiteral("4500");
+        QVERIFY(f->close());
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QVERIFY(!w.module->loadedAlertwindow());
+        // On closing a left of 0 is not remembered, a top of 0 is.
+        QCOMPARE(w.state.settings.alertleft, QStringLiteral("4500"));
+        QCOMPARE(w.state.settings.alerttop, QStringLiteral("0"));
+        QCOMPARE(w.window()->ListView1->topLevelItemCount(), 0);
+    }
+
+    void activationRemembersOnlyAnOnScreenPosition()
+    {
+        World w;
+        AlertWindow* f = w.window();
+        w.state.settings.alertleft = QStringLiteral("4500");
+        w.state.settings.alerttop = QStringLiteral("4500");
+        f->move(-10, 0);
+        activate(f);
+        QCOMPARE(w.state.settings.alertleft, QStringLiteral("4500"));
+        QCOMPARE(w.state.settings.alerttop, QStringLiteral("4500"));
+        f->move(0, 20);
+        activate(f);
+        QCOMPARE(w.state.settings.alertleft, QStringLiteral("0"));
+        QCOMPARE(w.state.settings.alerttop, QStringLiteral("300"));
+    }
+
+    void showRestoresAMinimisedWindow()
+    {
+        World w;
+        w.module->showalertwindow();
+        AlertWindow* f = w.window();
+        f->showMinimized();
+        QVERIFY(f->isMinimized());
+        w.module->showalertwindow();
+        QVERIFY(!f->isMinimized());
+        QVERIFY(f->isVisible());
+    }
+
+    // ---- log-size indicator ----
+
+    void indicatorTurnsRedAboveThreeMillionBytes()
+    {
+        World w;
+        w.writeLog(3000000);
+        w.module->updatelogsize(SizeCaption::CheckRun);
+        AlertWindow* f = w.window();
+        QCOMPARE(f->Label3->text(), QStringLiteral("Current Logfilesize :  3000000  Bytes"));
+        QVERIFY(!f->logSizeIsRed());
+        QCOMPARE(f->Label3->palette().color(QPalette::Window), QApplication::palette().color(QPalette::Button));
+
+        QVERIFY(w.module->joblog().appendjobline(QString())); // two bytes more
+        w.module->updatelogsizecolour();
+        QVERIFY(f->logSizeIsRed());
+        QCOMPARE(f->Label3->text(), QStringLiteral("Current Logfilesize :  3000000  Bytes"));
+
+        const int refreshes = w.folderRefreshes;
+        activate(f);
+        QVERIFY(w.folderRefreshes > refreshes);
+        QCOMPARE(f->Label3->text(), QStringLiteral("Current Logfilesize: 3000002 Bytes"));
+
+        w.writeLog(3000001);
+        w.module->updatelogsizecolour();
+        QVERIFY(f->logSizeIsRed());
+        w.module->joblog().deletelogfile();
+        activate(f);
+        QCOMPARE(f->Label3->text(), QStringLiteral("Current Logfilesize: 0 Bytes"));
+        QVERIFY(!f->logSizeIsRed());
+    }
+
+    void withoutALogTheIndicatorStaysAsItIs()
+    {
+        World w;
+        w.writeLog(3000001);
+        w.module->updatelogsize(SizeCaption::Activation);
+        QVERIFY(QFile::remove(w.file(core::files::jobslog)));
+        w.module->updatelogsize(SizeCaption::CheckRun);
+        activate(w.window());
+        QCOMPARE(w.window()->Label3->text(), QStringLiteral("Current Logfilesize: 3000001 Bytes"));
+        QVERIFY(w.window()->logSizeIsRed());
+    }
+
+    // ---- context menu and goto ----
+
+    void rightClickOnAnEmptyListOffersADisabledGoto()
+    {
+        World w;
+        w.module->showalertwindow();
+        AlertWindow* f = w.window();
+        rightClickList(f, nullptr);
+        QVERIFY(f->mnuf4context->isVisible());
+        QVERIFY(!f->mnuf4gotoservice->isEnabled());
+        QVERIFY(w.sim.boxes.shown.isEmpty());
+        f->mnuf4context->hide();
+        f->mnuf4gotoservice->setEnabled(true);
+        f->mnuf4gotoservice->trigger(); // an empty list has nowhere to go
+        QVERIFY(w.gone.isEmpty());
+    }
+
+    void rightClickWithoutASelectedRowAsksForOne()
+    {
+        World w;
+        w.module->showalertwindow();
+        w.module->addalertrow("SRV01", "Spooler", "Stopped", {});
+        AlertWindow* f = w.window();
+        rightClickList(f, nullptr);
+        QVERIFY(!f->mnuf4context->isVisible());
+        QCOMPARE(w.sim.boxes.texts(), QStringList{"Please select an Item "});
+        QCOMPARE(w.sim.boxes.shown[0].icon, MsgIcon::Information);
+    }
+
+    void rightClickOnARowOffersGotoItsService()
+    {
+        World w;
+        w.module->showalertwindow();
+        w.module->addalertrow("SRV01", "Spooler", "Stopped", {});
+        w.module->addalertrow("SRV02", "Dhcp", "Paused", {});
+        AlertWindow* f = w.window();
+        rightClickList(f, f->ListView1->topLevelItem(1));
+        QCOMPARE(f->ListView1->currentItem(), f->ListView1->topLevelItem(1));
+        QVERIFY(f->mnuf4context->isVisible());
+        QVERIFY(f->mnuf4gotoservice->isEnabled());
+        f->mnuf4context->hide();
+        f->mnuf4gotoservice->trigger();
+        QCOMPARE(w.gone, QStringList{"SRV02/Dhcp"});
+
+        QTreeWidget* view = f->ListView1;
+        const QPoint first = view->visualItemRect(view->topLevelItem(0)).center();
+        QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, first);
+        QTest::mouseDClick(view->viewport(), Qt::LeftButton, {}, first);
+        QCOMPARE(w.gone, (QStringList{"SRV02/Dhcp", "SRV01/Spooler"}));
+    }
+};
+
+QTEST_MAIN(TestAlertWindow)
+#include "tst_alertwindow.moc"

@@ -1,0 +1,402 @@
+// The job log: the exact bytes of its lines, appending without creating, the size indicator's
+// boundary, the Show and Delele Logfile flows, lost lines, and two processes appending at once.
+#include "joblog/joblog.h"
+#include "platform/linux/disktextfiles.h"
+#include "platform/sim/simplatform.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace velmora;
+using joblog::JobLog;
+using joblog::SizeCaption;
+using platform::MsgButtons;
+using platform::MsgIcon;
+using platform::sim::SimPlatform;
+using platform::sim::SimTextFiles;
+
+namespace {
+
+const QLocale kGerman(QLocale::German, QLocale::Germany);
+const QLocale kUs(QLocale::English, QLocale::UnitedStates);
+
+QByteArray bytesOf(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+void putBytes(const QString& path, const QByteArray& bytes)
+{
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    QCOMPARE(f.write(bytes), bytes.size());
+}
+
+// A data folder of the test's own with the simulated platform and a job log over it.
+struct World {
+    World()
+    {
+        sim.clock.setNow(QDateTime(QDate(2026, 11, 16), QTime(20, 50, 14)));
+        log.setLocale(kGerman);
+    }
+    QString file(const QString& name = QStringLiteral("Jobs.log")) const { return dir.filePath(name); }
+
+    QTemporaryDir dir;
+    SimPlatform sim;
+    int folderReads = 0;
+    JobLog log{sim.platform(), [this] {
+                   ++folderReads;
+                   return dir.path();
+               }};
+};
+
+// Lines written by the append child: "<tag> <n> " followed by padding, so that a torn write
+// shows as a line that does not match.
+QString childLine(const QString& tag, int n)
+{
+    return tag + QLatin1Char(' ') + QString::number(n) + QLatin1Char(' ') + QString(180, tag[0]);
+}
+
+const char* const kChildFolder = "VELMORA_JOBLOG_CHILD_FOLDER";
+const char* const kChildCount = "VELMORA_JOBLOG_CHILD_COUNT";
+
+} // namespace
+
+class TestJobLog : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase()
+    {
+        // Re-run as the second writer of the concurrency test: append and leave.
+        if (qEnvironmentVariableIsSet(kChildFolder)) {
+            const QString folder = qEnvironmentVariable(kChildFolder);
+            const int count = qEnvironmentVariableIntValue(kChildCount);
+            SimPlatform sim;
+            JobLog log(sim.platform(), [folder] { return folder; });
+            for (int i = 0; i < count; ++i)
+                log.appendjobline(childLine(QStringLiteral("child"), i));
+            std::exit(0);
+        }
+    }
+
+    // ---- line formats ----
+
+    void checkServerAndActionLinesByteForByte()
+    {
+        World w;
+        w.log.ensurejoblog();
+        QVERIFY(w.log.checkline("SRV01", "Spooler", "Stopped"));
+        QVERIFY(w.log.appendjobline("Alert activated"));
+        QVERIFY(w.log.appendjobline("Program started: /usr/bin/true"));
+        w.sim.clock.advance(61000);
+        QVERIFY(w.log.checkline("SRV01", "Dhcp", "Open Service failed.   Error  1060"));
+        QVERIFY(w.log.serverline("SRV02", joblog::kServerInMaintenance));
+        QVERIFY(w.log.serverline("SRV03", joblog::kServerNotReachable));
+        QCOMPARE(bytesOf(w.file()),
+                 QByteArray("16.11.26 20:50:14\tSRV01\tSpooler\tStopped\r\n"
+                            "Alert activated\r\n"
+                            "Program started: /usr/bin/true\r\n"
+                            "16.11.26 20:51:15\tSRV01\tDhcp\tOpen Service failed.   Error  1060\r\n"
+                            "16.11.26 20:51:15\tSRV02\tServer is in Maintenance Mode\r\n"
+                            "16.11.26 20:51:15\tSRV03\tCould not reach Server, Server not available.\r\n"));
+    }
+
+    void timestampsFollowTheRegionalFormats_data()
+    {
+        QTest::addColumn<QLocale>("locale");
+        QTest::addColumn<QTime>("time");
+        QTest::addColumn<QString>("line");
+        QTest::newRow("german morning") << kGerman << QTime(8, 5, 9) << "02.03.26 08:05:09\tS\tX\tRunning";
+        QTest::newRow("us morning") << kUs << QTime(8, 5, 9) << "3/2/26 8:05:09 AM\tS\tX\tRunning";
+        QTest::newRow("us evening") << kUs << QTime(20, 50, 14) << "3/2/26 8:50:14 PM\tS\tX\tRunning";
+        QTest::newRow("british") << QLocale(QLocale::English, QLocale::UnitedKingdom) << QTime(23, 59, 59)
+                                 << "02/03/2026 23:59:59\tS\tX\tRunning";
+    }
+    void timestampsFollowTheRegionalFormats()
+    {
+        QFETCH(QLocale, locale);
+        QFETCH(QTime, time);
+        QFETCH(QString, line);
+        QCOMPARE(joblog::checkLineText(QDateTime(QDate(2026, 3, 2), time), "S", "X", "Running", locale), line);
+    }
+
+    void timeFormatGainsSecondsAfterTheMinutes_data()
+    {
+        QTest::addColumn<QLocale>("locale");
+        QTest::addColumn<QString>("format");
+        QTest::newRow("german") << kGerman << "HH:mm:ss";
+        QTest::newRow("us, marker after") << kUs << "h:mm:ss AP";
+        QTest::newRow("korean, marker before") << QLocale(QLocale::Korean, QLocale::SouthKorea) << "AP h:mm:ss";
+        QTest::newRow("c already has seconds") << QLocale::c() << "HH:mm:ss";
+    }
+    void timeFormatGainsSecondsAfterTheMinutes()
+    {
+        QFETCH(QLocale, locale);
+        QFETCH(QString, format);
+        QCOMPARE(joblog::timeFormatWithSeconds(locale), format);
+    }
+
+    void textsAreWrittenAsTheyAreUnescaped()
+    {
+        World w;
+        w.log.ensurejoblog();
+        QVERIFY(w.log.checkline("SRV01", "Odd\tName", "Stopped"));
+        QVERIFY(w.log.appendjobline(QString()));
+        QCOMPARE(bytesOf(w.file()), QByteArray("16.11.26 20:50:14\tSRV01\tOdd\tName\tStopped\r\n\r\n"));
+    }
+
+    void eachOperationRereadsTheDataFolder()
+    {
+        World w;
+        w.log.ensurejoblog();
+        const int before = w.folderReads;
+        w.log.appendjobline("x");
+        w.log.appendjobline("y");
+        QVERIFY(w.folderReads >= before + 2);
+    }
+
+    // ---- append and ensure ----
+
+    void appendNeverCreatesAMissingLog()
+    {
+        World w;
+        QVERIFY(!w.log.appendjobline("lost"));
+        QVERIFY(!w.log.checkline("SRV01", "Spooler", "Stopped"));
+        QVERIFY(!QFile::exists(w.file()));
+        QVERIFY(w.sim.boxes.shown.isEmpty());
+    }
+
+    void ensureCreatesEmptyAndKeepsAnExistingLog()
+    {
+        World w;
+        w.log.ensurejoblog();
+        QCOMPARE(bytesOf(w.file()), QByteArray());
+        QVERIFY(QFile::exists(w.file()));
+        w.log.appendjobline("kept");
+        w.log.ensurejoblog();
+        QCOMPARE(bytesOf(w.file()), QByteArray("kept\r\n"));
+    }
+
+    void aLogSpelledInOtherCaseIsTheSameLog()
+    {
+        World w;
+        putBytes(w.file("JOBS.LOG"), "old\r\n");
+        w.log.ensurejoblog();
+        QVERIFY(w.log.appendjobline("new"));
+        QCOMPARE(bytesOf(w.file("JOBS.LOG")), QByteArray("old\r\nnew\r\n"));
+        QVERIFY(!QFile::exists(w.file()));
+        QCOMPARE(w.log.size(), 10);
+    }
+
+    void aLineThatCannotBeWrittenIsLostSilently()
+    {
+        World w;
+        w.log.ensurejoblog();
+        w.log.appendjobline("before");
+        w.sim.files.failOn(SimTextFiles::Op::Append, "jobs.log");
+        QVERIFY(!w.log.appendjobline("lost"));
+        QVERIFY(!w.log.checkline("SRV01", "Spooler", "Stopped"));
+        w.sim.files.clearFailures();
+        QVERIFY(w.log.appendjobline("after"));
+        QCOMPARE(bytesOf(w.file()), QByteArray("before\r\nafter\r\n"));
+        QVERIFY(w.sim.boxes.shown.isEmpty());
+    }
+
+    void aLogDeletedWhileRunningLosesLinesUntilEnsured()
+    {
+        World w;
+        w.log.ensurejoblog();
+        QVERIFY(QFile::remove(w.file()));
+        QVERIFY(!w.log.appendjobline("lost"));
+        QVERIFY(!QFile::exists(w.file()));
+        w.log.ensurejoblog();
+        QVERIFY(w.log.appendjobline("back"));
+        QCOMPARE(bytesOf(w.file()), QByteArray("back\r\n"));
+    }
+
+    void aMissingDataFolderLosesTheLine()
+    {
+        World w;
+        SimPlatform sim;
+        const QString gone = w.dir.filePath("no/such/folder");
+        JobLog log(sim.platform(), [gone] { return gone; });
+        log.ensurejoblog();
+        QVERIFY(!log.appendjobline("lost"));
+        QCOMPARE(log.size(), -1);
+    }
+
+    // ---- size indicator ----
+
+    void sizeIsLargeOnlyAboveThreeMillionBytes()
+    {
+        QVERIFY(!joblog::logIsLarge(0));
+        QVERIFY(!joblog::logIsLarge(3000000));
+        QVERIFY(joblog::logIsLarge(3000001));
+    }
+
+    void sizeCaptionsDifferInSpacing()
+    {
+        QCOMPARE(joblog::logSizeText(3000001, SizeCaption::Activation),
+                 QStringLiteral("Current Logfilesize: 3000001 Bytes"));
+        QCOMPARE(joblog::logSizeText(3000001, SizeCaption::CheckRun),
+                 QStringLiteral("Current Logfilesize :  3000001  Bytes"));
+        QCOMPARE(joblog::logSizeText(12345678901LL, SizeCaption::Activation),
+                 QStringLiteral("Current Logfilesize: 12345678901 Bytes"));
+    }
+
+    // ---- Show Logfile ----
+
+    void showOpensTheLogUnderItsRealName()
+    {
+        World w;
+        w.log.ensurejoblog();
+        w.log.showlogfile();
+        QCOMPARE(w.sim.opener.opened.size(), 1);
+        QCOMPARE(w.sim.opener.opened[0].file, w.file());
+        QCOMPARE(w.sim.opener.opened[0].parameters, QString());
+        QVERIFY(w.sim.boxes.shown.isEmpty());
+    }
+
+    void showReportsAFailedOpen_data()
+    {
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("0") << 0 << "";
+        QTest::newRow("2") << 2 << "File not found!";
+        QTest::newRow("3") << 3 << "Path not found!";
+        QTest::newRow("4 unlisted") << 4 << "";
+        QTest::newRow("5") << 5 << "Access denied !";
+        QTest::newRow("8") << 8 << "Low memory!";
+        QTest::newRow("11") << 11 << "Currupt EXE File!";
+        QTest::newRow("26") << 26 << "Access violation occured!";
+        QTest::newRow("27") << 27 << "Unreliable file Association!";
+        QTest::newRow("28") << 28 << "DDE Time out";
+        QTest::newRow("29") << 29 << "DDE transaction failed!";
+        QTest::newRow("30") << 30 << "DDE bussy!";
+        QTest::newRow("31") << 31 << "No Application for file extention!";
+        QTest::newRow("32") << 32 << "DLL not found!";
+    }
+    void showReportsAFailedOpen()
+    {
+        QFETCH(int, code);
+        QFETCH(QString, text);
+        World w;
+        w.log.ensurejoblog();
+        w.sim.opener.script(code);
+        w.log.showlogfile();
+        QCOMPARE(w.sim.boxes.shown.size(), 1);
+        QCOMPARE(w.sim.boxes.shown[0].text, text);
+        QCOMPARE(w.sim.boxes.shown[0].icon, MsgIcon::Critical);
+        QCOMPARE(w.sim.boxes.shown[0].buttons, MsgButtons::Ok);
+    }
+
+    void showAboveThirtyTwoIsSuccess()
+    {
+        World w;
+        w.sim.opener.script(33);
+        w.log.showlogfile();
+        QVERIFY(w.sim.boxes.shown.isEmpty());
+    }
+
+    // ---- Delele Logfile ----
+
+    void deleteAsksThenLeavesAnEmptyLog()
+    {
+        World w;
+        putBytes(w.file(), QByteArray(5000, 'x'));
+        w.log.deletelogfile();
+        QCOMPARE(w.sim.boxes.shown.size(), 1);
+        QCOMPARE(w.sim.boxes.shown[0].text, QStringLiteral("Are you sure you want to delete the logfile ?"));
+        QCOMPARE(w.sim.boxes.shown[0].icon, MsgIcon::Question);
+        QCOMPARE(w.sim.boxes.shown[0].buttons, MsgButtons::OkCancel);
+        QVERIFY(QFile::exists(w.file()));
+        QCOMPARE(QFileInfo(w.file()).size(), 0);
+    }
+
+    void deleteCancelledLeavesTheLog()
+    {
+        World w;
+        putBytes(w.file(), "keep\r\n");
+        w.sim.boxes.script(platform::MsgAnswer::Cancel);
+        w.log.deletelogfile();
+        QCOMPARE(bytesOf(w.file()), QByteArray("keep\r\n"));
+        QCOMPARE(w.sim.boxes.shown.size(), 1);
+    }
+
+    void deleteWithoutALogCreatesNothing()
+    {
+        World w;
+        w.log.deletelogfile();
+        QCOMPARE(w.sim.boxes.shown.size(), 1);
+        QVERIFY(!QFile::exists(w.file()));
+    }
+
+    void aLogThatCannotBeDeletedIsKeptAndReported()
+    {
+        World w;
+        putBytes(w.file(), "keep\r\n");
+        w.sim.files.failOn(SimTextFiles::Op::Remove, "jobs.log");
+        w.log.deletelogfile();
+        QCOMPARE(bytesOf(w.file()), QByteArray("keep\r\n"));
+        QCOMPARE(w.sim.boxes.shown.size(), 2);
+        QCOMPARE(w.sim.boxes.shown[1].icon, MsgIcon::Critical);
+        QVERIFY(!w.sim.boxes.shown[1].text.isEmpty());
+    }
+
+    // ---- two writers ----
+
+    void twoProcessesAppendingNeverCutOrInterleaveLines()
+    {
+        QTemporaryDir dir;
+        SimPlatform sim;
+        JobLog log(sim.platform(), [&dir] { return dir.path(); });
+        log.ensurejoblog();
+        const int childLines = 20000;
+        const int ownLines = 5000;
+
+        QProcess child;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(kChildFolder, dir.path());
+        env.insert(kChildCount, QString::number(childLines));
+        child.setProcessEnvironment(env);
+        child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        child.start(QCoreApplication::applicationFilePath(), QStringList());
+        QVERIFY(child.waitForStarted());
+        // Start once the child writes, so that both write at the same time.
+        QTRY_VERIFY_WITH_TIMEOUT(log.size() > 0, 30000);
+        for (int i = 0; i < ownLines; ++i)
+            QVERIFY(log.appendjobline(childLine(QStringLiteral("parent"), i)));
+        QVERIFY(child.waitForFinished(120000));
+        QCOMPARE(child.exitCode(), 0);
+
+        const QByteArray bytes = bytesOf(log.path());
+        QVERIFY(bytes.endsWith("\r\n"));
+        QList<QByteArray> lines = bytes.split('\n');
+        lines.removeLast(); // after the last line end
+        QCOMPARE(lines.size(), childLines + ownLines);
+        int nextChild = 0, nextParent = 0;
+        bool parentBetweenChildLines = false;
+        for (const QByteArray& raw : lines) {
+            QVERIFY2(raw.endsWith('\r'), raw.constData());
+            const QString line = QString::fromUtf8(raw.chopped(1));
+            if (line.startsWith(QLatin1String("child "))) {
+                QCOMPARE(line, childLine(QStringLiteral("child"), nextChild++));
+            } else {
+                QCOMPARE(line, childLine(QStringLiteral("parent"), nextParent++));
+                parentBetweenChildLines = parentBetweenChildLines || (nextChild > 0 && nextChild < childLines);
+            }
+        }
+        QCOMPARE(nextChild, childLines);
+        QCOMPARE(nextParent, ownLines);
+        if (!parentBetweenChildLines)
+            QSKIP("the two writers did not overlap on this machine");
+    }
+};
+
+QTEST_MAIN(TestJobLog)
+#include "tst_joblog.moc"
