@@ -271,7 +271,8 @@ private slots:
         QCOMPARE(logOn(net, "SRV9", "admin", "p@ss word;$(x)"), 0);
         const QStringList args = readText(file("args")).split('\n', Qt::SkipEmptyParts);
         const QStringList expected{"-M", "-S", SshConnections::controlPath("SRV9"), "-o", "ControlPersist=yes",
-                                   "-o", "BatchMode=no", "-o", "ConnectTimeout=10", "-p", "2222", "-N", "-f",
+                                   "-o", "BatchMode=no", "-o", "ConnectTimeout=10",
+                                   "-o", "StrictHostKeyChecking=accept-new", "-p", "2222", "-N", "-f",
                                    "-l", "admin", "--", "SRV9"};
         QCOMPARE(args, expected);
         QCOMPARE(readText(file("require")), QString("force\n"));

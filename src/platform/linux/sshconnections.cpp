@@ -186,7 +186,10 @@ void SshConnections::startMaster(const QString& server, const QString& user, con
     QStringList args{QStringLiteral("-M"), QStringLiteral("-S"), path,
                      QStringLiteral("-o"), QStringLiteral("ControlPersist=yes"),
                      QStringLiteral("-o"), password.isEmpty() ? QStringLiteral("BatchMode=yes") : QStringLiteral("BatchMode=no"),
-                     QStringLiteral("-o"), QStringLiteral("ConnectTimeout=10")};
+                     QStringLiteral("-o"), QStringLiteral("ConnectTimeout=10"),
+                     // There is no terminal to confirm a new server's host key on, so the first
+                     // connection records it; a changed key is still refused.
+                     QStringLiteral("-o"), QStringLiteral("StrictHostKeyChecking=accept-new")};
     args += extraOptions_;
     args += {QStringLiteral("-N"), QStringLiteral("-f")};
     if (!user.isEmpty())
