@@ -42,6 +42,8 @@ struct RunState {
 
     // Results of the alert actions, never cleared.
     QString restartresult, programresult, alertresult, netsendresult, soundresult;
+    // The last recipients taken from "Send Email to:" and "Net Message Send to:" entries.
+    QString mailaddress, netsendrecipient;
 
     // data folder + separator + name
     QString file(const QString& name) const;
