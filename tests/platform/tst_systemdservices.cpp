@@ -159,6 +159,39 @@ private slots:
         QCOMPARE(sm.queryStatus(ssh).state, svcstate::stopPending);
     }
 
+    void detailsRightAfterAListingAgreeWithDirectQueries()
+    {
+        // The details that follow a listing come from what the listing fetched; they must be
+        // what a direct query finds.
+        SystemdServices listing(optionsFor(bus_));
+        auto direct = optionsFor(bus_);
+        direct.reuseListingMs = 0;
+        SystemdServices asking(direct);
+        for (int filter : {svcfilter::all, svcfilter::active}) {
+            const ScmHandle scm = listing.openManager({});
+            const EnumResult r = listing.enumerateServices(scm, filter);
+            QVERIFY(!r.services.empty());
+            for (const ServiceEntry& e : r.services) {
+                const ServiceHandle fast = listing.openService(scm, e.name);
+                const ServiceHandle slow = asking.openService(asking.openManager({}), e.name);
+                QCOMPARE(fast.error, slow.error);
+                QCOMPARE(listing.queryStatus(fast).state, asking.queryStatus(slow).state);
+                const ServiceConfig a = listing.queryConfig(fast).config, b = asking.queryConfig(slow).config;
+                QCOMPARE(a.startType, b.startType);
+                QCOMPARE(a.account, b.account);
+                QCOMPARE(a.binaryPath, b.binaryPath);
+                QCOMPARE(a.displayName, b.displayName);
+            }
+        }
+        // A start ends the reuse: the state read next is the new one.
+        const ScmHandle scm = listing.openManager({});
+        QCOMPARE(listing.enumerateServices(scm, svcfilter::all).error, 0);
+        const ServiceHandle cups = listing.openService(scm, QStringLiteral("cups.service"));
+        QCOMPARE(listing.queryStatus(cups).state, svcstate::stopped);
+        QCOMPARE(listing.start(cups), 0);
+        QCOMPARE(listing.queryStatus(cups).state, svcstate::running);
+    }
+
     void unknownServicesAndFailedHandles()
     {
         SystemdServices sm(optionsFor(bus_));

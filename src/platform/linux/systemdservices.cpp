@@ -152,9 +152,9 @@ int onReply(sd_bus_message* m, void* userdata, sd_bus_error*)
     return 0;
 }
 
-// Sends every call and waits for all replies. Returns 0, or a negative errno when the
-// connection itself failed. A call without an answer in time gets a time-out error from sd-bus.
-int runCalls(sd_bus* bus, const std::vector<Call*>& calls, uint64_t timeoutUsec)
+// Sends the calls and waits for all replies. Returns 0, or a negative errno when the connection
+// itself failed. A call without an answer in time gets a time-out error from sd-bus.
+int runBatch(sd_bus* bus, const std::vector<Call*>& calls, uint64_t timeoutUsec)
 {
     for (Call* c : calls) {
         sd_bus_message* m = nullptr;
@@ -184,6 +184,19 @@ int runCalls(sd_bus* bus, const std::vector<Call*>& calls, uint64_t timeoutUsec)
         if (r < 0 && r != -EINTR)
             return r;
     }
+}
+
+// Runs the calls in batches: a bus daemon limits the replies one connection may wait for
+// (128 on a standard system bus).
+int runCalls(sd_bus* bus, const std::vector<Call*>& calls, uint64_t timeoutUsec)
+{
+    constexpr size_t kBatch = 64;
+    for (size_t i = 0; i < calls.size(); i += kBatch) {
+        const std::vector<Call*> batch(calls.begin() + i, calls.begin() + std::min(calls.size(), i + kBatch));
+        if (const int r = runBatch(bus, batch, timeoutUsec); r < 0)
+            return r;
+    }
+    return 0;
 }
 
 int runCalls(sd_bus* bus, const std::vector<std::unique_ptr<Call>>& calls, uint64_t timeoutUsec)
@@ -432,6 +445,19 @@ struct SystemdServices::Connection {
     bool subscribed = false;
     std::map<std::string, std::string> finishedJobs; // job path -> result
 
+    // What the last enumeration found out about each service, for the detail queries that
+    // follow it right away (see reuseListingMs). The unit properties taken from the listing are
+    // complete once the unit file state is known too; the service properties are fetched for
+    // all services at once on the first configuration query.
+    struct Known {
+        Props unit;
+        Props service;
+        bool unitComplete = false;
+        bool serviceRead = false;
+    };
+    std::map<std::string, Known> known;
+    uint64_t knownUntil = 0;
+
     ~Connection() { drop(); }
     void drop()
     {
@@ -440,6 +466,19 @@ struct SystemdServices::Connection {
             bus = sd_bus_close_unref(bus);
         subscribed = false;
         finishedJobs.clear();
+        forget();
+    }
+    void forget()
+    {
+        known.clear();
+        knownUntil = 0;
+    }
+    const Known* recent(const std::string& name) const
+    {
+        if (nowUsec() >= knownUntil)
+            return nullptr;
+        auto it = known.find(name);
+        return it == known.end() ? nullptr : &it->second;
     }
     bool open() const { return bus && sd_bus_is_open(bus) > 0; }
 
@@ -661,6 +700,8 @@ ServiceHandle SystemdServices::openService(const ScmHandle& scm, const QString& 
     std::lock_guard lock(c->m);
     if ((h.error = ensureConnected(*c, scm.computer)) != svcerror::ok)
         return h;
+    if (c->recent(utf8(h.name)))
+        return h;
     std::vector<std::unique_ptr<Call>> calls;
     Call* unit = getAll(calls, unitPath(utf8(h.name)), kUnit);
     if ((h.error = connectionCode(*c, runCalls(c->bus, calls, msToUsec(options_.callTimeoutMs)))) != svcerror::ok)
@@ -683,6 +724,8 @@ StatusResult SystemdServices::queryStatus(const ServiceHandle& service)
     std::lock_guard lock(c->m);
     if (const int code = ensureConnected(*c, service.computer))
         return {code, 0};
+    if (const auto* known = c->recent(utf8(service.name)))
+        return {svcerror::ok, unitState(known->unit)};
     std::vector<std::unique_ptr<Call>> calls;
     Call* unit = getAll(calls, unitPath(utf8(service.name)), kUnit);
     if (const int code = connectionCode(*c, runCalls(c->bus, calls, msToUsec(options_.callTimeoutMs))))
@@ -696,6 +739,82 @@ StatusResult SystemdServices::queryStatus(const ServiceHandle& service)
     return {svcerror::ok, unitState(props)};
 }
 
+namespace {
+
+ServiceConfig configOf(const std::string& name, const Props& unit, const Props& exec)
+{
+    ServiceConfig config;
+    // A unit that is masked counts as disabled whatever its file says.
+    config.startType = unit.get("LoadState") == "masked" ? svcstart::disabled : startTypeOf(unit.get("UnitFileState"));
+    config.displayName = displayNameOf(unit.get("Description"), name);
+    // A service without User= runs as root; with DynamicUser= and no User= systemd makes up a
+    // user named after the unit.
+    std::string user = exec.get("User");
+    if (user.empty()) {
+        auto dyn = exec.flag.find("DynamicUser");
+        user = (dyn != exec.flag.end() && dyn->second) ? name.substr(0, name.rfind('.')) : "root";
+    }
+    config.account = qstr(user.c_str());
+    // The program with its arguments: the first ExecStart= command. argv[0] is the name the
+    // program is started under, not an argument.
+    if (exec.hasExecStart) {
+        QString text = quoteArg(exec.execStart.front());
+        for (size_t i = 2; i < exec.execStart.size(); ++i)
+            text += QLatin1Char(' ') + quoteArg(exec.execStart[i]);
+        config.binaryPath = text;
+    }
+    return config;
+}
+
+// A failed read of a unit's service properties that the configuration query cannot do without.
+bool serviceReadFatal(const Call& svc)
+{
+    const int code = codeOf(svc);
+    return code == svcerror::accessDenied || code == svcerror::requestTimeout || code == svcerror::unavailable;
+}
+
+// Fetches, in one go, what the services of the last enumeration still lack for their
+// configuration: a listing followed by the details of each of its services then costs a few
+// round trips instead of one per service.
+template <typename Conn>
+int completeKnown(Conn& c, uint64_t timeout)
+{
+    using Known = typename decltype(c.known)::mapped_type;
+    std::vector<std::unique_ptr<Call>> calls;
+    std::vector<std::pair<Known*, bool>> targets; // the entry, and whether the call reads its unit
+    for (auto& [name, k] : c.known) {
+        const std::string path = unitPath(name);
+        if (!k.serviceRead) {
+            getAll(calls, path, kService);
+            targets.push_back({&k, false});
+        }
+        if (!k.unitComplete) {
+            getAll(calls, path, kUnit);
+            targets.push_back({&k, true});
+        }
+    }
+    if (const int code = connectionCode(c, runCalls(c.bus, calls, timeout)))
+        return code;
+    for (size_t i = 0; i < calls.size(); ++i) {
+        Known& k = *targets[i].first;
+        if (targets[i].second) {
+            if (!calls[i]->failed()) {
+                k.unit = Props();
+                readProps(calls[i]->reply, k.unit);
+                k.unitComplete = true;
+            }
+        } else if (!calls[i]->failed()) {
+            readProps(calls[i]->reply, k.service);
+            k.serviceRead = true;
+        } else if (!serviceReadFatal(*calls[i])) {
+            k.serviceRead = true; // not a service: no account, no program
+        }
+    }
+    return svcerror::ok;
+}
+
+} // namespace
+
 ConfigResult SystemdServices::queryConfig(const ServiceHandle& service)
 {
     ConfigResult out;
@@ -708,11 +827,23 @@ ConfigResult SystemdServices::queryConfig(const ServiceHandle& service)
     if ((out.error = ensureConnected(*c, service.computer)) != svcerror::ok)
         return out;
     const std::string name = utf8(service.name);
+    const uint64_t timeout = msToUsec(options_.callTimeoutMs);
+    if (const auto* known = c->recent(name)) {
+        if (!known->serviceRead || !known->unitComplete) {
+            if ((out.error = completeKnown(*c, timeout)) != svcerror::ok)
+                return out;
+            known = c->recent(name);
+        }
+        if (known && known->serviceRead && known->unitComplete && !notFound(known->unit)) {
+            out.config = configOf(name, known->unit, known->service);
+            return out;
+        }
+    }
     const std::string path = unitPath(name);
     std::vector<std::unique_ptr<Call>> calls;
     Call* unit = getAll(calls, path, kUnit);
     Call* svc = getAll(calls, path, kService);
-    if ((out.error = connectionCode(*c, runCalls(c->bus, calls, msToUsec(options_.callTimeoutMs)))) != svcerror::ok)
+    if ((out.error = connectionCode(*c, runCalls(c->bus, calls, timeout))) != svcerror::ok)
         return out;
     if (unit->failed()) {
         out.error = unitCallCode(*c, *unit);
@@ -725,31 +856,13 @@ ConfigResult SystemdServices::queryConfig(const ServiceHandle& service)
         return out;
     }
     Props exec;
-    if (!svc->failed())
+    if (!svc->failed()) {
         readProps(svc->reply, exec);
-    else if (codeOf(*svc) == svcerror::accessDenied || codeOf(*svc) == svcerror::requestTimeout) {
+    } else if (serviceReadFatal(*svc)) {
         out.error = codeOf(*svc);
         return out;
     }
-    // A unit that is masked counts as disabled whatever its file says.
-    out.config.startType = props.get("LoadState") == "masked" ? svcstart::disabled : startTypeOf(props.get("UnitFileState"));
-    out.config.displayName = displayNameOf(props.get("Description"), name);
-    // A service without User= runs as root; with DynamicUser= and no User= systemd makes up a
-    // user named after the unit.
-    std::string user = exec.get("User");
-    if (user.empty()) {
-        auto dyn = exec.flag.find("DynamicUser");
-        user = (dyn != exec.flag.end() && dyn->second) ? name.substr(0, name.rfind('.')) : "root";
-    }
-    out.config.account = qstr(user.c_str());
-    // The program with its arguments: the first ExecStart= command. argv[0] is the name the
-    // program is started under, not an argument.
-    if (exec.hasExecStart) {
-        QString text = quoteArg(exec.execStart.front());
-        for (size_t i = 2; i < exec.execStart.size(); ++i)
-            text += QLatin1Char(' ') + quoteArg(exec.execStart[i]);
-        out.config.binaryPath = text;
-    }
+    out.config = configOf(name, props, exec);
     return out;
 }
 
@@ -803,6 +916,7 @@ EnumResult SystemdServices::enumerateServices(const ScmHandle& scm, int stateFil
         out.error = svcerror::callFailed;
         return out;
     }
+    c->forget();
     std::set<std::string> loaded;
     for (const UnitRow& u : units) {
         if (!endsWith(u.name, ".service"))
@@ -812,19 +926,34 @@ EnumResult SystemdServices::enumerateServices(const ScmHandle& scm, int stateFil
         if (u.load == "not-found" && state == svcstate::stopped)
             continue;
         loaded.insert(u.name);
-        if (inFilter(state, stateFilter))
+        if (inFilter(state, stateFilter)) {
             out.services.push_back({qstr(u.name.c_str()), displayNameOf(u.description, u.name), state});
+            Props& p = c->known[u.name].unit;
+            p.text["Description"] = u.description;
+            p.text["LoadState"] = u.load;
+            p.text["ActiveState"] = u.active;
+        }
     }
     if (withFiles) {
         for (const auto& [name, fileState] : files) {
+            if (auto it = c->known.find(name); it != c->known.end()) {
+                it->second.unit.text["UnitFileState"] = fileState;
+                it->second.unitComplete = true;
+            }
             // Templates cannot run by themselves, and an alias is listed under its unit's name.
             if (!endsWith(name, ".service") || endsWith(name, "@.service") || fileState == "alias" || loaded.count(name))
                 continue;
             loaded.insert(name);
-            if (inFilter(svcstate::stopped, stateFilter))
+            if (inFilter(svcstate::stopped, stateFilter)) {
                 out.services.push_back({qstr(name.c_str()), qstr(name.c_str()), svcstate::stopped});
+                // Not loaded: its description is only known once it is read.
+                Props& p = c->known[name].unit;
+                p.text["LoadState"] = fileState == "masked" ? "masked" : "loaded";
+                p.text["ActiveState"] = "inactive";
+            }
         }
     }
+    c->knownUntil = options_.reuseListingMs > 0 ? nowUsec() + msToUsec(options_.reuseListingMs) : 0;
     std::sort(out.services.begin(), out.services.end(), [](const ServiceEntry& a, const ServiceEntry& b) {
         return a.name.compare(b.name, Qt::CaseInsensitive) < 0;
     });
@@ -1023,6 +1152,7 @@ int SystemdServices::start(const ServiceHandle& service)
     std::unique_lock lock(c->m);
     if (const int code = ensureConnected(*c, service.computer))
         return code;
+    c->forget();
     const uint64_t timeout = msToUsec(options_.callTimeoutMs);
     const std::string name = utf8(service.name);
     const std::string path = unitPath(name);
@@ -1064,6 +1194,7 @@ int SystemdServices::stop(const ServiceHandle& service)
     std::unique_lock lock(c->m);
     if (const int code = ensureConnected(*c, service.computer))
         return code;
+    c->forget();
     const uint64_t timeout = msToUsec(options_.callTimeoutMs);
     const std::string name = utf8(service.name);
     if (!c->subscribed) {

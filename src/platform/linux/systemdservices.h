@@ -24,6 +24,12 @@ public:
         int connectTimeoutMs = 15000;
         // Following a start or stop job to its end.
         int jobTimeoutMs = 120000;
+        // For this long after an enumeration, opening a service it listed, its status and its
+        // configuration are answered from what the enumeration fetched (the configurations of
+        // all its services in one go), so that a listing followed by the details of every
+        // service costs a few round trips rather than three per service. A start or stop
+        // ends it at once. 0: always ask.
+        int reuseListingMs = 2000;
         // The local bus; empty: $DBUS_SYSTEM_BUS_ADDRESS, else the standard system bus socket.
         QString localAddress;
         // This computer's name; empty: the host name.
