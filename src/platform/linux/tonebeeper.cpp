@@ -20,7 +20,8 @@ constexpr int kRampMs = 5;
 ToneSource::ToneSource(const QAudioFormat& format, QObject* parent) : QIODevice(parent), format_(format)
 {
     rampFrames_ = std::max<qint64>(1, qint64(format.sampleRate()) * kRampMs / 1000);
-    QIODevice::open(QIODevice::ReadOnly);
+    // Unbuffered: the sink pulls only what it plays, so extend() acts on the tone still to come.
+    QIODevice::open(QIODevice::ReadOnly | QIODevice::Unbuffered);
 }
 
 void ToneSource::extend(int frequencyHz, int durationMs)

@@ -1,0 +1,118 @@
+// The beeper's tone: the samples it produces, and overlapping beeps joining into one tone.
+#include "platform/linux/tonebeeper.h"
+
+#include <QAudioFormat>
+#include <QTest>
+
+#include <cmath>
+#include <cstring>
+
+using velmora::platform::ToneBeeper;
+using velmora::platform::ToneSource;
+
+namespace {
+
+QAudioFormat format(QAudioFormat::SampleFormat sampleFormat, int channels, int rate = 8000)
+{
+    QAudioFormat f;
+    f.setSampleRate(rate);
+    f.setChannelCount(channels);
+    f.setSampleFormat(sampleFormat);
+    return f;
+}
+
+QByteArray drain(ToneSource& source, qint64 chunk = 1 << 20)
+{
+    QByteArray out;
+    for (;;) {
+        const QByteArray part = source.read(chunk);
+        if (part.isEmpty())
+            return out;
+        out += part;
+    }
+}
+
+QList<qint16> samples16(const QByteArray& bytes)
+{
+    QList<qint16> out(bytes.size() / 2);
+    std::memcpy(out.data(), bytes.constData(), size_t(out.size()) * 2);
+    return out;
+}
+
+} // namespace
+
+class TestToneBeeper : public QObject {
+    Q_OBJECT
+private slots:
+    void aBeepIsASineOfItsFrequencyAndLength()
+    {
+        ToneSource source(format(QAudioFormat::Int16, 1));
+        source.extend(1000, 100);
+        QCOMPARE(source.remainingFrames(), 800);
+        const QList<qint16> s = samples16(drain(source));
+        QCOMPARE(s.size(), 800);
+        QCOMPARE(source.remainingFrames(), 0);
+        int crossings = 0;
+        int peak = 0;
+        for (qsizetype i = 1; i < s.size(); ++i) {
+            if ((s[i - 1] < 0) != (s[i] < 0))
+                ++crossings;
+            peak = std::max(peak, std::abs(int(s[i])));
+        }
+        QVERIFY2(std::abs(crossings - 200) <= 2, qPrintable(QString::number(crossings)));
+        QVERIFY(peak > 12000 && peak < 32767);
+        // Ramped at both ends: no click.
+        QVERIFY(std::abs(int(s.first())) < 2000);
+        QVERIFY(std::abs(int(s.last())) < 2000);
+    }
+
+    void overlappingBeepsJoinIntoOneUnbrokenTone()
+    {
+        ToneSource joined(format(QAudioFormat::Int16, 1));
+        joined.extend(1300, 100);
+        QByteArray bytes = joined.read(400 * 2); // 50 ms played, 50 ms left
+        joined.extend(1300, 100);                 // another beep arrives: 100 ms from now
+        QCOMPARE(joined.remainingFrames(), 800);
+        bytes += drain(joined, 128);
+
+        ToneSource single(format(QAudioFormat::Int16, 1));
+        single.extend(1300, 150);
+        QCOMPARE(bytes, drain(single));
+    }
+
+    void aShorterBeepDoesNotCutTheTone()
+    {
+        ToneSource source(format(QAudioFormat::Int16, 1));
+        source.extend(1300, 500);
+        source.extend(1300, 10);
+        QCOMPARE(source.remainingFrames(), 4000);
+    }
+
+    void floatStereoFillsEveryChannel()
+    {
+        ToneSource source(format(QAudioFormat::Float, 2));
+        source.extend(440, 20);
+        const QByteArray bytes = drain(source);
+        QCOMPARE(bytes.size(), 160 * 2 * 4);
+        const auto* f = reinterpret_cast<const float*>(bytes.constData());
+        float peak = 0;
+        for (int i = 0; i < 160; ++i) {
+            QCOMPARE(f[2 * i], f[2 * i + 1]);
+            peak = std::max(peak, std::abs(f[2 * i]));
+        }
+        QVERIFY(peak > 0.3f && peak <= 1.0f);
+    }
+
+    void beepingWithoutAnOutputDeviceIsQuiet()
+    {
+        // Whatever this machine has (often no sound server at all), beeping never fails.
+        ToneBeeper beeper;
+        for (int i = 0; i < 4; ++i)
+            beeper.beep(1300, 500);
+        beeper.beep(0, 500);
+        beeper.beep(1300, 0);
+    }
+};
+
+QTEST_MAIN(TestToneBeeper)
+#include "tst_tonebeeper.moc"
