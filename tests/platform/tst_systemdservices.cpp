@@ -115,6 +115,15 @@ private slots:
         QCOMPARE(find("web.service").displayName, QStringLiteral("web.service"));
         QCOMPARE(find("files-only.service").displayName, QStringLiteral("files-only.service"));
 
+        // Without an address of its own the backend takes the system bus from the environment.
+        const QByteArray saved = qgetenv("DBUS_SYSTEM_BUS_ADDRESS");
+        qputenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.address().toUtf8());
+        auto fromEnvironment = optionsFor(bus_);
+        fromEnvironment.localAddress.clear();
+        SystemdServices system(fromEnvironment);
+        QCOMPARE(names(system.enumerateServices(system.openManager({}), svcfilter::all)), names(all));
+        qputenv("DBUS_SYSTEM_BUS_ADDRESS", saved);
+
         const EnumResult active = sm.enumerateServices(scm, svcfilter::active);
         QCOMPARE(names(active), (QStringList{"app.service", "db.service", "ssh.service", "web.service"}));
 
