@@ -7,6 +7,7 @@
 #include "monitoring/setupwindow.h"
 #include "servicecontrol/servicecontrol.h"
 #include "shell/icons.h"
+#include "shell/joblogwiring.h"
 
 #include <QAction>
 #include <QApplication>
@@ -36,6 +37,7 @@ namespace {
 
 constexpr int IconRole = Qt::UserRole + 1;
 constexpr int PendingRole = Qt::UserRole + 2;
+constexpr int MaintenanceRole = Qt::UserRole + 3;
 
 // Window positions are stored in twips, as the settings file always has; 15 twips a pixel.
 constexpr int kTwipsPerPixel = 15;
@@ -106,6 +108,8 @@ MainWindow::MainWindow(const platform::Platform& platform, QWidget* parent)
     connect(mnustartservice, &QAction::triggered, services, &servicecontrol::ServiceControl::startCommand);
     connect(Command5, &QPushButton::clicked, services, &servicecontrol::ServiceControl::stopCommand);
     connect(mnustopservice, &QAction::triggered, services, &servicecontrol::ServiceControl::stopCommand);
+
+    logandalerts = connectJobLog(*this);
     // Logout and system shutdown close the window like its close box.
     p_.app->onSessionEnd([this] {
         if (!p_.app->ended())
@@ -675,6 +679,18 @@ void MainWindow::setServerIcon(QTreeWidgetItem* item, int icon)
         item->setIcon(0, pendingServerIcon(icon >= 9));
     else
         item->setIcon(0, imageListIcon(icon));
+}
+
+bool MainWindow::serverInMaintenance(const QTreeWidgetItem* item)
+{
+    return item && item->data(0, MaintenanceRole).toBool();
+}
+
+void MainWindow::setServerMaintenance(QTreeWidgetItem* item, bool on)
+{
+    item->setData(0, MaintenanceRole, on);
+    item->setForeground(0, on ? ListView2->palette().brush(QPalette::Disabled, QPalette::Text)
+                              : ListView2->palette().brush(QPalette::Active, QPalette::Text));
 }
 
 int MainWindow::serviceIcon(const QTreeWidgetItem* item)

@@ -24,6 +24,7 @@ class QTreeWidgetItem;
 
 namespace velmora::monitoring { class Reachability; class SetupWindow; }
 namespace velmora::servicecontrol { class ServiceControl; }
+namespace velmora::joblog { class LogAndAlerts; }
 
 namespace velmora::shell {
 
@@ -84,6 +85,9 @@ public:
     QTreeWidgetItem* addServer(const QString& name, int icon);
     // Whether the server's reachability is still being checked for the first time.
     static bool serverPending(const QTreeWidgetItem* item);
+    // A server in maintenance is shown dimmed and skipped by the timed scan; never stored.
+    static bool serverInMaintenance(const QTreeWidgetItem* item);
+    void setServerMaintenance(QTreeWidgetItem* item, bool on);
     // The state icon of a service item (0 when none).
     static int serviceIcon(const QTreeWidgetItem* item);
     void setServiceIcon(QTreeWidgetItem* item, int icon);
@@ -117,6 +121,8 @@ public:
 
     // The service side: listing, details, start and stop.
     servicecontrol::ServiceControl* services = nullptr;
+    // The job log, the alert window Form4 and the alert signal (Timer6).
+    joblog::LogAndAlerts* logandalerts = nullptr;
     // Form2, the monitoring setup window, created on first use.
     monitoring::SetupWindow* setupWindow();
 
