@@ -6,6 +6,8 @@
 #include <QHostInfo>
 
 #include <algorithm>
+#include <atomic>
+#include <thread>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
@@ -154,7 +156,7 @@ int onReply(sd_bus_message* m, void* userdata, sd_bus_error*)
 
 // Sends the calls and waits for all replies. Returns 0, or a negative errno when the connection
 // itself failed. A call without an answer in time gets a time-out error from sd-bus.
-int runBatch(sd_bus* bus, const std::vector<Call*>& calls, uint64_t timeoutUsec)
+int runBatch(sd_bus* bus, const std::vector<Call*>& calls, uint64_t timeoutUsec, const std::atomic<bool>* stopping)
 {
     for (Call* c : calls) {
         sd_bus_message* m = nullptr;
@@ -180,7 +182,10 @@ int runBatch(sd_bus* bus, const std::vector<Call*>& calls, uint64_t timeoutUsec)
         const uint64_t now = nowUsec();
         if (now >= deadline)
             return -ETIMEDOUT;
-        r = sd_bus_wait(bus, deadline - now);
+        if (stopping && *stopping)
+            return -ECANCELED;
+        // Short waits, so that the end of the program is noticed soon.
+        r = sd_bus_wait(bus, std::min<uint64_t>(deadline - now, 100000u));
         if (r < 0 && r != -EINTR)
             return r;
     }
@@ -188,23 +193,25 @@ int runBatch(sd_bus* bus, const std::vector<Call*>& calls, uint64_t timeoutUsec)
 
 // Runs the calls in batches: a bus daemon limits the replies one connection may wait for
 // (128 on a standard system bus).
-int runCalls(sd_bus* bus, const std::vector<Call*>& calls, uint64_t timeoutUsec)
+template <typename Conn>
+int runCalls(Conn& c, const std::vector<Call*>& calls, uint64_t timeoutUsec)
 {
     constexpr size_t kBatch = 64;
     for (size_t i = 0; i < calls.size(); i += kBatch) {
         const std::vector<Call*> batch(calls.begin() + i, calls.begin() + std::min(calls.size(), i + kBatch));
-        if (const int r = runBatch(bus, batch, timeoutUsec); r < 0)
+        if (const int r = runBatch(c.bus, batch, timeoutUsec, c.stopping); r < 0)
             return r;
     }
     return 0;
 }
 
-int runCalls(sd_bus* bus, const std::vector<std::unique_ptr<Call>>& calls, uint64_t timeoutUsec)
+template <typename Conn>
+int runCalls(Conn& c, const std::vector<std::unique_ptr<Call>>& calls, uint64_t timeoutUsec)
 {
     std::vector<Call*> raw;
-    for (const auto& c : calls)
-        raw.push_back(c.get());
-    return runCalls(bus, raw, timeoutUsec);
+    for (const auto& call : calls)
+        raw.push_back(call.get());
+    return runCalls(c, raw, timeoutUsec);
 }
 
 // The code for a failed call, by the D-Bus error it got.
@@ -437,12 +444,24 @@ int codeOfJobResult(const std::string& result)
 
 // ---- connections ----
 
+namespace {
+
+// Counts the calls in progress, for the destructor.
+struct Running {
+    explicit Running(std::atomic<int>& n) : n_(n) { ++n_; }
+    ~Running() { --n_; }
+    std::atomic<int>& n_;
+};
+
+} // namespace
+
 struct SystemdServices::Connection {
     std::mutex m;
     sd_bus* bus = nullptr;
     sd_bus_slot* jobMatch = nullptr;
     unsigned generation = 0;
     bool subscribed = false;
+    const std::atomic<bool>* stopping = nullptr; // the backend is going away
     std::map<std::string, std::string> finishedJobs; // job path -> result
 
     // What the last enumeration found out about each service, for the detail queries that
@@ -509,6 +528,9 @@ SystemdServices::SystemdServices(Options options) : options_(std::move(options))
 
 SystemdServices::~SystemdServices()
 {
+    stopping_ = true;
+    while (running_ > 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     std::lock_guard guard(mutex_);
     for (auto& [name, c] : connections_) {
         std::lock_guard lock(c->m);
@@ -541,13 +563,16 @@ std::shared_ptr<SystemdServices::Connection> SystemdServices::connection(const Q
 {
     std::lock_guard guard(mutex_);
     auto& c = connections_[key(computer)];
-    if (!c)
+    if (!c) {
         c = std::make_shared<Connection>();
+        c->stopping = &stopping_;
+    }
     return c;
 }
 
 void SystemdServices::disconnect(const QString& computer)
 {
+    const Running running(running_);
     auto c = connection(computer);
     std::lock_guard lock(c->m);
     c->drop();
@@ -604,7 +629,11 @@ int SystemdServices::connect(Connection& c, const QString& computer)
             r = -ETIMEDOUT;
             break;
         }
-        r = sd_bus_wait(bus, deadline - now);
+        if (stopping_) {
+            r = -ECANCELED;
+            break;
+        }
+        r = sd_bus_wait(bus, std::min<uint64_t>(deadline - now, 100000u));
         if (r == -EINTR)
             r = 0;
     }
@@ -622,7 +651,7 @@ int SystemdServices::connect(Connection& c, const QString& computer)
     // Is there a service manager on this bus at all?
     Call version(kManagerPath, kProperties, "Get",
                  [](sd_bus_message* m) { return sd_bus_message_append(m, "ss", kManager, "Version"); });
-    r = runCalls(bus, {&version}, msToUsec(options_.callTimeoutMs));
+    r = runCalls(c, std::vector<Call*>{&version}, msToUsec(options_.callTimeoutMs));
     if (r < 0 || !c.open()) {
         c.drop();
         return r == -ETIMEDOUT ? svcerror::requestTimeout : svcerror::unavailable;
@@ -647,6 +676,7 @@ int SystemdServices::ensureConnected(Connection& c, const QString& computer)
 
 ScmHandle SystemdServices::openManager(const QString& computer)
 {
+    const Running running(running_);
     auto c = connection(computer);
     std::lock_guard lock(c->m);
     return {computer, ensureConnected(*c, computer)};
@@ -690,6 +720,7 @@ int unitState(const Props& unit) { return stateOf(unit.get("ActiveState"), unit.
 
 ServiceHandle SystemdServices::openService(const ScmHandle& scm, const QString& service)
 {
+    const Running running(running_);
     ServiceHandle h{scm.computer, unitName(service), svcerror::invalidHandle};
     if (!scm.valid() || service.isEmpty()) {
         if (scm.valid())
@@ -704,7 +735,7 @@ ServiceHandle SystemdServices::openService(const ScmHandle& scm, const QString& 
         return h;
     std::vector<std::unique_ptr<Call>> calls;
     Call* unit = getAll(calls, unitPath(utf8(h.name)), kUnit);
-    if ((h.error = connectionCode(*c, runCalls(c->bus, calls, msToUsec(options_.callTimeoutMs)))) != svcerror::ok)
+    if ((h.error = connectionCode(*c, runCalls(*c, calls, msToUsec(options_.callTimeoutMs)))) != svcerror::ok)
         return h;
     if (unit->failed()) {
         h.error = unitCallCode(*c, *unit);
@@ -718,6 +749,7 @@ ServiceHandle SystemdServices::openService(const ScmHandle& scm, const QString& 
 
 StatusResult SystemdServices::queryStatus(const ServiceHandle& service)
 {
+    const Running running(running_);
     if (!service.valid())
         return {svcerror::invalidHandle, 0};
     auto c = connection(service.computer);
@@ -728,7 +760,7 @@ StatusResult SystemdServices::queryStatus(const ServiceHandle& service)
         return {svcerror::ok, unitState(known->unit)};
     std::vector<std::unique_ptr<Call>> calls;
     Call* unit = getAll(calls, unitPath(utf8(service.name)), kUnit);
-    if (const int code = connectionCode(*c, runCalls(c->bus, calls, msToUsec(options_.callTimeoutMs))))
+    if (const int code = connectionCode(*c, runCalls(*c, calls, msToUsec(options_.callTimeoutMs))))
         return {code, 0};
     if (unit->failed())
         return {unitCallCode(*c, *unit), 0};
@@ -793,7 +825,7 @@ int completeKnown(Conn& c, uint64_t timeout)
             targets.push_back({&k, true});
         }
     }
-    if (const int code = connectionCode(c, runCalls(c.bus, calls, timeout)))
+    if (const int code = connectionCode(c, runCalls(c, calls, timeout)))
         return code;
     for (size_t i = 0; i < calls.size(); ++i) {
         Known& k = *targets[i].first;
@@ -817,6 +849,7 @@ int completeKnown(Conn& c, uint64_t timeout)
 
 ConfigResult SystemdServices::queryConfig(const ServiceHandle& service)
 {
+    const Running running(running_);
     ConfigResult out;
     if (!service.valid()) {
         out.error = svcerror::invalidHandle;
@@ -843,7 +876,7 @@ ConfigResult SystemdServices::queryConfig(const ServiceHandle& service)
     std::vector<std::unique_ptr<Call>> calls;
     Call* unit = getAll(calls, path, kUnit);
     Call* svc = getAll(calls, path, kService);
-    if ((out.error = connectionCode(*c, runCalls(c->bus, calls, timeout))) != svcerror::ok)
+    if ((out.error = connectionCode(*c, runCalls(*c, calls, timeout))) != svcerror::ok)
         return out;
     if (unit->failed()) {
         out.error = unitCallCode(*c, *unit);
@@ -868,6 +901,7 @@ ConfigResult SystemdServices::queryConfig(const ServiceHandle& service)
 
 EnumResult SystemdServices::enumerateServices(const ScmHandle& scm, int stateFilter)
 {
+    const Running running(running_);
     EnumResult out;
     if (!scm.valid()) {
         out.error = svcerror::invalidHandle;
@@ -891,7 +925,7 @@ EnumResult SystemdServices::enumerateServices(const ScmHandle& scm, int stateFil
     calls.push_back(std::make_unique<Call>(kManagerPath, kManager, "ListUnitsByPatterns", patterns));
     if (withFiles)
         calls.push_back(std::make_unique<Call>(kManagerPath, kManager, "ListUnitFilesByPatterns", patterns));
-    if ((out.error = connectionCode(*c, runCalls(c->bus, calls, timeout))) != svcerror::ok)
+    if ((out.error = connectionCode(*c, runCalls(*c, calls, timeout))) != svcerror::ok)
         return out;
     std::vector<Call*> again;
     for (auto& call : calls) {
@@ -901,7 +935,7 @@ EnumResult SystemdServices::enumerateServices(const ScmHandle& scm, int stateFil
             again.push_back(call.get());
         }
     }
-    if (!again.empty() && (out.error = connectionCode(*c, runCalls(c->bus, again, timeout))) != svcerror::ok)
+    if (!again.empty() && (out.error = connectionCode(*c, runCalls(*c, again, timeout))) != svcerror::ok)
         return out;
     for (auto& call : calls) {
         if (call->failed()) {
@@ -981,7 +1015,7 @@ int collectDependents(Conn& c, const std::string& root, uint64_t timeout, std::m
         std::vector<std::unique_ptr<Call>> calls;
         for (const auto& name : level)
             getAll(calls, unitPath(name), kUnit);
-        if (const int code = connectionCode(c, runCalls(c.bus, calls, timeout)))
+        if (const int code = connectionCode(c, runCalls(c, calls, timeout)))
             return code;
         std::vector<std::string> next;
         for (size_t i = 0; i < level.size(); ++i) {
@@ -1060,6 +1094,7 @@ std::vector<ServiceEntry> stopOrder(const DependentNode& root, const std::map<st
 
 EnumResult SystemdServices::enumerateDependents(const ServiceHandle& service, int stateFilter)
 {
+    const Running running(running_);
     EnumResult out;
     if (!service.valid()) {
         out.error = svcerror::invalidHandle;
@@ -1102,19 +1137,21 @@ int followJob(SystemdServices::Connection& c, std::unique_lock<std::mutex>& lock
         const uint64_t now = nowUsec();
         if (now >= deadline)
             return svcerror::requestTimeout;
+        if (c.stopping && *c.stopping)
+            return svcerror::unavailable;
         if (now >= nextCheck) {
             // In case the signal was lost: a job that no longer exists has ended, and the unit's
             // state tells how.
             nextCheck = now + 1000000u;
             Call state(job, kProperties, "Get", [](sd_bus_message* m) { return sd_bus_message_append(m, "ss", kJob, "State"); });
-            if (const int code = connectionCode(c, runCalls(c.bus, {&state}, callTimeout)))
+            if (const int code = connectionCode(c, runCalls(c, std::vector<Call*>{&state}, callTimeout)))
                 return code;
             if (state.failed() && c.finishedJobs.count(job) == 0
                 && (state.errorIs("org.freedesktop.DBus.Error.UnknownObject") || state.errorIs("org.freedesktop.systemd1.NoSuchJob")
                     || state.errorIs("org.freedesktop.DBus.Error.UnknownMethod"))) {
                 std::vector<std::unique_ptr<Call>> calls;
                 Call* u = getAll(calls, unit, kUnit);
-                if (const int code = connectionCode(c, runCalls(c.bus, calls, callTimeout)))
+                if (const int code = connectionCode(c, runCalls(c, calls, callTimeout)))
                     return code;
                 if (u->failed())
                     return codeOf(*u);
@@ -1146,6 +1183,7 @@ int followJob(SystemdServices::Connection& c, std::unique_lock<std::mutex>& lock
 
 int SystemdServices::start(const ServiceHandle& service)
 {
+    const Running running(running_);
     if (!service.valid())
         return svcerror::invalidHandle;
     auto c = connection(service.computer);
@@ -1160,7 +1198,7 @@ int SystemdServices::start(const ServiceHandle& service)
     Call* unit = getAll(calls, path, kUnit);
     if (!c->subscribed)
         calls.push_back(std::make_unique<Call>(kManagerPath, kManager, "Subscribe"));
-    if (const int code = connectionCode(*c, runCalls(c->bus, calls, timeout)))
+    if (const int code = connectionCode(*c, runCalls(*c, calls, timeout)))
         return code;
     c->subscribed = true;
     if (unit->failed())
@@ -1176,7 +1214,7 @@ int SystemdServices::start(const ServiceHandle& service)
 
     Call job(kManagerPath, kManager, "StartUnit",
              [&name](sd_bus_message* m) { return sd_bus_message_append(m, "ss", name.c_str(), "replace"); });
-    if (const int code = connectionCode(*c, runCalls(c->bus, {&job}, timeout)))
+    if (const int code = connectionCode(*c, runCalls(*c, std::vector<Call*>{&job}, timeout)))
         return code;
     if (job.failed())
         return codeOf(job) == svcerror::callFailed ? svcerror::startFailed : codeOf(job);
@@ -1188,6 +1226,7 @@ int SystemdServices::start(const ServiceHandle& service)
 
 int SystemdServices::stop(const ServiceHandle& service)
 {
+    const Running running(running_);
     if (!service.valid())
         return svcerror::invalidHandle;
     auto c = connection(service.computer);
@@ -1199,7 +1238,7 @@ int SystemdServices::stop(const ServiceHandle& service)
     const std::string name = utf8(service.name);
     if (!c->subscribed) {
         Call subscribe(kManagerPath, kManager, "Subscribe");
-        if (const int code = connectionCode(*c, runCalls(c->bus, {&subscribe}, timeout)))
+        if (const int code = connectionCode(*c, runCalls(*c, std::vector<Call*>{&subscribe}, timeout)))
             return code;
         c->subscribed = true;
     }
@@ -1216,7 +1255,7 @@ int SystemdServices::stop(const ServiceHandle& service)
 
     Call job(kManagerPath, kManager, "StopUnit",
              [&name](sd_bus_message* m) { return sd_bus_message_append(m, "ss", name.c_str(), "replace"); });
-    if (const int code = connectionCode(*c, runCalls(c->bus, {&job}, timeout)))
+    if (const int code = connectionCode(*c, runCalls(*c, std::vector<Call*>{&job}, timeout)))
         return code;
     if (job.failed()) {
         if (job.errorIs("org.freedesktop.systemd1.OnlyByDependency"))

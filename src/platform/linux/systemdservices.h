@@ -8,6 +8,7 @@
 #include "platform/servicemanager.h"
 
 #include <QString>
+#include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
@@ -67,6 +68,10 @@ private:
 
     Options options_;
     QString hostName_;
+    // Set when the backend goes away: calls still running give up within a tenth of a second,
+    // and the destructor waits for them.
+    std::atomic<bool> stopping_{false};
+    std::atomic<int> running_{0};
     std::mutex mutex_;
     std::map<QString, std::shared_ptr<Connection>> connections_;
 };
