@@ -16,6 +16,11 @@
 // Handles are plain values: they hold no resource, so nothing leaks when one is dropped, and
 // close() merely marks them closed (any later call on them answers 6). Passing a handle whose
 // open failed is allowed and answers 6, as the classic calls do with a null handle.
+//
+// Each call lists the codes it returns; any call may also return 1726 for a failure of the
+// manager that has no code of its own. A backend may answer the detail queries that follow an
+// enumeration right away from what the enumeration fetched (the systemd backend does so for two
+// seconds, until a start or stop), so a listing that queries every service stays fast.
 #include <QString>
 #include <vector>
 

@@ -348,6 +348,8 @@ private slots:
         const QString error = bus_.startSshd(ssh);
         if (error.contains(QStringLiteral("not installed")))
             QSKIP(qPrintable(error));
+        if (!error.isEmpty() && ::geteuid() != 0)
+            QSKIP(qPrintable(QStringLiteral("sshd needs root here: ") + error));
         QCOMPARE(error, QString());
         const QString control = ssh.value(QStringLiteral("SSH_CONTROL"));
 
