@@ -1,0 +1,157 @@
+#include "actions/mailing.h"
+
+#include "actions/emailoptionsdialog.h"
+#include "actions/netsend.h"
+#include "actions/profilemailwindow.h"
+#include "actions/smtpmailwindow.h"
+#include "core/datafolder.h"
+#include "core/serverlistfile.h"
+#include "joblog/joblog.h"
+
+#include <QWidget>
+
+namespace velmora::actions {
+
+using platform::MsgIcon;
+
+Mailing::Mailing(core::RunState& state, QWidget* windowParent, QObject* parent)
+    : QObject(parent), state_(state), windowParent_(windowParent)
+{
+}
+
+Mailing::~Mailing()
+{
+    delete form7_.data();
+    delete form8_.data();
+    delete dialog_.data();
+}
+
+QString Mailing::folder()
+{
+    if (datafolder) {
+        const QString f = datafolder();
+        if (!f.isEmpty())
+            state_.datafolder = f;
+    }
+    return state_.datafolder;
+}
+
+QString Mailing::file(const QString& name) { return core::dataFile(folder(), name); }
+
+std::optional<QString> Mailing::firstLine(const QString& name)
+{
+    const auto lines = state_.platform.files->readLines(file(name), true);
+    if (!lines)
+        return std::nullopt;
+    return lines->isEmpty() ? QString() : lines->first();
+}
+
+void Mailing::log(const QString& line)
+{
+    if (appendjobline) {
+        appendjobline(line);
+        return;
+    }
+    joblog::JobLog(state_.platform, [this] { return folder(); }).appendjobline(line);
+}
+
+SmtpMailWindow* Mailing::form7()
+{
+    if (!form7_)
+        form7_ = new SmtpMailWindow(*this, windowParent_);
+    return form7_;
+}
+
+ProfileMailWindow* Mailing::form8()
+{
+    if (!form8_)
+        form8_ = new ProfileMailWindow(*this, windowParent_);
+    return form8_;
+}
+
+EmailOptionsDialog* Mailing::dialog()
+{
+    if (!dialog_)
+        dialog_ = new EmailOptionsDialog(*this, windowParent_);
+    return dialog_;
+}
+
+void Mailing::showOptions()
+{
+    EmailOptionsDialog* d = dialog();
+    d->show();
+    d->raise();
+    d->activateWindow();
+}
+
+void Mailing::sendemail(const QString& emailaddress, const MailText& text, std::function<void(bool)> done)
+{
+    form7()->sendemail(emailaddress, text, std::move(done));
+}
+
+void Mailing::subemail(const QString& emailaddress, const MailText& text, std::function<void(bool)> done)
+{
+    // Without a profile file there is nothing to send with: the dispatch of this service ends.
+    const QString path = file(core::files::mailprofile);
+    if (!state_.platform.files->exists(path)) {
+        if (done)
+            done(false);
+        return;
+    }
+    state_.mailprofile = firstLine(core::files::mailprofile).value_or(QString());
+    state_.platform.profilemail->send(this, state_.mailprofile, emailaddress, text.subject, text.body,
+                                      [this, emailaddress, done](const platform::MailResult& r) {
+                                          if (r.ok())
+                                              log(QStringLiteral("Email sent to: ") + emailaddress);
+                                          else
+                                              log(QStringLiteral("Error on sending Email: ") + r.description);
+                                          if (done)
+                                              done(true);
+                                      });
+}
+
+void Mailing::netsend(const QString& recipient, bool test, std::function<void()> done)
+{
+    const QString to = trimBlanks(recipient);
+    const QString message = netsendMessage(state_.currentserver, state_.currentservice, state_.currentstate);
+    state_.platform.messenger->send(this, to, message, [this, to, test, done](int code) {
+        const QString line = netsendResultLine(code, to);
+        log(line);
+        state_.netsendresult = line;
+        if (test)
+            state_.platform.boxes->show(line, MsgIcon::Information);
+        if (done)
+            done();
+    });
+}
+
+void Mailing::checkmailprofile()
+{
+    if (!state_.platform.files->exists(file(core::files::mailprofile)))
+        return;
+    state_.mailprofile = firstLine(core::files::mailprofile).value_or(QString());
+    state_.usesmtp = false;
+    const platform::MailResult r = state_.platform.profilemail->logon(state_.mailprofile);
+    // Only the mail system's own errors are shown; no mail client at all passes silently.
+    if (r.number < 0)
+        state_.platform.boxes->show(QStringLiteral("Error : ") + r.description + QStringLiteral("\n\r\n\r"),
+                                    MsgIcon::Critical);
+}
+
+void Mailing::refreschmailsettings()
+{
+    platform::TextFiles& files = *state_.platform.files;
+    if (files.exists(file(core::files::mailprofile))) {
+        state_.mailprofile = firstLine(core::files::mailprofile).value_or(QString());
+        state_.usesmtp = false;
+    }
+    if (files.exists(file(core::files::smtpserver))) {
+        const core::SmtpSettings smtp = core::readSmtpSettings(files, file(core::files::smtpserver));
+        state_.smtpserver = smtp.server;
+        state_.smtpport = smtp.port;
+        state_.smtpsender = smtp.sender;
+        state_.usesmtp = true;
+    }
+}
+
+} // namespace velmora::actions

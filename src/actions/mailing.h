@@ -1,0 +1,86 @@
+#pragma once
+// The mail and network message transports of the alert actions, and their windows: the SMTP
+// test window Form7 (which also carries the SMTP client of the alert mail), the profile test
+// window Form8 and the e-mail options Dialog. The main window owns one instance for the run.
+//
+// Every send is asynchronous and reports its end through a callback, so that a caller running
+// several actions in order (the action dispatcher) starts the next only when the previous one
+// has written its job-log line and result text.
+#include "actions/mailtypes.h"
+#include "core/runstate.h"
+
+#include <QObject>
+#include <QPointer>
+
+class QWidget;
+
+namespace velmora::actions {
+
+class SmtpMailWindow;
+class ProfileMailWindow;
+class EmailOptionsDialog;
+
+class Mailing : public QObject {
+    Q_OBJECT
+public:
+    // windowParent owns the windows (they are top-level windows of their own).
+    Mailing(core::RunState& state, QWidget* windowParent, QObject* parent = nullptr);
+    ~Mailing() override;
+
+    core::RunState& state() { return state_; }
+
+    // ---- hooks; each may be left empty ----
+    // Writes one job-log line. Default: the job log of the data folder.
+    JobLine appendjobline;
+    // Refreshes the data folder from the main window's field and returns it (default: the
+    // run state's data folder as it is).
+    std::function<QString()> datafolder;
+    // The alert mail texts the test windows show (built from the run state as it stands).
+    MailTextSource smtpText, mapiText;
+    // The e-mail options' Cancel also hides the alert setup window.
+    std::function<void()> hideSetupAlert;
+    // Hourglass (true) and normal pointer (false) on the alert window while an alert mail goes out.
+    std::function<void(bool busy)> alertBusy;
+
+    // The windows, loaded on first use and then kept (hidden when not shown).
+    SmtpMailWindow* form7();
+    ProfileMailWindow* form8();
+    EmailOptionsDialog* dialog();
+    // "Set Email Options": shows the options dialog.
+    void showOptions();
+
+    // ---- transports ----
+    // The alert mail over SMTP to the configured server and port (sendemail). emailaddress is
+    // trimmed of blanks here; callers that keep the address store trimBlanks() of it. done(true)
+    // when the whole dialogue succeeded; done(false) at once when a mail is being sent already.
+    void sendemail(const QString& emailaddress, const MailText& text, std::function<void(bool)> done);
+    // The alert mail through the mail profile (subemail); emailaddress is used as received.
+    // done(true): the dispatch goes on (the outcome is in the job log); done(false): there is
+    // no mail profile file, nothing was logged, and the dispatch of this service ends.
+    void subemail(const QString& emailaddress, const MailText& text, std::function<void(bool)> done);
+    // The network message (netsend): sends to recipient without its surrounding blanks, logs the
+    // result line and keeps it in netsendresult; with test set also shows it in a box.
+    void netsend(const QString& recipient, bool test, std::function<void()> done = {});
+
+    // Start-up: reads the mail profile, switches to profile mail and tries a logon.
+    void checkmailprofile();
+    // Reloads the shared mail settings from "MailProfile" and "SMTPServer".
+    void refreschmailsettings();
+
+    // The data folder after refreshing it, and a file in it.
+    QString folder();
+    QString file(const QString& name);
+    // The first line of a data-folder file (also without a line end), or nothing when the
+    // file cannot be read.
+    std::optional<QString> firstLine(const QString& name);
+    void log(const QString& line);
+
+private:
+    core::RunState& state_;
+    QWidget* windowParent_;
+    QPointer<SmtpMailWindow> form7_;
+    QPointer<ProfileMailWindow> form8_;
+    QPointer<EmailOptionsDialog> dialog_;
+};
+
+} // namespace velmora::actions

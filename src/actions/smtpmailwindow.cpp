@@ -1,0 +1,188 @@
+#include "actions/smtpmailwindow.h"
+
+#include "actions/mailing.h"
+
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace velmora::actions {
+
+using platform::MsgIcon;
+
+namespace {
+
+template <typename T>
+T* named(T* widget, const char* name)
+{
+    widget->setObjectName(QString::fromLatin1(name));
+    return widget;
+}
+
+QGroupBox* frame(const char* name, const QString& title, const QList<QPair<QString, QWidget*>>& fields)
+{
+    auto* box = named(new QGroupBox(title), name);
+    auto* grid = new QGridLayout(box);
+    int row = 0;
+    for (const auto& [caption, field] : fields) {
+        if (!caption.isEmpty())
+            grid->addWidget(new QLabel(caption), row, 0, Qt::AlignTop);
+        grid->addWidget(field, row, 1);
+        ++row;
+    }
+    return box;
+}
+
+} // namespace
+
+SmtpMailWindow::SmtpMailWindow(Mailing& owner, QWidget* parent) : QWidget(parent, Qt::Window), owner_(owner)
+{
+    setObjectName(QStringLiteral("Form7"));
+    setWindowTitle(QStringLiteral("Test SMTP eMail"));
+
+    Text1 = named(new QLineEdit, "Text1");
+    Text2 = named(new QLineEdit, "Text2");
+    Text3 = named(new QLineEdit, "Text3");
+    Text4 = named(new QLineEdit, "Text4");
+    Text5 = named(new QLineEdit, "Text5");
+    Text8 = named(new QLineEdit, "Text8");
+    Text6 = named(new QLineEdit, "Text6");
+    Text7 = named(new QPlainTextEdit, "Text7");
+    Frame1 = frame("Frame1", QStringLiteral("Sender:"), {{QStringLiteral("Name:"), Text1}, {QStringLiteral("Email:"), Text2}});
+    Frame2 = frame("Frame2", QStringLiteral("Recipient:"), {{QStringLiteral("Name:"), Text3}, {QStringLiteral("Email:"), Text4}});
+    Frame3 = frame("Frame3", QStringLiteral("SMTP Server:"), {{QString(), Text5}, {QStringLiteral("Port:"), Text8}});
+    Frame4 = frame("Frame4", QStringLiteral("Subject:"), {{QStringLiteral("Subject text:"), Text6}});
+    Frame5 = frame("Frame5", QStringLiteral("Body:"), {{QStringLiteral("Body text:"), Text7}});
+    Label1 = named(new QLabel(QStringLiteral("Sending SMTP Mail......")), "Label1");
+    Command1 = named(new QPushButton(QStringLiteral("&Send Email")), "Command1");
+    Command2 = named(new QPushButton(QStringLiteral("&Close")), "Command2");
+
+    auto* layout = new QVBoxLayout(this);
+    auto* top = new QHBoxLayout;
+    top->addWidget(Frame1);
+    top->addWidget(Frame2);
+    layout->addLayout(top);
+    layout->addWidget(Frame3);
+    layout->addWidget(Frame4);
+    layout->addWidget(Frame5, 1);
+    layout->addWidget(Label1);
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch();
+    buttons->addWidget(Command1);
+    buttons->addWidget(Command2);
+    layout->addLayout(buttons);
+
+    const platform::Platform& p = owner_.state().platform;
+    Timer1 = p.clock->createTimer(this, QStringLiteral("Timer1"), 1000);
+    Winsock1 = p.tcp->createSocket(this, QStringLiteral("Winsock1"));
+    client_ = new SmtpClient(Winsock1, Timer1, *p.clock, this);
+    client_->appendjobline = [this](const QString& line) { owner_.log(line); };
+    client_->setstatus = [this](const QString& text) { setstatus(text); };
+
+    connect(Command1, &QPushButton::clicked, this, &SmtpMailWindow::sendClicked);
+    connect(Command2, &QPushButton::clicked, this, &QWidget::hide);
+}
+
+void SmtpMailWindow::showEvent(QShowEvent* event)
+{
+    activate();
+    QWidget::showEvent(event);
+}
+
+void SmtpMailWindow::activate()
+{
+    core::RunState& s = owner_.state();
+    const MailText text = owner_.smtpText ? owner_.smtpText() : MailText{};
+    Text1->setText(QStringLiteral("Velmora"));
+    Text2->setText(s.smtpsender);
+    Text3->clear();
+    Text4->setText(trimBlanks(s.mailaddress));
+    Text5->setText(s.smtpserver);
+    Text8->setText(QString::number(s.smtpport));
+    Text6->setText(text.subject);
+    Text7->setPlainText(text.body);
+}
+
+void SmtpMailWindow::setstatus(const QString& text)
+{
+    Label1->setText(text);
+    Label1->repaint();
+}
+
+void SmtpMailWindow::sendemail(const QString& emailaddress, const MailText& text, std::function<void(bool)> done)
+{
+    const QString address = trimBlanks(emailaddress);
+    if (client_->sending()) {
+        if (done)
+            done(false);
+        return;
+    }
+    core::RunState& s = owner_.state();
+    if (owner_.alertBusy)
+        owner_.alertBusy(true);
+    SmtpMail mail{s.smtpserver, s.smtpport, QStringLiteral("Velmora"), s.smtpsender, address,
+                  QStringLiteral("Velmora"), text.subject, text.body};
+    QPointer<SmtpMailWindow> self(this);
+    client_->send(mail, false, [self, address, done](bool ok) {
+        if (self) {
+            if (ok)
+                self->owner_.log(QStringLiteral("Email sent to ") + address);
+            self->hide();
+            if (self->owner_.alertBusy)
+                self->owner_.alertBusy(false);
+        }
+        if (done)
+            done(ok);
+    });
+}
+
+void SmtpMailWindow::sendtestmail(const QString& server, const QString& sendername, const QString& senderaddress,
+                                  const QString& /*recipientname*/, const QString& recipientaddress,
+                                  const QString& subject, const QString& body, std::function<void(bool)> done)
+{
+    if (client_->sending()) {
+        if (done)
+            done(false);
+        return;
+    }
+    setCursor(Qt::WaitCursor);
+    SmtpMail mail{server, 25, sendername, senderaddress, recipientaddress, QStringLiteral("Brisken"), subject, body};
+    QPointer<SmtpMailWindow> self(this);
+    client_->send(mail, true, [self, done](bool ok) {
+        if (self)
+            self->unsetCursor();
+        if (done)
+            done(ok);
+    });
+}
+
+void SmtpMailWindow::sendClicked()
+{
+    platform::MessageBoxes& boxes = *owner_.state().platform.boxes;
+    if (client_->sending()) {
+        boxes.show(QStringLiteral("Still sending Last Email please wait !"), MsgIcon::None);
+        return;
+    }
+    if (Text4->text().isEmpty()) {
+        boxes.show(QStringLiteral("No email address specified !"), MsgIcon::None);
+        return;
+    }
+    QPointer<SmtpMailWindow> self(this);
+    sendtestmail(Text5->text(), Text1->text(), Text2->text(), Text3->text(), Text4->text(), Text6->text(),
+                 Text7->toPlainText(), [self](bool ok) {
+                     if (!self)
+                         return;
+                     platform::MessageBoxes& b = *self->owner_.state().platform.boxes;
+                     if (ok)
+                         b.show(QStringLiteral("Email successfully sent"), MsgIcon::Information);
+                     else
+                         b.show(QStringLiteral("Error on sending Email"), MsgIcon::Critical);
+                 });
+}
+
+} // namespace velmora::actions

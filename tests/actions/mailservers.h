@@ -1,0 +1,235 @@
+#pragma once
+// Real servers for the mail and message tests, on loopback only: Debian's aiosmtpd as an SMTP
+// sink, a scripted SMTP server on a QTcpServer, and a network namespace of the test's own
+// (root only) in which a test may bind port 25 or run smbd.
+#include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QPointer>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QStringList>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <cstring>
+#include <memory>
+
+#include <fcntl.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace velmora::test {
+
+inline QString testSourceDir() { return QFileInfo(QStringLiteral(__FILE__)).absolutePath(); }
+
+// A Python that has Debian's aiosmtpd, or an empty text.
+inline QString aiosmtpdPython()
+{
+    QStringList candidates{QStringLiteral("/usr/bin/python3")};
+    const QString onPath = QStandardPaths::findExecutable(QStringLiteral("python3"));
+    if (!onPath.isEmpty())
+        candidates << onPath;
+    for (const QString& py : candidates) {
+        if (!QFileInfo(py).isExecutable())
+            continue;
+        QProcess p;
+        p.start(py, {QStringLiteral("-c"), QStringLiteral("import aiosmtpd")});
+        if (p.waitForFinished(20000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0)
+            return py;
+    }
+    return {};
+}
+
+// aiosmtpd on host and port (0: a free one), started by start() and stopped with the object.
+class SmtpSink {
+public:
+    ~SmtpSink() { stop(); }
+    bool start(const QString& host = QStringLiteral("127.0.0.1"), int port = 0)
+    {
+        const QString py = aiosmtpdPython();
+        if (py.isEmpty() || !dir_.isValid())
+            return false;
+        out_ = dir_.filePath(QStringLiteral("received.jsonl"));
+        proc_ = std::make_unique<QProcess>();
+        proc_->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        proc_->start(py, {testSourceDir() + QStringLiteral("/smtpsink.py"), host, QString::number(port), out_});
+        if (!proc_->waitForStarted(10000))
+            return false;
+        while (!proc_->canReadLine()) {
+            if (!proc_->waitForReadyRead(20000))
+                return false;
+        }
+        const QByteArray line = proc_->readLine().trimmed();
+        if (!line.startsWith("READY "))
+            return false;
+        port_ = line.mid(6).toInt();
+        return port_ > 0;
+    }
+    void stop()
+    {
+        if (proc_ && proc_->state() != QProcess::NotRunning) {
+            proc_->terminate();
+            if (!proc_->waitForFinished(10000)) {
+                proc_->kill();
+                proc_->waitForFinished(5000);
+            }
+        }
+    }
+    int port() const { return port_; }
+    // Every message received so far: helo, mail_from, rcpt_tos, data.
+    QList<QJsonObject> records() const
+    {
+        QList<QJsonObject> out;
+        QFile f(out_);
+        if (!f.open(QIODevice::ReadOnly))
+            return out;
+        for (const QByteArray& line : f.readAll().split('\n')) {
+            if (!line.trimmed().isEmpty())
+                out << QJsonDocument::fromJson(line).object();
+        }
+        return out;
+    }
+
+private:
+    QTemporaryDir dir_;
+    QString out_;
+    std::unique_ptr<QProcess> proc_;
+    int port_ = 0;
+};
+
+// An SMTP server on a QTcpServer whose answers the test chooses: each step's answer (an empty
+// text: none), or a hang-up instead of an answer.
+class ScriptedSmtpServer {
+public:
+    enum Step { Greeting, Helo, MailFrom, RcptTo, Data, Message, Quit, Other, StepCount };
+    QString answer[StepCount] = {
+        QStringLiteral("220 scripted ready"), QStringLiteral("250 hello"), QStringLiteral("250 sender ok"),
+        QStringLiteral("250 recipient ok"), QStringLiteral("354 go ahead"), QStringLiteral("250 queued"),
+        QStringLiteral("221 bye"), QStringLiteral("500 what")};
+    int hangUpAt = -1;
+    QStringList commands;
+    QList<QByteArray> messages;
+    int connections = 0;
+
+    bool listen(const QHostAddress& address = QHostAddress::LocalHost, quint16 port = 0)
+    {
+        QObject::connect(&server_, &QTcpServer::newConnection, &server_, [this] {
+            while (QTcpSocket* s = server_.nextPendingConnection()) {
+                ++connections;
+                buffer_.clear();
+                inData_ = false;
+                QPointer<QTcpSocket> sock(s);
+                QObject::connect(s, &QTcpSocket::readyRead, s, [this, sock] {
+                    if (sock)
+                        received(sock);
+                });
+                respond(s, Greeting);
+            }
+        });
+        return server_.listen(address, port);
+    }
+    quint16 port() const { return server_.serverPort(); }
+
+private:
+    void respond(QTcpSocket* s, Step step)
+    {
+        if (hangUpAt == step) {
+            s->disconnectFromHost();
+            return;
+        }
+        if (!answer[step].isEmpty()) {
+            s->write(answer[step].toLatin1() + "\r\n");
+            s->flush();
+        }
+    }
+    void received(QTcpSocket* s)
+    {
+        buffer_ += s->readAll();
+        for (;;) {
+            if (inData_) {
+                const qsizetype at = buffer_.indexOf("\r\n.\r\n");
+                if (at < 0)
+                    return;
+                messages << buffer_.left(at + 2);
+                buffer_.remove(0, at + 5);
+                inData_ = false;
+                respond(s, Message);
+                continue;
+            }
+            const qsizetype eol = buffer_.indexOf("\r\n");
+            if (eol < 0)
+                return;
+            const QString line = QString::fromLatin1(buffer_.left(eol));
+            buffer_.remove(0, eol + 2);
+            commands << line;
+            const QString verb = line.section(QLatin1Char(' '), 0, 0).toUpper();
+            Step step = Other;
+            if (verb == QLatin1String("HELO"))
+                step = Helo;
+            else if (line.startsWith(QLatin1String("mail from:"), Qt::CaseInsensitive))
+                step = MailFrom;
+            else if (line.startsWith(QLatin1String("rcpt to:"), Qt::CaseInsensitive))
+                step = RcptTo;
+            else if (verb == QLatin1String("DATA"))
+                step = Data;
+            else if (verb == QLatin1String("QUIT"))
+                step = Quit;
+            if (step == Data && answer[Data].startsWith(QLatin1String("354")) && hangUpAt != Data)
+                inData_ = true;
+            respond(s, step);
+        }
+    }
+
+    QTcpServer server_;
+    QByteArray buffer_;
+    bool inData_ = false;
+};
+
+// Moves the calling thread into a new network namespace with its loopback up, and back when
+// destroyed. Sockets the thread opens and processes it starts live in the namespace. Root only.
+class NetNamespace {
+public:
+    NetNamespace()
+    {
+        if (geteuid() != 0)
+            return;
+        original_ = ::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
+        if (original_ < 0)
+            return;
+        if (::unshare(CLONE_NEWNET) != 0)
+            return;
+        const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        if (fd < 0)
+            return;
+        ifreq req{};
+        std::strncpy(req.ifr_name, "lo", IFNAMSIZ - 1);
+        if (::ioctl(fd, SIOCGIFFLAGS, &req) == 0) {
+            req.ifr_flags |= IFF_UP;
+            active_ = ::ioctl(fd, SIOCSIFFLAGS, &req) == 0;
+        }
+        ::close(fd);
+    }
+    ~NetNamespace()
+    {
+        if (original_ >= 0) {
+            ::setns(original_, CLONE_NEWNET);
+            ::close(original_);
+        }
+    }
+    NetNamespace(const NetNamespace&) = delete;
+    NetNamespace& operator=(const NetNamespace&) = delete;
+    bool active() const { return active_; }
+
+private:
+    int original_ = -1;
+    bool active_ = false;
+};
+
+} // namespace velmora::test
