@@ -243,6 +243,13 @@ private slots:
         QCOMPARE(sm.queryStatus(slow).state, svcstate::stopped);
         QCOMPARE(sm.stop(slow), svcerror::notActive);
 
+        // A job that outlasts its time-out.
+        QCOMPARE(sm.start(slow), 0);
+        auto impatient = optionsFor(bus_);
+        impatient.jobTimeoutMs = 100;
+        SystemdServices hurried(impatient);
+        QCOMPARE(hurried.stop(open(hurried, QStringLiteral("slow.service"))), svcerror::requestTimeout);
+
         // A job whose end is not announced is still followed to its end.
         QCOMPARE(bus_.setSilentJobs(true), QString());
         const ServiceHandle cups = open(sm, QStringLiteral("cups.service"));
