@@ -192,7 +192,11 @@ void MsmtpMail::send(QObject* context, const QString& profile, const QString& re
         if (*finished)
             return;
         *finished = true;
-        proc->deleteLater();
+        // A killed msmtp is reaped before the process object goes.
+        if (proc->state() == QProcess::NotRunning)
+            proc->deleteLater();
+        else
+            QObject::connect(proc, &QProcess::finished, proc, &QObject::deleteLater);
         if (guard)
             done(r);
     };

@@ -89,7 +89,11 @@ void SmbMessenger::send(QObject* context, const QString& recipient, const QStrin
             if (*finished)
                 return;
             *finished = true;
-            proc->deleteLater();
+            // A killed client is reaped before the process object goes.
+            if (proc->state() == QProcess::NotRunning)
+                proc->deleteLater();
+            else
+                QObject::connect(proc, &QProcess::finished, proc, &QObject::deleteLater);
             report(code);
         };
         QObject::connect(timer, &QTimer::timeout, proc, [proc, finish] {

@@ -1,0 +1,355 @@
+// Network messages: result lines, the action's log line and box, and the Samba transport
+// against a real smbd on loopback inside a network namespace of the test's own.
+#include "actions/mailing.h"
+#include "actions/mailservers.h"
+#include "actions/netsend.h"
+#include "core/datafolder.h"
+#include "platform/linux/smbmessenger.h"
+#include "platform/sim/simplatform.h"
+
+#include <QDirIterator>
+#include <QTemporaryDir>
+#include <QtTest>
+#include <optional>
+#include <sys/stat.h>
+
+using namespace velmora;
+using platform::SmbMessenger;
+namespace code = platform::netmsgerror;
+
+namespace {
+
+// smbd on 127.0.0.1 of the current network namespace, taking WinPopup messages into files.
+class SmbServer {
+public:
+    ~SmbServer()
+    {
+        if (proc_.state() != QProcess::NotRunning) {
+            proc_.terminate();
+            if (!proc_.waitForFinished(10000)) {
+                proc_.kill();
+                proc_.waitForFinished(5000);
+            }
+        }
+    }
+    // acceptMessages false: no message command, so smbd refuses messages.
+    bool start(bool acceptMessages, QString* why)
+    {
+        const QString smbd = QStandardPaths::findExecutable(QStringLiteral("smbd"), {"/usr/sbin", "/usr/bin"});
+        if (smbd.isEmpty()) {
+            *why = QStringLiteral("smbd is not installed");
+            return false;
+        }
+        const QString root = dir_.path();
+        // The message command runs as the guest user: it must reach and write the folder.
+        QFile::setPermissions(root, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner
+                                        | QFileDevice::ReadOther | QFileDevice::ExeOther | QFileDevice::ReadGroup
+                                        | QFileDevice::ExeGroup);
+        for (const char* sub : {"private", "lock", "state", "cache", "pid", "ncalrpc", "msgs"})
+            QDir(root).mkpath(QString::fromLatin1(sub));
+        ::chmod(QFile::encodeName(messageFolder()).constData(), 01777);
+        QString conf = QStringLiteral("[global]\n"
+                                      "  netbios name = VELMORATEST\n"
+                                      "  workgroup = VELMORA\n"
+                                      "  server role = standalone server\n"
+                                      "  server min protocol = NT1\n"
+                                      "  client min protocol = NT1\n"
+                                      "  interfaces = lo\n"
+                                      "  bind interfaces only = yes\n"
+                                      "  disable netbios = no\n"
+                                      "  smb ports = 139 445\n"
+                                      "  private dir = %1/private\n"
+                                      "  lock directory = %1/lock\n"
+                                      "  state directory = %1/state\n"
+                                      "  cache directory = %1/cache\n"
+                                      "  pid directory = %1/pid\n"
+                                      "  ncalrpc dir = %1/ncalrpc\n"
+                                      "  log file = %1/log.%m\n"
+                                      "  map to guest = bad user\n"
+                                      "  guest account = nobody\n"
+                                      "  load printers = no\n"
+                                      "  printing = bsd\n"
+                                      "  printcap name = /dev/null\n")
+                           .arg(root);
+        if (acceptMessages)
+            conf += QStringLiteral("  message command = /bin/sh -c '/bin/cat %s > \"$(/bin/mktemp %1/msg.XXXXXX)\"; "
+                                   "/bin/rm -f %s' &\n")
+                        .arg(messageFolder());
+        QFile f(config());
+        if (!f.open(QIODevice::WriteOnly))
+            return false;
+        f.write(conf.toUtf8());
+        f.close();
+        proc_.setProcessChannelMode(QProcess::MergedChannels);
+        proc_.start(smbd, {QStringLiteral("-F"), QStringLiteral("-s"), config(),
+                           QStringLiteral("--debug-stdout"), QStringLiteral("-d"), QStringLiteral("1")});
+        if (!proc_.waitForStarted(10000)) {
+            *why = QStringLiteral("smbd did not start");
+            return false;
+        }
+        // Ready once it accepts connections on the NetBIOS session port.
+        for (int i = 0; i < 200; ++i) {
+            QTcpSocket probe;
+            probe.connectToHost(QHostAddress::LocalHost, 139);
+            if (probe.waitForConnected(100))
+                return true;
+            if (proc_.state() == QProcess::NotRunning)
+                break;
+            QTest::qWait(50);
+        }
+        *why = QStringLiteral("smbd did not listen: ") + QString::fromLocal8Bit(proc_.readAll());
+        return false;
+    }
+    QString config() const { return dir_.filePath(QStringLiteral("smb.conf")); }
+    QString messageFolder() const { return dir_.filePath(QStringLiteral("msgs")); }
+    QStringList messages() const
+    {
+        QStringList out;
+        QDirIterator it(messageFolder(), {QStringLiteral("msg.*")}, QDir::Files);
+        while (it.hasNext()) {
+            QFile f(it.next());
+            if (f.open(QIODevice::ReadOnly))
+                out << QString::fromUtf8(f.readAll());
+        }
+        return out;
+    }
+
+private:
+    QTemporaryDir dir_;
+    QProcess proc_;
+};
+
+int sendAndWait(SmbMessenger& m, const QString& recipient, const QString& text)
+{
+    QObject context;
+    std::optional<int> result;
+    m.send(&context, recipient, text, [&](int c) { result = c; });
+    if (result)
+        return -1000; // must never be reported inside the call
+    if (!QTest::qWaitFor([&] { return result.has_value(); }, 60000))
+        return -2000;
+    return *result;
+}
+
+} // namespace
+
+class TestNetSend : public QObject {
+    Q_OBJECT
+private slots:
+    void resultLinesForEveryCode_data();
+    void resultLinesForEveryCode();
+    void smbclientOutputMapsToCodes_data();
+    void smbclientOutputMapsToCodes();
+    void actionTrimsLogsKeepsResultAndShowsBoxOnTest();
+    void testSendBeforeAnyCheckHasEmptyParts();
+    void badRecipientsAndMissingClientNeverRunSmbclient();
+    void hungClientIsStoppedAfterItsTimeOut();
+    void realSmbdReceivesTheMessage();
+    void realSmbdRefusingMessagesAndNobodyListening();
+};
+
+void TestNetSend::resultLinesForEveryCode_data()
+{
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("line");
+    const QString e = QStringLiteral("Error sending Net Message to ADMINPC");
+    QTest::newRow("0") << 0 << "The Net Message was successfully sent to ADMINPC.";
+    QTest::newRow("2273") << 2273 << e + ", user or workstation was not found.";
+    QTest::newRow("2136") << 2136 << e + ", general network error occurred.";
+    QTest::newRow("2250") << 2250 << e + ", network connection could not be found.";
+    QTest::newRow("5") << 5 << e + ", access to computer denied.";
+    QTest::newRow("53") << 53 << e + ", sender server name not found.";
+    QTest::newRow("87") << 87 << e + ", invalid parameter(s).";
+    QTest::newRow("50") << 50 << e + ", request not supported.";
+    QTest::newRow("123") << 123 << e + ", no valid character or name.";
+    QTest::newRow("2") << 2 << e + ", unknown error occured.";
+}
+
+void TestNetSend::resultLinesForEveryCode()
+{
+    QFETCH(int, code);
+    QFETCH(QString, line);
+    QCOMPARE(actions::netsendResultLine(code, QStringLiteral("ADMINPC")), line);
+}
+
+void TestNetSend::smbclientOutputMapsToCodes_data()
+{
+    QTest::addColumn<int>("exit");
+    QTest::addColumn<QString>("output");
+    QTest::addColumn<int>("code");
+    QTest::newRow("sent") << 0 << "Type your message, ending it with a Control-D\n" << code::ok;
+    QTest::newRow("refused but exit 0") << 0 << "cli_message returned NT_STATUS_REQUEST_NOT_ACCEPTED\n"
+                                        << code::nameNotFound;
+    QTest::newRow("name not resolved") << 1 << "Connection to pc9 failed. Error NT_STATUS_INVALID_PARAMETER\n"
+                                       << code::nameNotFound;
+    QTest::newRow("nobody listening") << 1 << "Connection to 10.1.1.1 failed. Error NT_STATUS_CONNECTION_REFUSED\n"
+                                      << code::nameNotFound;
+    QTest::newRow("host unreachable") << 1 << "Error NT_STATUS_HOST_UNREACHABLE" << code::nameNotFound;
+    QTest::newRow("access denied") << 1 << "Error NT_STATUS_ACCESS_DENIED" << code::accessDenied;
+    QTest::newRow("net unreachable") << 1 << "Error NT_STATUS_NETWORK_UNREACHABLE" << code::connectionNotFound;
+    QTest::newRow("not supported") << 1 << "NT_STATUS_NOT_SUPPORTED" << code::notSupported;
+    QTest::newRow("other status") << 1 << "NT_STATUS_CONNECTION_RESET" << code::networkError;
+    QTest::newRow("silent failure") << 1 << "" << code::networkError;
+}
+
+void TestNetSend::smbclientOutputMapsToCodes()
+{
+    QFETCH(int, exit);
+    QFETCH(QString, output);
+    QFETCH(int, code);
+    QCOMPARE(SmbMessenger::codeForOutput(exit, output), code);
+}
+
+void TestNetSend::actionTrimsLogsKeepsResultAndShowsBoxOnTest()
+{
+    QTemporaryDir data;
+    platform::sim::SimPlatform sim;
+    core::RunState state;
+    state.platform = sim.platform();
+    state.datafolder = data.path();
+    state.currentserver = QStringLiteral("SRV1");
+    state.currentservice = QStringLiteral("Spooler");
+    state.currentstate = QStringLiteral("Stopped");
+    const QString log = core::dataFile(data.path(), core::files::jobslog);
+    sim.files.create(log);
+    actions::Mailing mailing(state, nullptr);
+
+    bool done = false;
+    mailing.netsend(QStringLiteral(" ADMINPC  "), false, [&] { done = true; });
+    QVERIFY(done);
+    QCOMPARE(sim.messenger.sent.size(), 1);
+    QCOMPARE(sim.messenger.sent[0].recipient, QStringLiteral("ADMINPC"));
+    QCOMPARE(sim.messenger.sent[0].text, QStringLiteral("Velmora:  On  SRV1  the service Spooler is Stopped"));
+    QCOMPARE(*sim.files.readLines(log), QStringList{"The Net Message was successfully sent to ADMINPC."});
+    QCOMPARE(state.netsendresult, QStringLiteral("The Net Message was successfully sent to ADMINPC."));
+    QVERIFY(sim.boxes.shown.isEmpty());
+
+    // The test button: the same line, also in a box; the log waits for the transport.
+    sim.messenger.result = code::nameNotFound;
+    sim.messenger.hold = true;
+    done = false;
+    mailing.netsend(QStringLiteral("PC9"), true, [&] { done = true; });
+    QVERIFY(!done);
+    QCOMPARE(sim.files.readLines(log)->size(), 1);
+    sim.messenger.release();
+    QVERIFY(done);
+    const QString line = QStringLiteral("Error sending Net Message to PC9, user or workstation was not found.");
+    QCOMPARE(sim.files.readLines(log)->last(), line);
+    QCOMPARE(state.netsendresult, line);
+    QCOMPARE(sim.boxes.shown.size(), 1);
+    QCOMPARE(sim.boxes.shown[0].text, line);
+    QCOMPARE(sim.boxes.shown[0].icon, platform::MsgIcon::Information);
+}
+
+void TestNetSend::testSendBeforeAnyCheckHasEmptyParts()
+{
+    QTemporaryDir data;
+    platform::sim::SimPlatform sim;
+    core::RunState state;
+    state.platform = sim.platform();
+    state.datafolder = data.path();
+    sim.files.create(core::dataFile(data.path(), core::files::jobslog));
+    actions::Mailing mailing(state, nullptr);
+    mailing.netsend(QStringLiteral("ADMINPC"), true);
+    QCOMPARE(sim.messenger.sent[0].text, QStringLiteral("Velmora:  On    the service  is "));
+    QCOMPARE(sim.files.readLines(core::dataFile(data.path(), core::files::jobslog))->size(), 1);
+}
+
+void TestNetSend::badRecipientsAndMissingClientNeverRunSmbclient()
+{
+    QTemporaryDir dir;
+    // A client that would record being run.
+    const QString fake = dir.filePath(QStringLiteral("smbclient"));
+    QFile f(fake);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(QStringLiteral("#!/bin/sh\ntouch %1/ran\n").arg(dir.path()).toUtf8());
+    f.close();
+    f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    SmbMessenger m;
+    m.program = fake;
+    QCOMPARE(sendAndWait(m, QString(), QStringLiteral("text")), code::invalidParameter);
+    QCOMPARE(sendAndWait(m, QStringLiteral("two words"), QStringLiteral("text")), code::invalidName);
+    QCOMPARE(sendAndWait(m, QStringLiteral("pc\\share"), QStringLiteral("text")), code::invalidName);
+    QCOMPARE(sendAndWait(m, QStringLiteral("tab\there"), QStringLiteral("text")), code::invalidName);
+    QVERIFY(!QFile::exists(dir.filePath(QStringLiteral("ran"))));
+
+    SmbMessenger missing;
+    missing.program = dir.filePath(QStringLiteral("no-smbclient"));
+    QCOMPARE(sendAndWait(missing, QStringLiteral("127.0.0.1"), QStringLiteral("text")), code::notSupported);
+}
+
+void TestNetSend::hungClientIsStoppedAfterItsTimeOut()
+{
+    QTemporaryDir dir;
+    const QString fake = dir.filePath(QStringLiteral("smbclient"));
+    QFile f(fake);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write("#!/bin/sh\nexec sleep 60\n");
+    f.close();
+    f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    SmbMessenger m;
+    m.program = fake;
+    m.timeout_ms = 300;
+    QCOMPARE(sendAndWait(m, QStringLiteral("127.0.0.1"), QStringLiteral("text")), code::networkError);
+}
+
+void TestNetSend::realSmbdReceivesTheMessage()
+{
+    if (geteuid() != 0)
+        QSKIP("smbd in a network namespace of its own needs root");
+    if (QStandardPaths::findExecutable(QStringLiteral("smbclient")).isEmpty())
+        QSKIP("smbclient is not installed");
+    test::NetNamespace ns;
+    QVERIFY(ns.active());
+    SmbServer smbd;
+    QString why;
+    if (!smbd.start(true, &why))
+        QSKIP(qPrintable(why));
+
+    SmbMessenger real;
+    real.extra_arguments = {QStringLiteral("-s"), smbd.config()};
+    QTemporaryDir data;
+    platform::sim::SimPlatform sim;
+    core::RunState state;
+    state.platform = sim.platform();
+    state.platform.messenger = &real;
+    state.datafolder = data.path();
+    state.currentserver = QStringLiteral("SRV1");
+    state.currentservice = QStringLiteral("Spooler");
+    state.currentstate = QStringLiteral("Stopped");
+    sim.files.create(core::dataFile(data.path(), core::files::jobslog));
+    actions::Mailing mailing(state, nullptr);
+
+    bool done = false;
+    mailing.netsend(QStringLiteral(" localhost "), false, [&] { done = true; });
+    QTRY_VERIFY_WITH_TIMEOUT(done, 60000);
+    QCOMPARE(state.netsendresult, QStringLiteral("The Net Message was successfully sent to localhost."));
+    QCOMPARE(*sim.files.readLines(core::dataFile(data.path(), core::files::jobslog)),
+             QStringList{"The Net Message was successfully sent to localhost."});
+    QTRY_COMPARE_WITH_TIMEOUT(smbd.messages(), QStringList{"Velmora:  On  SRV1  the service Spooler is Stopped"},
+                              20000);
+}
+
+void TestNetSend::realSmbdRefusingMessagesAndNobodyListening()
+{
+    if (geteuid() != 0)
+        QSKIP("smbd in a network namespace of its own needs root");
+    if (QStandardPaths::findExecutable(QStringLiteral("smbclient")).isEmpty())
+        QSKIP("smbclient is not installed");
+    test::NetNamespace ns;
+    QVERIFY(ns.active());
+    SmbServer smbd;
+    QString why;
+    if (!smbd.start(false, &why))
+        QSKIP(qPrintable(why));
+    SmbMessenger real;
+    real.extra_arguments = {QStringLiteral("-s"), smbd.config()};
+    // smbd without a message command takes no messages.
+    QCOMPARE(sendAndWait(real, QStringLiteral("127.0.0.1"), QStringLiteral("hello")), code::nameNotFound);
+    // Nobody listens on this loopback address.
+    QCOMPARE(sendAndWait(real, QStringLiteral("127.0.0.2"), QStringLiteral("hello")), code::nameNotFound);
+    QVERIFY(smbd.messages().isEmpty());
+}
+
+QTEST_MAIN(TestNetSend)
+#include "tst_netsend.moc"
