@@ -3,6 +3,7 @@
 #include "platform/beeper.h"
 #include "platform/clock.h"
 #include "platform/desktop.h"
+#include "platform/filedialogs.h"
 #include "platform/icmp.h"
 #include "platform/messageboxes.h"
 #include "platform/netmessenger.h"
@@ -36,6 +37,7 @@ struct Platform {
     TcpNetwork* tcp = nullptr;
     ProfileMail* profilemail = nullptr;
     NetMessenger* messenger = nullptr;
+    FileDialogs* filedialogs = nullptr;
 };
 
 } // namespace velmora::platform

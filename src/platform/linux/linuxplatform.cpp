@@ -5,7 +5,9 @@
 #include "platform/linux/disktextfiles.h"
 #include "platform/linux/linuxicmp.h"
 #include "platform/linux/localsocketinstance.h"
+#include "platform/linux/loopsound.h"
 #include "platform/linux/msmtpmail.h"
+#include "platform/linux/qtfiledialogs.h"
 #include "platform/linux/qttcpsocket.h"
 #include "platform/linux/smbmessenger.h"
 #include "platform/linux/sshconnections.h"
@@ -230,11 +232,6 @@ private:
     bool shown_ = false;
 };
 
-class QtSound : public Sound {
-public:
-    int stop() override { return 0; }
-};
-
 } // namespace
 
 struct LinuxPlatform::Impl {
@@ -249,13 +246,14 @@ struct LinuxPlatform::Impl {
     SshConnections net;
     SystemdServices services;
     QtTrayIcon tray;
-    QtSound sound;
+    LoopSound sound;
     KnownComputersChooser chooser;
     DesktopOpener opener;
     ToneBeeper beeper;
     QtTcpNetwork tcp;
     MsmtpMail profilemail;
     SmbMessenger messenger;
+    QtFileDialogs filedialogs;
 };
 
 LinuxPlatform::LinuxPlatform() : d(std::make_unique<Impl>()) {}
@@ -282,6 +280,7 @@ Platform LinuxPlatform::platform()
     p.tcp = &d->tcp;
     p.profilemail = &d->profilemail;
     p.messenger = &d->messenger;
+    p.filedialogs = &d->filedialogs;
     return p;
 }
 

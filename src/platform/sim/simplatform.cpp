@@ -248,6 +248,7 @@ Platform SimPlatform::platform()
     p.tcp = &tcp;
     p.profilemail = &profilemail;
     p.messenger = &messenger;
+    p.filedialogs = &filedialogs;
     return p;
 }
 

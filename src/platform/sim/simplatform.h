@@ -6,6 +6,7 @@
 #include "platform/platform.h"
 #include "platform/sim/simservices.h"
 #include "platform/sim/simbeeper.h"
+#include "platform/sim/simfiledialogs.h"
 #include "platform/sim/simmail.h"
 #include "platform/sim/simopener.h"
 #include "platform/sim/simtcp.h"
@@ -198,7 +199,22 @@ private:
 
 class SimSound : public Sound {
 public:
-    int stop() override { ++stops; return stop_error; }
+    int playLoop(const QString& file) override
+    {
+        plays << file;
+        if (play_error == 0)
+            playing = file;
+        return play_error;
+    }
+    int stop() override
+    {
+        ++stops;
+        playing.clear();
+        return stop_error;
+    }
+    QStringList plays;  // every file asked for, in order
+    QString playing;    // the file looping now; empty when none
+    int play_error = 0; // what playLoop() answers
     int stops = 0;
     int stop_error = 0; // what stop() answers
 };
@@ -234,6 +250,7 @@ public:
     SimTcpNetwork tcp;
     SimProfileMail profilemail;
     SimNetMessenger messenger;
+    SimFileDialogs filedialogs;
 };
 
 } // namespace velmora::platform::sim

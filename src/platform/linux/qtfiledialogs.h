@@ -1,0 +1,15 @@
+#pragma once
+#include "platform/filedialogs.h"
+
+namespace velmora::platform {
+
+// The desktop's file-open dialog through QFileDialog.
+class QtFileDialogs : public FileDialogs {
+public:
+    QString openFile(QWidget* owner, const QString& title, const QString& filterName, const QString& pattern) override;
+    // The Qt name filter for a caption and a pattern: "*.*" becomes "*", since a Linux program
+    // has no extension, and the caption's own bracketed pattern gives way to the one used.
+    static QString nameFilter(const QString& filterName, const QString& pattern);
+};
+
+} // namespace velmora::platform
