@@ -8,6 +8,7 @@
 #include "servicecontrol/servicecontrol.h"
 #include "shell/icons.h"
 #include "shell/joblogwiring.h"
+#include "shell/mailwiring.h"
 
 #include <QAction>
 #include <QApplication>
@@ -110,6 +111,7 @@ MainWindow::MainWindow(const platform::Platform& platform, QWidget* parent)
     connect(mnustopservice, &QAction::triggered, services, &servicecontrol::ServiceControl::stopCommand);
 
     logandalerts = connectJobLog(*this);
+    mailing = connectMailing(*this);
     // Logout and system shutdown close the window like its close box.
     p_.app->onSessionEnd([this] {
         if (!p_.app->ended())

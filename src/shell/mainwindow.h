@@ -25,6 +25,7 @@ class QTreeWidgetItem;
 namespace velmora::monitoring { class Reachability; class SetupWindow; }
 namespace velmora::servicecontrol { class ServiceControl; }
 namespace velmora::joblog { class LogAndAlerts; }
+namespace velmora::actions { class Mailing; }
 
 namespace velmora::shell {
 
@@ -123,6 +124,8 @@ public:
     servicecontrol::ServiceControl* services = nullptr;
     // The job log, the alert window Form4 and the alert signal (Timer6).
     joblog::LogAndAlerts* logandalerts = nullptr;
+    // Alert mail, network messages, the e-mail options and the two test-mail windows.
+    actions::Mailing* mailing = nullptr;
     // Form2, the monitoring setup window, created on first use.
     monitoring::SetupWindow* setupWindow();
 
