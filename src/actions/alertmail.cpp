@@ -1,0 +1,55 @@
+#include "actions/alertmail.h"
+
+#include "core/runstate.h"
+#include "joblog/joblog.h"
+
+namespace velmora::actions {
+
+namespace {
+const QString crlf = QStringLiteral("\r\n");
+}
+
+AlertMail::AlertMail(QString server, QString service, QString state, QString date, QString time, Results results)
+    : server_(std::move(server)), service_(std::move(service)), state_(std::move(state)), date_(std::move(date)),
+      time_(std::move(time)), results_(std::move(results))
+{
+}
+
+AlertMail AlertMail::fromState(const core::RunState& state, const QDateTime& at, const QLocale& locale)
+{
+    return AlertMail(state.currentserver, state.currentservice, state.currentstate, joblog::dateText(at, locale),
+                     joblog::timeText(at, locale),
+                     {state.restartresult, state.programresult, state.alertresult, state.netsendresult,
+                      state.soundresult});
+}
+
+QString AlertMail::profileSubject() const
+{
+    return QStringLiteral("Service Status  ") + server_ + QStringLiteral("  ") + service_ + QStringLiteral("  ") +
+           state_;
+}
+
+QString AlertMail::profileBody() const
+{
+    return QStringLiteral("Velmora has noticed that") + crlf + QStringLiteral("on: ") + date_ +
+           QStringLiteral("  at: ") + time_ + crlf + QStringLiteral("the Service:  ") + service_ + crlf +
+           QStringLiteral("on Computer: ") + server_ + QStringLiteral(" is ") + state_ + QStringLiteral(".") + crlf +
+           crlf + results_.restart + crlf + results_.program + crlf + results_.alert + crlf + results_.netsend + crlf +
+           results_.sound;
+}
+
+QString AlertMail::smtpSubject() const
+{
+    return QStringLiteral("Service Status ") + server_ + QLatin1Char(' ') + service_ + QLatin1Char(' ') + state_;
+}
+
+QString AlertMail::smtpBody() const
+{
+    const QString two = QStringLiteral("  ");
+    return QStringLiteral("Velmora has noticed that on: ") + date_ + QStringLiteral("  at: ") + time_ +
+           QStringLiteral("   the Service:  ") + service_ + QStringLiteral("  on Computer: ") + server_ +
+           QStringLiteral(" is ") + state_ + two + results_.restart + two + results_.program + two + results_.alert +
+           two + results_.netsend + two + results_.sound;
+}
+
+} // namespace velmora::actions

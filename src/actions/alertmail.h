@@ -1,0 +1,47 @@
+#pragma once
+// The text of the alert mail that both mail transports send for a failed service: subject and
+// body in the profile-mail form and in the SMTP form. The five result texts are taken as they
+// stand when the mail is built, so a mail in the last action slot carries the results of every
+// action before it, and one in an earlier slot the results left by earlier runs.
+#include <QDateTime>
+#include <QLocale>
+#include <QString>
+
+namespace velmora::core { struct RunState; }
+
+namespace velmora::actions {
+
+class AlertMail {
+public:
+    struct Results {
+        QString restart, program, alert, netsend, sound;
+    };
+
+    // date and time are the texts the mail shows (the system's short date and its time).
+    AlertMail(QString server, QString service, QString state, QString date, QString time, Results results);
+
+    // From the shared check-cycle values (currentserver, currentservice, currentstate) and the
+    // five result texts of the run state, dated at.
+    static AlertMail fromState(const core::RunState& state, const QDateTime& at,
+                               const QLocale& locale = QLocale::system());
+
+    // Profile mail: "Service Status", two blanks, server, two blanks, service, two blanks, state.
+    QString profileSubject() const;
+    // Profile mail: five CR LF lines and an empty one, then the five results on lines of their
+    // own, the last one without a line end.
+    QString profileBody() const;
+    // SMTP: "Service Status", one blank, server, one blank, service, one blank, state.
+    QString smtpSubject() const;
+    // SMTP: one line, the results each after two blanks.
+    QString smtpBody() const;
+
+    const QString& server() const { return server_; }
+    const QString& service() const { return service_; }
+    const QString& state() const { return state_; }
+
+private:
+    QString server_, service_, state_, date_, time_;
+    Results results_;
+};
+
+} // namespace velmora::actions
