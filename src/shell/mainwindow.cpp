@@ -529,6 +529,8 @@ void MainWindow::load()
         state.smtpserver = smtp.server;
         state.smtpport = smtp.port;
         state.smtpsender = smtp.sender;
+        // A stored SMTP server wins over a mail profile read just before.
+        state.usesmtp = true;
     }
     // 18
     if (!p_.files->exists(state.file(core::files::jobslog)))
