@@ -67,9 +67,16 @@ QString startErrorText(int code)
 
 ActionDispatcher::ActionDispatcher(core::RunState& state, platform::Timer* alertSignal,
                                    std::function<QString()> dataFolder, QObject* parent)
-    : QObject(parent), state_(state), alertSignal_(alertSignal), dataFolder_(std::move(dataFolder)),
-      log_(state.platform, [this] { return dataFolder_ ? dataFolder_() : state_.datafolder; })
+    : QObject(parent), state_(state), alertSignal_(alertSignal), dataFolder_(std::move(dataFolder))
 {
+}
+
+joblog::JobLog& ActionDispatcher::joblog()
+{
+    if (!log_)
+        log_ = std::make_unique<joblog::JobLog>(state_.platform,
+                                                [this] { return dataFolder_ ? dataFolder_() : state_.datafolder; });
+    return *log_;
 }
 
 void ActionDispatcher::runactions(const QString& server, const QString& service, const QString& serviceState,
@@ -170,7 +177,7 @@ void ActionDispatcher::runStep(const PlannedAction& step, const Dispatch& d, Con
 
 bool ActionDispatcher::logResult(const QString& line, QString& result)
 {
-    if (!log_.appendjobline(line))
+    if (!joblog().appendjobline(line))
         return false;
     result = line;
     return true;

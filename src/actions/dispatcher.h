@@ -29,6 +29,7 @@
 #include <array>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -114,7 +115,8 @@ public:
     // How long a successful restart request is followed by a wait, in milliseconds.
     static constexpr int kRestartWaitMs = 5000;
 
-    joblog::JobLog& joblog() { return log_; }
+    // The job log the action lines go to, made on first use from the run state's platform.
+    joblog::JobLog& joblog();
 
 private:
     struct Dispatch {
@@ -132,7 +134,7 @@ private:
     core::RunState& state_;
     platform::Timer* alertSignal_;
     std::function<QString()> dataFolder_;
-    joblog::JobLog log_;
+    std::unique_ptr<joblog::JobLog> log_;
     std::optional<Dispatch> current_;
     std::deque<Dispatch> queue_;
     bool pumping_ = false;

@@ -1,0 +1,94 @@
+// The looping WAV player: every reason a file cannot be played is found before anything plays,
+// with its code; a good WAV plays (or, on a machine without audio output, says so with 21).
+#include "platform/linux/loopsound.h"
+#include "platform/linux/qtfiledialogs.h"
+
+#include <QAudioDevice>
+#include <QFile>
+#include <QMediaDevices>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QtEndian>
+#include <unistd.h>
+
+using namespace velmora::platform;
+
+namespace {
+
+// A short mono WAV; format 1 is PCM. extraChunk goes between "WAVE" and "fmt ".
+QByteArray wav(quint16 format = 1, const QByteArray& extraChunk = {})
+{
+    QByteArray fmt(16, '\0');
+    qToLittleEndian<quint16>(format, fmt.data());
+    qToLittleEndian<quint16>(1, fmt.data() + 2);
+    qToLittleEndian<quint32>(8000, fmt.data() + 4);
+    qToLittleEndian<quint32>(16000, fmt.data() + 8);
+    qToLittleEndian<quint16>(2, fmt.data() + 12);
+    qToLittleEndian<quint16>(16, fmt.data() + 14);
+    const QByteArray samples(1600, '\0');
+    auto le32 = [](quint32 v) {
+        QByteArray b(4, '\0');
+        qToLittleEndian<quint32>(v, b.data());
+        return b;
+    };
+    QByteArray body = "WAVE" + extraChunk + "fmt " + le32(16) + fmt + "data" + le32(quint32(samples.size())) + samples;
+    return "RIFF" + le32(quint32(body.size())) + body;
+}
+
+QString put(const QTemporaryDir& dir, const QString& name, const QByteArray& bytes)
+{
+    const QString path = dir.filePath(name);
+    QFile f(path);
+    f.open(QIODevice::WriteOnly);
+    f.write(bytes);
+    return path;
+}
+
+} // namespace
+
+class TestLoopSound : public QObject {
+    Q_OBJECT
+private slots:
+    void filesThatCannotPlayAreFoundFirst()
+    {
+        QTemporaryDir dir;
+        QCOMPARE(LoopSound::checkWavFile(QString()), 2);
+        QCOMPARE(LoopSound::checkWavFile(dir.filePath("missing.wav")), 2);
+        QCOMPARE(LoopSound::checkWavFile(dir.filePath("nofolder/a.wav")), 3);
+        QCOMPARE(LoopSound::checkWavFile(dir.path()), 5);
+        QCOMPARE(LoopSound::checkWavFile(put(dir, "notes.txt", "just some text\n")), 11);
+        QCOMPARE(LoopSound::checkWavFile(put(dir, "empty.wav", {})), 11);
+        QCOMPARE(LoopSound::checkWavFile(put(dir, "short.wav", wav().left(30))), 11);
+        QCOMPARE(LoopSound::checkWavFile(put(dir, "mp3.wav", wav(0x55))), 11); // MPEG inside a WAV
+        QCOMPARE(LoopSound::checkWavFile(put(dir, "good.wav", wav())), 0);
+        QCOMPARE(LoopSound::checkWavFile(put(dir, "float.wav", wav(3))), 0);
+        // A chunk of odd size before "fmt " is followed by a pad byte.
+        QCOMPARE(LoopSound::checkWavFile(put(dir, "list.wav", wav(1, QByteArray("LIST\x03\0\0\0abc\0", 12)))), 0);
+        QCOMPARE(LoopSound::checkWavFile(put(dir, "blank name ä.wav", wav())), 0);
+        if (geteuid() != 0) {
+            const QString locked = put(dir, "locked.wav", wav());
+            QFile::setPermissions(locked, QFileDevice::Permissions());
+            QCOMPARE(LoopSound::checkWavFile(locked), 5);
+        }
+    }
+
+    void goodFileLoopsOrReportsMissingOutput()
+    {
+        QTemporaryDir dir;
+        LoopSound sound;
+        QCOMPARE(sound.playLoop(dir.filePath("missing.wav")), 2);
+        const int code = sound.playLoop(put(dir, "good.wav", wav()));
+        QCOMPARE(code, QMediaDevices::defaultAudioOutput().isNull() ? 21 : 0);
+        QCOMPARE(sound.stop(), 0);
+        QCOMPARE(sound.stop(), 0); // nothing playing: still fine
+    }
+
+    void fileDialogFilters()
+    {
+        QCOMPARE(QtFileDialogs::nameFilter("All Files (*.*)", "*.*"), QStringLiteral("All Files (*)"));
+        QCOMPARE(QtFileDialogs::nameFilter("Soundfiles (*.wav)", "*.wav"), QStringLiteral("Soundfiles (*.wav)"));
+    }
+};
+
+QTEST_MAIN(TestLoopSound)
+#include "tst_loopsound.moc"
