@@ -1,30 +1,545 @@
 #include "monitoring/setupwindow.h"
 
+#include "core/datafolder.h"
+#include "core/serverlistfile.h"
+#include "monitoring/alertsetupwindow.h"
+#include "platform/platform.h"
+#include "servicecontrol/servicecontrol.h"
+#include "shell/mainwindow.h"
+
+#include <QAction>
+#include <QComboBox>
+#include <QContextMenuEvent>
+#include <QGridLayout>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
 #include <QListWidget>
+#include <QMenu>
+#include <QMouseEvent>
+#include <QPushButton>
+#include <QScrollBar>
 #include <QTreeWidget>
+#include <QVBoxLayout>
 
 namespace velmora::monitoring {
 
-SetupWindow::SetupWindow(QWidget* parent) : QDialog(parent)
+using platform::MsgIcon;
+
+const QString SetupWindow::kSelectService = QStringLiteral("Select service to be monitored");
+
+namespace {
+
+constexpr int kTwipsPerPixel = 15;
+constexpr int kMinInterval = 1;
+constexpr int kMaxInterval = 240;
+
+template <typename T>
+T* named(T* widget, const char* name)
+{
+    widget->setObjectName(QString::fromLatin1(name));
+    return widget;
+}
+
+QStringList slotTexts(const core::MonitoredService& entry)
+{
+    return QStringList(entry.actions.begin(), entry.actions.end());
+}
+
+} // namespace
+
+SetupWindow::SetupWindow(shell::MainWindow& main) : QDialog(&main), main_(main)
 {
     setObjectName(QStringLiteral("Form2"));
     setWindowTitle(QStringLiteral("Setup services for monitoring"));
-    ListView1 = new QTreeWidget(this);
-    ListView1->setObjectName(QStringLiteral("ListView1"));
+    setModal(false);
+    buildControls();
+
+    // Loading.
+    refreshDataFolder();
+    if (!main_.state.datafolder.isEmpty()) {
+        platform::TextFiles& files = *main_.state.platform.files;
+        const QString interval = file(core::files::interval);
+        if (!files.exists(interval))
+            files.writeLines(interval, {QStringLiteral("30")});
+        const QString minutes = core::readIntervalText(files, interval);
+        main_.state.checkinterval = minutes;
+        showInterval(minutes);
+        // The check cycle refills the list on every scan; until the first one it comes from the file.
+        List3->addItems(core::readMonitoredServers(files, file(core::files::computers)));
+    } else {
+        showInterval(QStringLiteral("30"));
+    }
+}
+
+SetupWindow::~SetupWindow() = default;
+
+void SetupWindow::buildControls()
+{
+    Label3 = named(new QLabel(QStringLiteral("Monitor Services on Server :")), "Label3");
+    QFont bold = Label3->font();
+    bold.setBold(true);
+    Label3->setFont(bold);
+
+    Label1 = named(new QLabel(QStringLiteral("Services:")), "Label1");
+    ListView1 = named(new QTreeWidget, "ListView1");
     ListView1->setHeaderLabels({QStringLiteral("Services:")});
     ListView1->setRootIsDecorated(false);
-    ListView1->setColumnWidth(0, 3600 / 15);
+    ListView1->setUniformRowHeights(true);
+    ListView1->setColumnWidth(0, 3600 / kTwipsPerPixel);
     ListView1->setIconSize(QSize(20, 20));
-    List1 = new QListWidget(this);
-    List1->setObjectName(QStringLiteral("List1"));
+    ListView1->setSelectionMode(QAbstractItemView::SingleSelection);
+    ListView1->setMinimumWidth(3600 / kTwipsPerPixel + 24);
+    ListView1->viewport()->installEventFilter(this);
+
+    Command1 = named(new QPushButton(QStringLiteral("&Add    -->")), "Command1");
+    Command2 = named(new QPushButton(QStringLiteral("&Remove")), "Command2");
+    Command7 = named(new QPushButton(QStringLiteral("E&dit..")), "Command7");
+
+    Label7 = named(new QLabel(QStringLiteral("Selected Server:")), "Label7");
+    Label6 = named(new QLabel, "Label6");
+    Label6->setFont(bold);
+    List2 = named(new QListWidget, "List2");
+    List7 = named(new QListWidget, "List7");
+    List7->setFixedHeight(5 * (List7->fontMetrics().height() + 2) + 8);
+    Label8 = named(new QLabel(QStringLiteral("1.\n2.\n3.\n4.\n5.")), "Label8");
+    Label8->setAlignment(Qt::AlignTop | Qt::AlignRight);
+
+    Label4 = named(new QLabel(QStringLiteral("Check Service State every")), "Label4");
+    Label5 = named(new QLabel, "Label5");
+    Label5->setMinimumWidth(fontMetrics().horizontalAdvance(QStringLiteral("0000")));
+    Label5->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    VScroll1 = named(new QScrollBar(Qt::Vertical), "VScroll1");
+    VScroll1->setRange(-kMaxInterval, -kMinInterval);
+    VScroll1->setSingleStep(1);
+    VScroll1->setPageStep(10);
+    VScroll1->setFixedHeight(32);
+    Label2 = named(new QLabel(QStringLiteral("Minutes.")), "Label2");
+
+    Command3 = named(new QPushButton(QStringLiteral("&OK")), "Command3");
+    Command4 = named(new QPushButton(QStringLiteral("&Cancel")), "Command4");
+
+    // Hidden lists that carry data for the visible ones.
+    List1 = named(new QListWidget(this), "List1");
     List1->hide();
-    List7 = new QListWidget(this);
-    List7->setObjectName(QStringLiteral("List7"));
-    auto* layout = new QHBoxLayout(this);
-    layout->addWidget(ListView1);
-    layout->addWidget(List7);
+    List3 = named(new QListWidget(this), "List3");
+    List3->hide();
+
+    mnuadd = named(new QMenu(QStringLiteral("add"), this), "mnuadd");
+    mnuaddtomonitor = mnuadd->addAction(QStringLiteral("Add to Monitor..."));
+    mnuaddtomonitor->setObjectName(QStringLiteral("mnuaddtomonitor"));
+
+    auto* grid = new QGridLayout(this);
+    grid->addWidget(Label3, 0, 0, 1, 3);
+    grid->addWidget(Label1, 1, 0);
+    grid->addWidget(ListView1, 2, 0, 3, 1);
+    auto* middle = new QVBoxLayout;
+    middle->addStretch();
+    middle->addWidget(Command1);
+    middle->addWidget(Command2);
+    middle->addWidget(Command7);
+    middle->addStretch();
+    grid->addLayout(middle, 2, 1, 3, 1);
+    auto* serverRow = new QHBoxLayout;
+    serverRow->addWidget(Label7);
+    serverRow->addWidget(Label6, 1);
+    grid->addLayout(serverRow, 1, 2);
+    grid->addWidget(List2, 2, 2);
+    auto* slotRow = new QHBoxLayout;
+    slotRow->addWidget(Label8);
+    slotRow->addWidget(List7, 1);
+    grid->addLayout(slotRow, 3, 2);
+    auto* intervalRow = new QHBoxLayout;
+    intervalRow->addWidget(Label4);
+    intervalRow->addWidget(Label5);
+    intervalRow->addWidget(VScroll1);
+    intervalRow->addWidget(Label2);
+    intervalRow->addStretch();
+    grid->addLayout(intervalRow, 4, 2);
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch();
+    buttons->addWidget(Command3);
+    buttons->addWidget(Command4);
+    grid->addLayout(buttons, 5, 0, 1, 3);
+    grid->setColumnStretch(0, 1);
+    grid->setColumnStretch(2, 1);
+
+    connect(VScroll1, &QScrollBar::valueChanged, this, [this](int value) {
+        Label5->setText(QString::number(-value));
+    });
+    connect(ListView1, &QTreeWidget::itemClicked, this, [this] { serviceClicked(); });
+    connect(ListView1, &QTreeWidget::itemDoubleClicked, this, [this] {
+        serviceClicked();
+        add();
+    });
+    connect(mnuaddtomonitor, &QAction::triggered, this, &SetupWindow::add);
+    connect(List2, &QListWidget::itemClicked, this, [this] { monitoredClicked(); });
+    connect(List2, &QListWidget::itemDoubleClicked, this, [this] { edit(); });
+    connect(List7, &QListWidget::itemClicked, this, [this](QListWidgetItem* item) { List7->setToolTip(item->text()); });
+    connect(Command1, &QPushButton::clicked, this, &SetupWindow::add);
+    connect(Command2, &QPushButton::clicked, this, &SetupWindow::remove);
+    connect(Command7, &QPushButton::clicked, this, &SetupWindow::edit);
+    connect(Command3, &QPushButton::clicked, this, &SetupWindow::ok);
+    connect(Command4, &QPushButton::clicked, this, &SetupWindow::cancel);
 }
+
+AlertSetupWindow* SetupWindow::alertSetup()
+{
+    if (!alertSetup_)
+        alertSetup_ = new AlertSetupWindow(*this);
+    return alertSetup_;
+}
+
+QString SetupWindow::server() const { return Label6->text(); }
+
+void SetupWindow::refreshDataFolder()
+{
+    if (main_.Text7 && !main_.Text7->text().isEmpty())
+        main_.state.datafolder = main_.Text7->text();
+}
+
+QString SetupWindow::file(const QString& name) const { return main_.state.file(name); }
+
+bool SetupWindow::event(QEvent* e)
+{
+    if (e->type() == QEvent::WindowActivate)
+        Label1->setText(main_.Label1->text());
+    return QDialog::event(e);
+}
+
+bool SetupWindow::eventFilter(QObject* watched, QEvent* e)
+{
+    if (watched == ListView1->viewport() && e->type() == QEvent::MouseButtonPress) {
+        auto* me = static_cast<QMouseEvent*>(e);
+        if (me->button() == Qt::RightButton) {
+            if (QTreeWidgetItem* item = ListView1->itemAt(me->position().toPoint())) {
+                ListView1->setCurrentItem(item);
+                serviceClicked();
+            }
+            if (ListView1->topLevelItemCount() == 0) {
+                mnuaddtomonitor->setEnabled(false);
+                mnuadd->popup(me->globalPosition().toPoint());
+            } else if (!ListView1->currentItem() || !ListView1->currentItem()->isSelected()) {
+                main_.state.platform.boxes->show(QStringLiteral("Please select an Item "), MsgIcon::Information);
+            } else {
+                mnuaddtomonitor->setEnabled(true);
+                mnuadd->popup(me->globalPosition().toPoint());
+            }
+            return true;
+        }
+    }
+    return QDialog::eventFilter(watched, e);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Opening
+
+void SetupWindow::openForSelectedServer(std::function<void(bool)> then)
+{
+    auto finish = [then](bool shown) {
+        if (then)
+            then(shown);
+    };
+    if (main_.ListView2->topLevelItemCount() == 0) {
+        main_.state.platform.boxes->show(QStringLiteral("No servers listet, please add servers to be monitored"),
+                                         MsgIcon::Information);
+        finish(false);
+        return;
+    }
+    QString name = main_.Text1->text();
+    if (QTreeWidgetItem* item = main_.ListView2->currentItem())
+        name = item->text(0);
+    main_.Text1->setText(name);
+    const QString current = main_.Text1->text(); // as the field keeps it (upper case)
+    Label6->setText(current);
+
+    // The listing ends on the user-interface thread, possibly later; when it never starts (the
+    // server is known to be unreachable) the window stays closed.
+    auto listed = std::make_shared<bool>(false);
+    auto connection = std::make_shared<QMetaObject::Connection>();
+    *connection = connect(main_.services, &servicecontrol::ServiceControl::listingFinished, this,
+                          [this, listed, connection, current, finish] {
+                              disconnect(*connection);
+                              *listed = true;
+                              List1->clear();
+                              List2->clear();
+                              List7->clear();
+                              entries_.clear();
+                              if (main_.services->listfailed) {
+                                  finish(false);
+                                  return;
+                              }
+                              for (int i = 0; i < main_.List3->count(); ++i)
+                                  List1->addItem(main_.List3->item(i)->text());
+                              Label1->setText(main_.Label1->text());
+                              Label3->setText(QStringLiteral("Monitor Services on Computer: ") + current);
+                              show();
+                              raise();
+                              activateWindow();
+                              loadEntries();
+                              finish(true);
+                          });
+    main_.showServices(true);
+    if (!*listed && !main_.services->busy()) {
+        disconnect(*connection);
+        finish(false);
+    }
+}
+
+void SetupWindow::loadEntries()
+{
+    refreshDataFolder();
+    entries_ = core::readMonitoredServices(*main_.state.platform.files, file(server()));
+    for (const core::MonitoredService& e : entries_)
+        List2->addItem(e.displayname);
+    if (!entries_.empty())
+        List7->addItem(kSelectService);
+}
+
+void SetupWindow::monitorSelectedService()
+{
+    const QTreeWidgetItem* chosen = main_.ListView1->currentItem();
+    if (!chosen)
+        return;
+    const QString display = chosen->text(0);
+    openForSelectedServer([this, display](bool shown) {
+        if (!shown)
+            return;
+        const auto items = ListView1->findItems(display, Qt::MatchExactly);
+        if (items.isEmpty())
+            return;
+        ListView1->setCurrentItem(items.first());
+        if (alreadyMonitored(display)) {
+            main_.state.platform.boxes->show(QStringLiteral("Item already exists          "), MsgIcon::Information);
+            return;
+        }
+        openAlertSetupForNew(display, selectedService().second);
+    });
+}
+
+// ---------------------------------------------------------------------------------------------
+// Selecting
+
+std::pair<QString, QString> SetupWindow::selectedService() const
+{
+    QTreeWidgetItem* item = ListView1->currentItem();
+    if (!item || !item->isSelected())
+        return {};
+    const int row = ListView1->indexOfTopLevelItem(item);
+    const QString key = row >= 0 && row < List1->count() ? List1->item(row)->text() : QString();
+    return {item->text(0), key};
+}
+
+void SetupWindow::serviceClicked()
+{
+    if (!ListView1->currentItem())
+        return;
+    const int row = ListView1->indexOfTopLevelItem(ListView1->currentItem());
+    if (row >= 0 && row < List1->count())
+        List1->setCurrentRow(row);
+    alertSetup()->List1->clear();
+}
+
+void SetupWindow::monitoredClicked()
+{
+    const int row = List2->currentRow();
+    if (row < 0 || row >= int(entries_.size()))
+        return;
+    showSlots(entries_[size_t(row)]);
+}
+
+void SetupWindow::showSlots(const core::MonitoredService& entry)
+{
+    List7->clear();
+    List7->addItems(slotTexts(entry));
+}
+
+bool SetupWindow::alreadyMonitored(const QString& display) const
+{
+    for (const core::MonitoredService& e : entries_) {
+        if (e.displayname.contains(display, Qt::CaseInsensitive))
+            return true;
+    }
+    return false;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Commands
+
+void SetupWindow::add()
+{
+    if (ListView1->topLevelItemCount() == 0)
+        return;
+    const auto [display, service] = selectedService();
+    if (display.isNull()) {
+        main_.state.platform.boxes->show(QStringLiteral("Please select a Service!        "), MsgIcon::Information);
+        return;
+    }
+    if (alreadyMonitored(display)) {
+        main_.state.platform.boxes->show(QStringLiteral("Item already exists          "), MsgIcon::Information);
+        return;
+    }
+    openAlertSetupForNew(display, service);
+}
+
+void SetupWindow::openAlertSetupForNew(const QString& display, const QString& service)
+{
+    AlertSetupWindow* form3 = alertSetup();
+    form3->setNew(display, service);
+    form3->show();
+    form3->raise();
+    form3->activateWindow();
+}
+
+void SetupWindow::remove()
+{
+    if (entries_.empty()) {
+        main_.state.platform.boxes->show(QStringLiteral("No Services listed!        "), MsgIcon::Information);
+        return;
+    }
+    const int row = List2->currentRow();
+    if (row < 0 || row >= int(entries_.size()) || !List2->item(row)->isSelected()) {
+        main_.state.platform.boxes->show(QStringLiteral("Please select a Service!        "), MsgIcon::Information);
+        return;
+    }
+    entries_.erase(entries_.begin() + row);
+    delete List2->takeItem(row);
+    List7->clear();
+    // The hidden combo is the main window's set of monitored servers; choosing in it would move
+    // the main window to another server, so its change signal stays quiet here.
+    const QSignalBlocker block(main_.Combo1);
+    for (int i = main_.Combo1->count() - 1; i >= 0; --i) {
+        if (main_.Combo1->itemText(i) == server())
+            main_.Combo1->removeItem(i);
+    }
+}
+
+void SetupWindow::edit()
+{
+    if (entries_.empty()) {
+        main_.state.platform.boxes->show(QStringLiteral("No Services listed!        "), MsgIcon::Information);
+        return;
+    }
+    const int row = List2->currentRow();
+    if (row < 0 || row >= int(entries_.size()) || !List2->item(row)->isSelected()) {
+        main_.state.platform.boxes->show(QStringLiteral("Please select a Service!        "), MsgIcon::Information);
+        return;
+    }
+    AlertSetupWindow* form3 = alertSetup();
+    form3->setEdit(row, slotTexts(entries_[size_t(row)]));
+    form3->show();
+    form3->raise();
+    form3->activateWindow();
+}
+
+void SetupWindow::appendEntry(const QString& displayname, const QString& servicename, const QStringList& actions)
+{
+    core::MonitoredService e;
+    // A ";" would end the field early in the stored record; display names are only shown and
+    // compared, so it is written as ",".
+    e.displayname = QString(displayname).replace(QLatin1Char(';'), QLatin1Char(','));
+    e.servicename = servicename;
+    for (int i = 0; i < 5; ++i)
+        e.actions[size_t(i)] = i < actions.size() ? actions[i] : QString();
+    entries_.push_back(e);
+    List2->addItem(e.displayname);
+    if (entries_.size() == 1) {
+        showSlots(e);
+    } else {
+        List7->clear();
+        List7->addItem(kSelectService);
+    }
+}
+
+void SetupWindow::replaceEntry(int position, const QStringList& actions)
+{
+    if (position < 0 || position >= int(entries_.size()))
+        return;
+    core::MonitoredService& e = entries_[size_t(position)];
+    for (int i = 0; i < 5; ++i)
+        e.actions[size_t(i)] = i < actions.size() ? actions[i] : QString();
+    showSlots(e);
+}
+
+void SetupWindow::showInterval(const QString& minutes)
+{
+    bool isNumber = false;
+    int value = minutes.trimmed().toInt(&isNumber);
+    if (!isNumber)
+        value = 30;
+    value = std::clamp(value, kMinInterval, kMaxInterval);
+    const QSignalBlocker block(VScroll1);
+    VScroll1->setValue(-value);
+    Label5->setText(QString::number(value));
+}
+
+void SetupWindow::ok()
+{
+    hide();
+    const QString name = server();
+
+    // 2: the set of monitored servers, the server's icon and the main window's combo.
+    QTreeWidgetItem* item = main_.findServer(name);
+    const QSignalBlocker block(main_.Combo1);
+    if (entries_.empty()) {
+        for (int i = List3->count() - 1; i >= 0; --i) {
+            if (List3->item(i)->text() == name)
+                delete List3->takeItem(i);
+        }
+        for (int i = main_.Combo1->count() - 1; i >= 0; --i) {
+            if (main_.Combo1->itemText(i) == name)
+                main_.Combo1->removeItem(i);
+        }
+        if (item && shell::MainWindow::serverIcon(item) == 9)
+            main_.setServerIcon(item, 7);
+        else if (item && shell::MainWindow::serverIcon(item) == 10)
+            main_.setServerIcon(item, 8);
+    } else {
+        if (List3->findItems(name, Qt::MatchExactly).isEmpty()) {
+            List3->addItem(name);
+            if (item)
+                main_.setServerIcon(item, 9);
+        }
+        // Remove took the server out of the combo even while other services stay monitored.
+        if (main_.Combo1->findText(name, Qt::MatchExactly) < 0)
+            main_.Combo1->addItem(name);
+    }
+
+    refreshDataFolder();
+    platform::TextFiles& files = *main_.state.platform.files;
+    // 3: the interval.
+    files.writeLines(file(core::files::interval), {Label5->text()});
+    main_.state.checkinterval = Label5->text();
+    // 4: the per-server file.
+    writeServerFile();
+    // 5: the monitored servers.
+    QStringList servers;
+    for (int i = 0; i < List3->count(); ++i)
+        servers << List3->item(i)->text();
+    files.writeLines(file(core::files::computers), servers);
+}
+
+void SetupWindow::writeServerFile()
+{
+    platform::TextFiles& files = *main_.state.platform.files;
+    const QString path = file(server());
+    if (!files.exists(path))
+        files.writeLines(path, core::emptyPropertiesTemplate());
+    const auto lines = files.readLines(path, false);
+    if (!lines)
+        return; // never replace properties that could not be read
+    QStringList out;
+    for (const core::MonitoredService& e : entries_)
+        out << core::recordLineText(e);
+    const qsizetype start = lines->indexOf(QStringLiteral("[Properties:]"));
+    if (start >= 0)
+        out << lines->mid(start);
+    else
+        out << core::emptyPropertiesTemplate(); // the block the properties editor expects
+    files.writeLines(path, out);
+}
+
+void SetupWindow::cancel() { hide(); }
 
 } // namespace velmora::monitoring

@@ -1,21 +1,112 @@
 #pragma once
-// Form2, "Setup services for monitoring": the services of a server, the monitored ones and
-// their actions. The service listing of the main window fills its ListView1.
-#include <QDialog>
+// Form2, "Setup services for monitoring": the services of one server, the services monitored on
+// it with their five action slots, and the check interval. OK stores the per-server file, the
+// list of monitored servers ("Computers") and "Interval"; Cancel drops the changes.
+//
+// The window is created once (on first use) and then shown and hidden; every opening reloads it
+// from the files. The service listing of the main window fills its ListView1, and the check
+// cycle reads the interval from Label5 and refills List3, so those controls are its interface.
+#include "core/serverfile.h"
 
+#include <QDialog>
+#include <functional>
+#include <vector>
+
+class QAction;
+class QLabel;
 class QListWidget;
+class QMenu;
+class QPushButton;
+class QScrollBar;
 class QTreeWidget;
 
+namespace velmora::shell { class MainWindow; }
+
 namespace velmora::monitoring {
+
+class AlertSetupWindow;
 
 class SetupWindow : public QDialog {
     Q_OBJECT
 public:
-    explicit SetupWindow(QWidget* parent = nullptr);
+    // Loading: makes sure "Interval" exists (with "30"), shows it, and reads the monitored
+    // servers from "Computers" into List3.
+    explicit SetupWindow(shell::MainWindow& main);
+    ~SetupWindow() override;
 
-    QTreeWidget* ListView1 = nullptr; // services of the server, with state icons
-    QListWidget* List1 = nullptr;
-    QListWidget* List7 = nullptr;     // monitored services of the server
+    QTreeWidget* ListView1 = nullptr; // services of the server (display names, state icons)
+    QListWidget* List1 = nullptr;     // hidden: their key names, row for row
+    QListWidget* List2 = nullptr;     // monitored services (display names)
+    QListWidget* List3 = nullptr;     // hidden: the servers with monitored services
+    QListWidget* List7 = nullptr;     // the five action slots of the selected monitored service
+    QLabel *Label1 = nullptr, *Label2 = nullptr, *Label3 = nullptr, *Label4 = nullptr, *Label5 = nullptr,
+           *Label6 = nullptr, *Label7 = nullptr, *Label8 = nullptr;
+    QScrollBar* VScroll1 = nullptr;   // the interval spinner, -240 to -1
+    QPushButton *Command1 = nullptr, *Command2 = nullptr, *Command3 = nullptr, *Command4 = nullptr,
+                *Command7 = nullptr;
+    QMenu* mnuadd = nullptr;
+    QAction* mnuaddtomonitor = nullptr;
+
+    // The monitored services of the server being edited, in List2's order.
+    const std::vector<core::MonitoredService>& entries() const { return entries_; }
+    // The server being edited (Label6).
+    QString server() const;
+
+    // The line List7 shows while more than one service is monitored and none is chosen.
+    static const QString kSelectService;
+
+    // Opens the window for the server selected in the main window's server list (Command7,
+    // "Service Monitor", "Monitor Services on this Server..."). The service listing runs off the
+    // user-interface thread, so the window shows when it has ended; then(shown) runs then, with
+    // shown false when the window was not opened (no servers, the listing failed).
+    void openForSelectedServer(std::function<void(bool shown)> then = {});
+    // "Monitor Service" of the main window's service list: opens the window, then the alert
+    // setup for the service selected in the main window.
+    void monitorSelectedService();
+
+    // The commands.
+    void add();    // Command1 "&Add    -->", the context menu, a double-click on a service
+    void remove(); // Command2
+    void edit();   // Command7, a double-click on a monitored service
+    void ok();     // Command3
+    void cancel(); // Command4
+
+    // Shows an interval (minutes, as text) in Label5 and the spinner. A text that is no whole
+    // number from 1 to 240 is brought into that range (30 when it is no number at all), so the
+    // check cycle, which reads Label5, always finds a usable interval.
+    void showInterval(const QString& minutes);
+
+    // Form3, the alert setup, created on first use.
+    AlertSetupWindow* alertSetup();
+
+    // For Form3's OK: a new entry at the end, or the slots of the entry at position replaced.
+    void appendEntry(const QString& displayname, const QString& servicename, const QStringList& actions);
+    void replaceEntry(int position, const QStringList& actions);
+    // The service selected in ListView1 now: display name and key name (empty when none).
+    std::pair<QString, QString> selectedService() const;
+
+    shell::MainWindow& main() { return main_; }
+
+protected:
+    bool event(QEvent* e) override;
+    bool eventFilter(QObject* watched, QEvent* e) override;
+
+private:
+    void buildControls();
+    void serviceClicked();
+    void monitoredClicked();
+    void showSlots(const core::MonitoredService& entry);
+    // Whether display occurs, without regard to case, inside a monitored display name.
+    bool alreadyMonitored(const QString& display) const;
+    void openAlertSetupForNew(const QString& display, const QString& service);
+    void loadEntries();
+    void refreshDataFolder();
+    QString file(const QString& name) const;
+    void writeServerFile();
+
+    shell::MainWindow& main_;
+    std::vector<core::MonitoredService> entries_;
+    AlertSetupWindow* alertSetup_ = nullptr;
 };
 
 } // namespace velmora::monitoring

@@ -9,6 +9,7 @@
 #include "shell/icons.h"
 #include "shell/joblogwiring.h"
 #include "shell/mailwiring.h"
+#include "shell/monitorwiring.h"
 
 #include <QAction>
 #include <QApplication>
@@ -112,6 +113,7 @@ MainWindow::MainWindow(const platform::Platform& platform, QWidget* parent)
 
     logandalerts = connectJobLog(*this);
     mailing = connectMailing(*this);
+    dispatcher = connectMonitoring(*this);
     // Logout and system shutdown close the window like its close box.
     p_.app->onSessionEnd([this] {
         if (!p_.app->ended())
@@ -846,7 +848,7 @@ void MainWindow::showServiceDetails()
 monitoring::SetupWindow* MainWindow::setupWindow()
 {
     if (!setupWindow_)
-        setupWindow_ = new monitoring::SetupWindow(this);
+        setupWindow_ = new monitoring::SetupWindow(*this);
     return setupWindow_;
 }
 

@@ -25,7 +25,7 @@ class QTreeWidgetItem;
 namespace velmora::monitoring { class Reachability; class SetupWindow; }
 namespace velmora::servicecontrol { class ServiceControl; }
 namespace velmora::joblog { class LogAndAlerts; }
-namespace velmora::actions { class Mailing; }
+namespace velmora::actions { class ActionDispatcher; class Mailing; }
 
 namespace velmora::shell {
 
@@ -126,6 +126,8 @@ public:
     joblog::LogAndAlerts* logandalerts = nullptr;
     // Alert mail, network messages, the e-mail options and the two test-mail windows.
     actions::Mailing* mailing = nullptr;
+    // Runs the action list of a failed monitored service.
+    actions::ActionDispatcher* dispatcher = nullptr;
     // Form2, the monitoring setup window, created on first use.
     monitoring::SetupWindow* setupWindow();
 
