@@ -1,5 +1,7 @@
 #include "actions/mailing.h"
 
+#include "actions/alertmail.h"
+#include "actions/dispatcher.h"
 #include "actions/emailoptionsdialog.h"
 #include "actions/netsend.h"
 #include "actions/profilemailwindow.h"
@@ -17,6 +19,14 @@ using platform::MsgIcon;
 Mailing::Mailing(core::RunState& state, QWidget* windowParent, QObject* parent)
     : QObject(parent), state_(state), windowParent_(windowParent)
 {
+    smtpText = [this] {
+        const AlertMail m = AlertMail::fromState(state_, state_.platform.clock->now());
+        return MailText{m.smtpSubject(), m.smtpBody()};
+    };
+    mapiText = [this] {
+        const AlertMail m = AlertMail::fromState(state_, state_.platform.clock->now());
+        return MailText{m.profileSubject(), m.profileBody()};
+    };
 }
 
 Mailing::~Mailing()
@@ -46,13 +56,11 @@ std::optional<QString> Mailing::firstLine(const QString& name)
     return lines->isEmpty() ? QString() : lines->first();
 }
 
-void Mailing::log(const QString& line)
+bool Mailing::log(const QString& line)
 {
-    if (appendjobline) {
-        appendjobline(line);
-        return;
-    }
-    joblog::JobLog(state_.platform, [this] { return folder(); }).appendjobline(line);
+    if (appendjobline)
+        return appendjobline(line);
+    return joblog::JobLog(state_.platform, [this] { return folder(); }).appendjobline(line);
 }
 
 SmtpMailWindow* Mailing::form7()
@@ -110,19 +118,37 @@ void Mailing::subemail(const QString& emailaddress, const MailText& text, std::f
                                       });
 }
 
-void Mailing::netsend(const QString& recipient, bool test, std::function<void()> done)
+void Mailing::netsend(const QString& recipient, bool test, std::function<void(bool)> done)
 {
     const QString to = trimBlanks(recipient);
     const QString message = netsendMessage(state_.currentserver, state_.currentservice, state_.currentstate);
     state_.platform.messenger->send(this, to, message, [this, to, test, done](int code) {
         const QString line = netsendResultLine(code, to);
-        log(line);
+        const bool logged = log(line);
         state_.netsendresult = line;
         if (test)
             state_.platform.boxes->show(line, MsgIcon::Information);
         if (done)
-            done();
+            done(logged);
     });
+}
+
+void Mailing::connectTo(ActionDispatcher& dispatcher)
+{
+    dispatcher.sendemail = [this](QString& address, ActionDispatcher::Continue cont) {
+        address = trimBlanks(address);
+        const MailText text = smtpText ? smtpText() : MailText{};
+        // The SMTP transport handles its own failures: the dispatch always goes on.
+        sendemail(address, text, [cont](bool) { cont(true); });
+    };
+    dispatcher.subemail = [this](QString& address, ActionDispatcher::Continue cont) {
+        const MailText text = mapiText ? mapiText() : MailText{};
+        subemail(address, text, [cont](bool goesOn) { cont(goesOn); });
+    };
+    dispatcher.netsend = [this](QString& recipient, bool test, ActionDispatcher::Continue cont) {
+        recipient = trimBlanks(recipient);
+        netsend(recipient, test, [cont](bool logged) { cont(logged); });
+    };
 }
 
 void Mailing::checkmailprofile()

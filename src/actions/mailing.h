@@ -19,6 +19,7 @@ namespace velmora::actions {
 class SmtpMailWindow;
 class ProfileMailWindow;
 class EmailOptionsDialog;
+class ActionDispatcher;
 
 class Mailing : public QObject {
     Q_OBJECT
@@ -30,12 +31,14 @@ public:
     core::RunState& state() { return state_; }
 
     // ---- hooks; each may be left empty ----
-    // Writes one job-log line. Default: the job log of the data folder.
-    JobLine appendjobline;
+    // Writes one job-log line and says whether it was written. Default: the job log of the data
+    // folder.
+    std::function<bool(const QString&)> appendjobline;
     // Refreshes the data folder from the main window's field and returns it (default: the
     // run state's data folder as it is).
     std::function<QString()> datafolder;
-    // The alert mail texts the test windows show (built from the run state as it stands).
+    // The alert mail texts the test windows show. Default: the alert mail of the run state as
+    // it stands, dated now.
     MailTextSource smtpText, mapiText;
     // The e-mail options' Cancel also hides the alert setup window.
     std::function<void()> hideSetupAlert;
@@ -60,7 +63,13 @@ public:
     void subemail(const QString& emailaddress, const MailText& text, std::function<void(bool)> done);
     // The network message (netsend): sends to recipient without its surrounding blanks, logs the
     // result line and keeps it in netsendresult; with test set also shows it in a box.
-    void netsend(const QString& recipient, bool test, std::function<void()> done = {});
+    // done(logged): whether the result line reached the job log.
+    void netsend(const QString& recipient, bool test, std::function<void(bool logged)> done = {});
+
+    // Plugs the transports into the action dispatcher: the alert mail (text built from the run
+    // state when it is sent) over SMTP or the mail profile, and the network message. The SMTP
+    // mail and the message trim the dispatcher's shared variable in place.
+    void connectTo(ActionDispatcher& dispatcher);
 
     // Start-up: reads the mail profile, switches to profile mail and tries a logon.
     void checkmailprofile();
@@ -73,7 +82,8 @@ public:
     // The first line of a data-folder file (also without a line end), or nothing when the
     // file cannot be read.
     std::optional<QString> firstLine(const QString& name);
-    void log(const QString& line);
+    // Appends an action line to the job log; false when it could not be written.
+    bool log(const QString& line);
 
 private:
     core::RunState& state_;

@@ -17,9 +17,8 @@ actions::Mailing* connectMailing(MainWindow& window)
     mailing->datafolder = [w] { return w->Text7 ? w->Text7->text() : QString(); };
     mailing->appendjobline = [w, mailing](const QString& line) {
         if (w->logandalerts)
-            w->logandalerts->joblog().appendjobline(line);
-        else
-            joblog::JobLog(w->state.platform, [mailing] { return mailing->folder(); }).appendjobline(line);
+            return w->logandalerts->joblog().appendjobline(line);
+        return joblog::JobLog(w->state.platform, [mailing] { return mailing->folder(); }).appendjobline(line);
     };
     mailing->alertBusy = [w](bool busy) {
         if (!w->logandalerts)

@@ -10,6 +10,7 @@
 #include <QJsonObject>
 #include <QPointer>
 #include <QProcess>
+#include <QRandomGenerator>
 #include <QStandardPaths>
 #include <QStringList>
 #include <QTcpServer>
@@ -51,11 +52,19 @@ inline QString aiosmtpdPython()
 class SmtpSink {
 public:
     ~SmtpSink() { stop(); }
+    // Port 0: a free port below 32768, since the stored SMTP settings keep the port as a 16-bit
+    // signed number.
     bool start(const QString& host = QStringLiteral("127.0.0.1"), int port = 0)
     {
         const QString py = aiosmtpdPython();
         if (py.isEmpty() || !dir_.isValid())
             return false;
+        for (int attempt = 0; port == 0 && attempt < 200; ++attempt) {
+            const int candidate = 20000 + int(QRandomGenerator::global()->bounded(12000));
+            QTcpServer probe;
+            if (probe.listen(QHostAddress(host), quint16(candidate)))
+                port = candidate;
+        }
         out_ = dir_.filePath(QStringLiteral("received.jsonl"));
         proc_ = std::make_unique<QProcess>();
         proc_->setProcessChannelMode(QProcess::ForwardedErrorChannel);

@@ -215,7 +215,7 @@ void TestNetSend::actionTrimsLogsKeepsResultAndShowsBoxOnTest()
     actions::Mailing mailing(state, nullptr);
 
     bool done = false;
-    mailing.netsend(QStringLiteral(" ADMINPC  "), false, [&] { done = true; });
+    mailing.netsend(QStringLiteral(" ADMINPC  "), false, [&](bool logged) { done = logged; });
     QVERIFY(done);
     QCOMPARE(sim.messenger.sent.size(), 1);
     QCOMPARE(sim.messenger.sent[0].recipient, QStringLiteral("ADMINPC"));
@@ -228,7 +228,7 @@ void TestNetSend::actionTrimsLogsKeepsResultAndShowsBoxOnTest()
     sim.messenger.result = code::nameNotFound;
     sim.messenger.hold = true;
     done = false;
-    mailing.netsend(QStringLiteral("PC9"), true, [&] { done = true; });
+    mailing.netsend(QStringLiteral("PC9"), true, [&](bool logged) { done = logged; });
     QVERIFY(!done);
     QCOMPARE(sim.files.readLines(log)->size(), 1);
     sim.messenger.release();
@@ -321,7 +321,7 @@ void TestNetSend::realSmbdReceivesTheMessage()
     actions::Mailing mailing(state, nullptr);
 
     bool done = false;
-    mailing.netsend(QStringLiteral(" localhost "), false, [&] { done = true; });
+    mailing.netsend(QStringLiteral(" localhost "), false, [&](bool logged) { done = logged; });
     QTRY_VERIFY_WITH_TIMEOUT(done, 60000);
     QCOMPARE(state.netsendresult, QStringLiteral("The Net Message was successfully sent to localhost."));
     QCOMPARE(*sim.files.readLines(core::dataFile(data.path(), core::files::jobslog)),
