@@ -6,6 +6,7 @@
 #include "core/datafolder.h"
 #include "core/serverlistfile.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QGridLayout>
 #include <QGroupBox>
@@ -125,12 +126,19 @@ void EmailOptionsDialog::showEvent(QShowEvent* event)
     QDialog::showEvent(event);
 }
 
-// A field in use is enabled; one that is not is emptied and disabled (drawn greyed).
+// A field in use is enabled on the window background; one that is not is emptied, disabled and
+// drawn grey.
 void EmailOptionsDialog::useField(QLineEdit* field, bool inUse)
 {
     if (!inUse)
         field->clear();
     field->setEnabled(inUse);
+    QPalette pal = field->palette();
+    const QPalette& app = QApplication::palette();
+    for (QPalette::ColorGroup g : {QPalette::Active, QPalette::Inactive, QPalette::Disabled})
+        pal.setColor(g, QPalette::Base, inUse ? app.color(QPalette::Active, QPalette::Base)
+                                              : app.color(QPalette::Active, QPalette::Button));
+    field->setPalette(pal);
 }
 
 void EmailOptionsDialog::activate()
