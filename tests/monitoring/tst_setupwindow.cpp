@@ -1,0 +1,765 @@
+// The monitoring setup Form2 and the alert setup Form3 on a simulated fleet: the ways in, every
+// refusal with its box, the five-entry action list, the files OK writes (and Cancel does not),
+// the main window's combo and server icons, hand-edited per-server files, a restart of the
+// program finding everything unchanged, and the stored actions run by the dispatcher.
+#include "actions/dispatcher.h"
+#include "core/serverfile.h"
+#include "monitoring/alertsetupwindow.h"
+#include "monitoring/setupwindow.h"
+#include "servicecontrol/servicecontrol.h"
+#include "support/windowfixture.h"
+
+#include <QAction>
+#include <QComboBox>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTreeWidget>
+
+using namespace velmora;
+using monitoring::AlertSetupWindow;
+using monitoring::SetupWindow;
+using platform::MsgIcon;
+using test::WindowFixture;
+namespace svcstate = platform::svcstate;
+
+namespace {
+
+QStringList texts(const QListWidget* list)
+{
+    QStringList out;
+    for (int i = 0; i < list->count(); ++i)
+        out << list->item(i)->text();
+    return out;
+}
+
+QStringList texts(const QTreeWidget* view)
+{
+    QStringList out;
+    for (int i = 0; i < view->topLevelItemCount(); ++i)
+        out << view->topLevelItem(i)->text(0);
+    return out;
+}
+
+QStringList comboTexts(const QComboBox* combo)
+{
+    QStringList out;
+    for (int i = 0; i < combo->count(); ++i)
+        out << combo->itemText(i);
+    return out;
+}
+
+// The empty properties block (read when used: the texts it is made of are statics of their own).
+QStringList emptyBlock()
+{
+    return core::emptyPropertiesTemplate();
+}
+
+// Two servers: SRV1 with four services, SRV2 with one; SRV1 is selected in the server list.
+struct Fleet : WindowFixture {
+    explicit Fleet(const QStringList& computerlist = {"SRV1", "SRV2"}, bool begin = true)
+    {
+        writeFile("Computerlist", computerlist);
+        sim.icmp.addComputer("SRV1", "10.9.0.1", 0);
+        sim.icmp.addComputer("SRV2", "10.9.0.2", 0);
+        auto& s = sim.services;
+        s.addService("SRV1", {.name = "spooler", .displayName = "Print Spooler", .state = svcstate::stopped});
+        s.addService("SRV1", {.name = "spoolx", .displayName = "Print Spooler Extra", .state = svcstate::running});
+        s.addService("SRV1", {.name = "cups", .displayName = "CUPS Scheduler", .state = svcstate::running});
+        s.addService("SRV1", {.name = "cron", .displayName = "Regular background program processing daemon",
+                              .state = svcstate::running});
+        s.addService("SRV2", {.name = "sshd", .displayName = "OpenBSD Secure Shell server", .state = svcstate::running});
+        if (begin)
+            launch();
+    }
+    void launch()
+    {
+        start();
+        chooseServer("SRV1");
+    }
+    shell::MainWindow& w() { return *window; }
+    SetupWindow& form2() { return *w().setupWindow(); }
+    AlertSetupWindow& form3() { return *form2().alertSetup(); }
+    void chooseServer(const QString& name)
+    {
+        QTreeWidgetItem* item = w().findServer(name);
+        QVERIFY(item);
+        w().ListView2->setCurrentItem(item);
+        w().selectServer();
+    }
+    // Opens Form2 for the selected server with "Service &Monitor...".
+    void open()
+    {
+        w().Command7->click();
+        QVERIFY(form2().isVisible());
+    }
+    void selectService(const QString& display)
+    {
+        const auto items = form2().ListView1->findItems(display, Qt::MatchExactly);
+        QVERIFY(!items.isEmpty());
+        form2().ListView1->setCurrentItem(items.first());
+        emit form2().ListView1->itemClicked(items.first(), 0);
+    }
+    void selectMonitored(int row)
+    {
+        form2().List2->setCurrentRow(row);
+        emit form2().List2->itemClicked(form2().List2->item(row));
+    }
+    void kind(const QString& kind) { form3().Combo1->setCurrentIndex(int(AlertSetupWindow::kKinds.indexOf(kind))); }
+    // Adds an entry through Form3's fields and "&Add to action list".
+    void addAction(const QString& k, const QString& parameter = {})
+    {
+        kind(k);
+        if (k == "Send Email to:")
+            form3().Text1->setText(parameter);
+        else if (k == "Net Message Send to:")
+            form3().Text3->setText(parameter);
+        else if (k == "Start program:" || k == "Play Sound:")
+            form3().Text2->setText(parameter);
+        form3().Command4->click();
+    }
+    QStringList lines(const QString& name) const
+    {
+        QString all = QString::fromUtf8(readBytes(name));
+        if (all.endsWith("\r\n"))
+            all.chop(2);
+        return all.isEmpty() ? QStringList() : all.split("\r\n");
+    }
+};
+
+} // namespace
+
+class TestSetupWindow : public QObject {
+    Q_OBJECT
+private slots:
+    void noServersNoWindow()
+    {
+        Fleet f({}, false);
+        f.start();
+        f.w().Command7->click();
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"No servers listet, please add servers to be monitored"});
+        QCOMPARE(f.sim.boxes.shown[0].icon, MsgIcon::Information);
+        QVERIFY(!f.w().setupWindow()->isVisible());
+    }
+
+    void everyWayInOpensTheSelectedServer()
+    {
+        for (QString way : {"Command7", "mnuServicemonitor", "mnumonwin"}) {
+            Fleet f;
+            f.writeFile("SRV1", QStringList{"Print Spooler;spooler;Alert;Restart Service;;;;",
+                                            "a hand-written note", "CUPS Scheduler;cups;Play Sound: /snd/a.wav;;;;;"} +
+                                    emptyBlock());
+            if (way == "Command7")
+                f.w().Command7->click();
+            else if (way == "mnuServicemonitor")
+                f.w().mnuServicemonitor->trigger();
+            else
+                f.w().mnumonwin->trigger();
+            SetupWindow& form2 = f.form2();
+            QVERIFY2(form2.isVisible(), qPrintable(way));
+            QCOMPARE(f.w().Text1->text(), QStringLiteral("SRV1"));
+            QCOMPARE(form2.Label6->text(), QStringLiteral("SRV1"));
+            QCOMPARE(form2.Label3->text(), QStringLiteral("Monitor Services on Computer: SRV1"));
+            QCOMPARE(form2.Label1->text(), QStringLiteral("All Registered Services on : SRV1"));
+            QCOMPARE(form2.windowTitle(), QStringLiteral("Setup services for monitoring"));
+            // Listed in key-name order.
+            QCOMPARE(texts(form2.ListView1), (QStringList{"Regular background program processing daemon",
+                                                          "CUPS Scheduler", "Print Spooler", "Print Spooler Extra"}));
+            QCOMPARE(texts(form2.List1), (QStringList{"cron", "cups", "spooler", "spoolx"}));
+            QCOMPARE(texts(form2.List2), (QStringList{"Print Spooler", "CUPS Scheduler"}));
+            QCOMPARE(texts(form2.List7), QStringList{SetupWindow::kSelectService});
+            QCOMPARE(form2.entries()[1].actions[0], QStringLiteral("Play Sound: /snd/a.wav"));
+            QVERIFY(f.sim.boxes.shown.isEmpty());
+        }
+    }
+
+    void unreachableServerOrFailedListingKeepsItClosed()
+    {
+        {
+            Fleet f;
+            f.sim.icmp.setStatus("SRV2", 11010);
+            f.w().repingServers();
+            f.chooseServer("SRV2");
+            f.w().Command7->click();
+            QCOMPARE(f.sim.boxes.texts(), QStringList{"Selected Server is not available, can not show Services !"});
+            QVERIFY(!f.form2().isVisible());
+        }
+        {
+            Fleet f;
+            f.sim.services.setReachable("SRV1", false);
+            bool shown = true;
+            f.form2().openForSelectedServer([&](bool s) { shown = s; });
+            QVERIFY(!shown);
+            QVERIFY(f.w().services->listfailed);
+            QCOMPARE(f.sim.boxes.shown.size(), 1);
+            QVERIFY(f.sim.boxes.texts()[0].startsWith("Can not list Services on selected Server"));
+            QVERIFY(!f.form2().isVisible());
+        }
+    }
+
+    void fiveActionsStoredAndFoundUnchangedAfterARestart()
+    {
+        Fleet f;
+        f.writeFile("SMTPServer", {"mail.example.org", "25", "velmora@example.org"});
+        f.writeFile("SRV1", QStringList{"[Properties:]", "[Servername / Alias:]", "printhost", "[IP Address / Subnet:]",
+                                        "10.9.0.1/24", "[Role / Priority:]", "print", "[Location / Department:]",
+                                        "basement", "[Responsibles / Contact:]", "Ann", "Bob",
+                                        "[Action list for monitoring staff]", "call Ann", "[Remarks / Comments:]", "",
+                                        "[EOF]"});
+        f.open();
+        QVERIFY(f.form2().List7->count() == 0);
+        f.selectService("Print Spooler");
+        f.form2().Command1->click();
+        AlertSetupWindow& form3 = f.form3();
+        QVERIFY(form3.isVisible());
+        QCOMPARE(form3.windowTitle(), QStringLiteral("Setup Alert"));
+        QCOMPARE(form3.Frame1->title(), QStringLiteral("Monitoring Options for Service : Print Spooler"));
+        QCOMPARE(form3.mode(), AlertSetupWindow::Mode::New);
+        f.addAction("Restart Service");
+        f.addAction("Alert");
+        f.addAction("Start program:", "/opt/on call/pagér.sh");
+        f.addAction("Net Message Send to:", "opsdesk");
+        f.addAction("Send Email to:", "ops@example.org");
+        const QStringList five{"Restart Service", "Alert", "Start program: /opt/on call/pagér.sh",
+                               "Net Message Send to: opsdesk", "Send Email to: ops@example.org"};
+        QCOMPARE(texts(form3.List1), five);
+        // A sixth does nothing and says nothing.
+        f.addAction("Play Sound:", "/snd/alarm.wav");
+        QCOMPARE(form3.List1->count(), 5);
+        QVERIFY(f.sim.boxes.shown.isEmpty());
+
+        form3.Command1->click();
+        QVERIFY(!form3.isVisible());
+        QCOMPARE(texts(f.form2().List2), QStringList{"Print Spooler"});
+        QCOMPARE(texts(f.form2().List7), five); // the first monitored service shows its actions
+        // Nothing is stored before Form2's OK.
+        QVERIFY(!f.fileExists("Computers"));
+        f.form2().VScroll1->setValue(-45);
+        f.form2().Command3->click();
+        QVERIFY(!f.form2().isVisible());
+
+        QCOMPARE(f.lines("SRV1"),
+                 (QStringList{"Print Spooler;spooler;Restart Service;Alert;Start program: /opt/on call/pagér.sh;"
+                             "Net Message Send to: opsdesk;Send Email to: ops@example.org;",
+                             "[Properties:]", "[Servername / Alias:]", "printhost", "[IP Address / Subnet:]",
+                             "10.9.0.1/24", "[Role / Priority:]", "print", "[Location / Department:]", "basement",
+                             "[Responsibles / Contact:]", "Ann", "Bob", "[Action list for monitoring staff]",
+                             "call Ann", "[Remarks / Comments:]", "", "[EOF]"}));
+        QCOMPARE(f.readBytes("Computers"), QByteArray("SRV1\r\n"));
+        QCOMPARE(f.readBytes("Interval"), QByteArray("45\r\n"));
+        QCOMPARE(f.w().state.checkinterval, QStringLiteral("45"));
+        QCOMPARE(comboTexts(f.w().Combo1), QStringList{"SRV1"});
+        QCOMPARE(shell::MainWindow::serverIcon(f.w().findServer("SRV1")), 9);
+        QCOMPARE(f.w().Text1->text(), QStringLiteral("SRV1")); // the combo did not move the main window
+
+        // Close (storing the server list) and start the program again.
+        f.w().Command4->click();
+        QCOMPARE(f.readBytes("Computerlist"), QByteArray("SRV1\tmonitored\r\nSRV2\r\n"));
+        f.window.reset();
+        f.sim.app = {};
+        f.launch();
+        QCOMPARE(comboTexts(f.w().Combo1), QStringList{"SRV1"});
+        QCOMPARE(shell::MainWindow::serverIcon(f.w().findServer("SRV1")), 9);
+        QCOMPARE(f.form2().Label5->text(), QStringLiteral("45"));
+        f.open();
+        QCOMPARE(texts(f.form2().List2), QStringList{"Print Spooler"});
+        QCOMPARE(texts(f.form2().List7), QStringList{SetupWindow::kSelectService});
+        f.selectMonitored(0);
+        QCOMPARE(texts(f.form2().List7), five);
+        f.form2().Command7->click(); // Edit shows the same list
+        QCOMPARE(texts(f.form3().List1), five);
+        QCOMPARE(f.form3().mode(), AlertSetupWindow::Mode::Edit);
+    }
+
+    void addIsRefusedWithoutSelectionOrForAContainedName()
+    {
+        Fleet f;
+        f.writeFile("SRV1", QStringList{"Print Spooler Extra;spoolx;Alert;;;;;"} + emptyBlock());
+        f.open();
+        f.form2().ListView1->setCurrentItem(nullptr);
+        f.form2().Command1->click();
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"Please select a Service!        "});
+        f.selectService("Print Spooler"); // part of "Print Spooler Extra"
+        f.form2().Command1->click();
+        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Item already exists          "));
+        QVERIFY(!f.form3().isVisible());
+        f.selectService("CUPS Scheduler");
+        f.form2().Command1->click();
+        QVERIFY(f.form3().isVisible());
+        QCOMPARE(f.sim.boxes.shown.size(), 2);
+    }
+
+    void doubleClickAndContextMenuAdd()
+    {
+        Fleet f;
+        f.open();
+        // A right click where there is no item, with nothing selected.
+        f.form2().ListView1->setCurrentItem(nullptr);
+        f.form2().ListView1->clearSelection();
+        QWidget* viewport = f.form2().ListView1->viewport();
+        QTest::mouseClick(viewport, Qt::RightButton, {}, QPoint(viewport->width() - 2, viewport->height() - 2));
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"Please select an Item "});
+
+        const auto items = f.form2().ListView1->findItems("CUPS Scheduler", Qt::MatchExactly);
+        f.form2().ListView1->setCurrentItem(items.first());
+        emit f.form2().ListView1->itemDoubleClicked(items.first(), 0);
+        QVERIFY(f.form3().isVisible());
+        QCOMPARE(f.form3().Frame1->title(), QStringLiteral("Monitoring Options for Service : CUPS Scheduler"));
+        f.form3().hide();
+        f.form2().mnuaddtomonitor->trigger();
+        QVERIFY(f.form3().isVisible());
+    }
+
+    void clickingAServiceEmptiesTheActionList()
+    {
+        Fleet f;
+        f.open();
+        f.selectService("CUPS Scheduler");
+        f.form2().Command1->click();
+        f.addAction("Alert");
+        QCOMPARE(f.form3().List1->count(), 1);
+        f.selectService("Print Spooler");
+        QCOMPARE(f.form3().List1->count(), 0);
+    }
+
+    void actionListRefusals()
+    {
+        Fleet f;
+        f.open();
+        f.selectService("CUPS Scheduler");
+        f.form2().Command1->click();
+        AlertSetupWindow& form3 = f.form3();
+        f.addAction("Alert");
+        f.addAction("Alert");
+        f.addAction("Restart Service");
+        f.addAction("Restart Service");
+        QCOMPARE(f.sim.boxes.texts(), (QStringList{"Item already exists          ", "Item already exists          "}));
+        f.addAction("Send Email to:", "");
+        f.addAction("Net Message Send to:", "");
+        f.addAction("Start program:", "");
+        QCOMPARE(f.sim.boxes.texts().mid(2),
+                 (QStringList{"No Valid Email Address !", "No Valid Net Message Recipient !", "  No Valid Program !"}));
+        for (const auto& box : f.sim.boxes.shown)
+            QCOMPARE(box.icon, MsgIcon::Information);
+        // A semicolon would cut the stored record apart.
+        f.addAction("Start program:", "/bin/a;b");
+        f.addAction("Net Message Send to:", "ops;desk");
+        f.addAction("Play Sound:", "/snd/a;b.wav");
+        QCOMPARE(f.sim.boxes.texts().mid(5), (QStringList{"  No Valid Program !", "No Valid Net Message Recipient !",
+                                                           "No Valid Sound File !"}));
+        // A sound without a file is taken.
+        f.addAction("Play Sound:", "");
+        QCOMPARE(texts(form3.List1), (QStringList{"Alert", "Restart Service", "Play Sound: "}));
+    }
+
+    void emailNeedsATransportAndMayRepeat()
+    {
+        Fleet f;
+        f.open();
+        f.selectService("CUPS Scheduler");
+        f.form2().Command1->click();
+        QSignalSpy options(f.w().mnusetemailoptions, &QAction::triggered);
+        f.addAction("Send Email to:", "ops@example.org");
+        QCOMPARE(options.count(), 1); // the e-mail options instead
+        QCOMPARE(f.form3().List1->count(), 0);
+        f.writeFile("MailProfile", {"default"});
+        f.addAction("Send Email to:", "ops@example.org");
+        f.addAction("Send Email to:", "ops@example.org");
+        f.addAction("Send Email to:", "alert-desk@example.org");
+        QCOMPARE(texts(f.form3().List1), (QStringList{"Send Email to: ops@example.org", "Send Email to: ops@example.org",
+                                                       "Send Email to: alert-desk@example.org"}));
+        // "Alert" is refused now, since an entry contains the word.
+        f.addAction("Alert");
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"Item already exists          "});
+        QCOMPARE(options.count(), 1);
+    }
+
+    void kindsEnableTheirFields()
+    {
+        Fleet f;
+        f.open();
+        f.selectService("CUPS Scheduler");
+        f.form2().Command1->click();
+        AlertSetupWindow& form3 = f.form3();
+        QCOMPARE(form3.Combo1->currentText(), QStringLiteral("Alert"));
+        QCOMPARE(AlertSetupWindow::kKinds, (QStringList{"Alert", "Play Sound:", "Restart Service", "Send Email to:",
+                                                        "Net Message Send to:", "Start program:"}));
+        auto enabled = [&] {
+            return QList<bool>{form3.Text1->isEnabled(), form3.Text2->isEnabled(), form3.Command3->isEnabled(),
+                               form3.Text3->isEnabled(), form3.Command8->isEnabled()};
+        };
+        QCOMPARE(enabled(), (QList<bool>{false, false, false, false, false}));
+        f.kind("Send Email to:");
+        QCOMPARE(enabled(), (QList<bool>{true, false, false, false, false}));
+        form3.Text1->setText("ops@example.org");
+        QCOMPARE(form3.Text1->toolTip(), QStringLiteral("ops@example.org"));
+        f.kind("Net Message Send to:");
+        QCOMPARE(enabled(), (QList<bool>{false, false, false, true, true}));
+        QCOMPARE(form3.Text1->text(), QString()); // cleared when disabled
+        form3.Text3->setText("desk");
+        f.kind("Play Sound:");
+        QCOMPARE(enabled(), (QList<bool>{false, true, true, false, false}));
+        QCOMPARE(form3.Text3->text(), QString());
+        form3.Text2->setText("/snd/a.wav");
+        f.kind("Start program:");
+        QCOMPARE(enabled(), (QList<bool>{false, true, true, false, false}));
+        QCOMPARE(form3.Text2->text(), QStringLiteral("/snd/a.wav"));
+        QVERIFY(form3.Text1->palette().color(QPalette::Base) != form3.Text2->palette().color(QPalette::Base));
+        f.kind("Restart Service");
+        QCOMPARE(enabled(), (QList<bool>{false, false, false, false, false}));
+        QCOMPARE(form3.Text2->text(), QString());
+    }
+
+    void removeUpAndDown()
+    {
+        Fleet f;
+        f.writeFile("MailProfile", {"default"});
+        f.open();
+        f.selectService("CUPS Scheduler");
+        f.form2().Command1->click();
+        AlertSetupWindow& form3 = f.form3();
+        form3.Command5->click();
+        form3.Command6->click();
+        form3.Command7->click();
+        QCOMPARE(f.sim.boxes.texts(), QStringList(3, "No Action listed!        "));
+        f.addAction("Alert");
+        f.addAction("Restart Service");
+        f.addAction("Send Email to:", "a@b");
+        form3.List1->setCurrentRow(-1);
+        form3.Command5->click();
+        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Please select an Item!        "));
+
+        form3.List1->setCurrentRow(0);
+        form3.Command6->click(); // the top one up: no change
+        QCOMPARE(texts(form3.List1), (QStringList{"Alert", "Restart Service", "Send Email to: a@b"}));
+        form3.List1->setCurrentRow(2);
+        form3.Command7->click(); // the bottom one down: no change
+        QCOMPARE(texts(form3.List1), (QStringList{"Alert", "Restart Service", "Send Email to: a@b"}));
+        form3.List1->setCurrentRow(2);
+        form3.Command6->click();
+        QCOMPARE(texts(form3.List1), (QStringList{"Alert", "Send Email to: a@b", "Restart Service"}));
+        QVERIFY(form3.List1->selectedItems().isEmpty()); // the moved entry is not selected
+        form3.List1->setCurrentRow(0);
+        form3.Command7->click();
+        QCOMPARE(texts(form3.List1), (QStringList{"Send Email to: a@b", "Alert", "Restart Service"}));
+        form3.List1->setCurrentRow(1);
+        form3.Command5->click();
+        QCOMPARE(texts(form3.List1), (QStringList{"Send Email to: a@b", "Restart Service"}));
+        QCOMPARE(f.sim.boxes.shown.size(), 4);
+
+        // Two entries: two filled slots and three empty ones.
+        form3.Command1->click();
+        f.form2().Command3->click();
+        QCOMPARE(f.lines("SRV1").first(), QStringLiteral("CUPS Scheduler;cups;Send Email to: a@b;Restart Service;;;;"));
+        // A new per-server file gets the empty properties block.
+        QCOMPARE(f.lines("SRV1").mid(1), emptyBlock());
+    }
+
+    void browseChoosesAFileByKind()
+    {
+        Fleet f;
+        f.open();
+        f.selectService("CUPS Scheduler");
+        f.form2().Command1->click();
+        AlertSetupWindow& form3 = f.form3();
+        f.kind("Start program:");
+        f.sim.filedialogs.script("/opt/tools/page oncall");
+        form3.Command3->click();
+        QCOMPARE(form3.Text2->text(), QStringLiteral("/opt/tools/page oncall"));
+        f.kind("Play Sound:");
+        f.sim.filedialogs.script("/usr/share/sounds/alarm.wav");
+        form3.Command3->click();
+        QCOMPARE(form3.Text2->text(), QStringLiteral("/usr/share/sounds/alarm.wav"));
+        form3.Command3->click(); // cancelled
+        QCOMPARE(form3.Text2->text(), QStringLiteral("/usr/share/sounds/alarm.wav"));
+        f.sim.filedialogs.script("/" + QString(300, 'x') + ".wav"); // longer than an action takes
+        form3.Command3->click();
+        QCOMPARE(form3.Text2->text(), QStringLiteral("/usr/share/sounds/alarm.wav"));
+        QCOMPARE(f.sim.filedialogs.requests.size(), 4);
+        const auto& r = f.sim.filedialogs.requests;
+        QCOMPARE(r[0].title, QStringLiteral("Select File:"));
+        QCOMPARE(r[0].filterName, QStringLiteral("All Files (*.*)"));
+        QCOMPARE(r[0].pattern, QStringLiteral("*.*"));
+        QCOMPARE(r[1].filterName, QStringLiteral("Soundfiles (*.wav)"));
+        QCOMPARE(r[1].pattern, QStringLiteral("*.wav"));
+    }
+
+    void testNetSendGoesThroughTheDispatcher()
+    {
+        Fleet f;
+        f.open();
+        f.selectService("CUPS Scheduler");
+        f.form2().Command1->click();
+        QStringList sent;
+        f.w().dispatcher->netsend = [&](QString& recipient, bool test, actions::ActionDispatcher::Continue cont) {
+            sent << recipient + (test ? "|test" : "|alert");
+            cont(true);
+        };
+        f.kind("Net Message Send to:");
+        f.form3().Command8->click();
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"Please enter a Net Message Recipient !    "});
+        f.form3().Text3->setText("opsdesk");
+        f.form3().Command8->click();
+        QCOMPARE(sent, QStringList{"opsdesk|test"});
+    }
+
+    void okWithoutActionsStaysOpen()
+    {
+        Fleet f;
+        f.open();
+        f.selectService("CUPS Scheduler");
+        f.form2().Command1->click();
+        f.form3().Command1->click();
+        QCOMPARE(f.sim.boxes.texts(),
+                 QStringList{"There are no actions in the actions list, please configure actions to be taken if service "
+                             "fails !    "});
+        QCOMPARE(f.sim.boxes.shown[0].icon, MsgIcon::Exclamation);
+        QVERIFY(f.form3().isVisible());
+        QVERIFY(f.form2().entries().empty());
+    }
+
+    void secondServiceShowsTheHintAndASelectionMadeMeanwhileWins()
+    {
+        Fleet f;
+        f.open();
+        f.selectService("CUPS Scheduler");
+        f.form2().Command1->click();
+        f.addAction("Alert");
+        f.form3().Command1->click();
+        QCOMPARE(texts(f.form2().List7), (QStringList{"Alert", "", "", "", ""}));
+
+        f.selectService("Print Spooler");
+        f.form2().Command1->click();
+        f.addAction("Restart Service");
+        // Meanwhile another service is chosen in the setup window (which empties the list).
+        f.selectService("Regular background program processing daemon");
+        f.addAction("Restart Service");
+        f.form3().Command1->click();
+        QCOMPARE(texts(f.form2().List2), (QStringList{"CUPS Scheduler", "Regular background program processing daemon"}));
+        QCOMPARE(f.form2().entries()[1].servicename, QStringLiteral("cron"));
+        QCOMPARE(texts(f.form2().List7), QStringList{SetupWindow::kSelectService});
+        f.selectMonitored(1);
+        QCOMPARE(texts(f.form2().List7), (QStringList{"Restart Service", "", "", "", ""}));
+        emit f.form2().List7->itemClicked(f.form2().List7->item(0));
+        QCOMPARE(f.form2().List7->toolTip(), QStringLiteral("Restart Service"));
+    }
+
+    void editReplacesInPlace()
+    {
+        Fleet f;
+        f.writeFile("SRV1", QStringList{"Print Spooler;spooler;Alert;;Restart Service;;;",
+                                        "CUPS Scheduler;cups;Play Sound: /a.wav;;;;;"} +
+                                emptyBlock());
+        f.open();
+        f.form2().Command7->click();
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"Please select a Service!        "});
+        f.selectMonitored(0);
+        emit f.form2().List2->itemDoubleClicked(f.form2().List2->item(0));
+        AlertSetupWindow& form3 = f.form3();
+        QVERIFY(form3.isVisible());
+        QCOMPARE(texts(form3.List1), (QStringList{"Alert", "Restart Service"})); // the empty slot between goes
+        QCOMPARE(form3.editPosition(), 0);
+        form3.List1->setCurrentRow(1);
+        form3.Command6->click();
+        form3.Command1->click();
+        QCOMPARE(texts(f.form2().List2), (QStringList{"Print Spooler", "CUPS Scheduler"}));
+        QCOMPARE(texts(f.form2().List7), (QStringList{"Restart Service", "Alert", "", "", ""}));
+        f.form2().Command3->click();
+        QCOMPARE(f.lines("SRV1").mid(0, 2), (QStringList{"Print Spooler;spooler;Restart Service;Alert;;;;",
+                                                         "CUPS Scheduler;cups;Play Sound: /a.wav;;;;;"}));
+    }
+
+    void removingTheLastServiceUnmonitorsTheServer()
+    {
+        Fleet f({"SRV1\tmonitored", "SRV2\tmonitored"}, false);
+        f.writeFile("Computers", {"SRV2", "SRV1"});
+        f.writeFile("SRV1", QStringList{"Print Spooler;spooler;Alert;;;;;", "junk before the block"} + emptyBlock());
+        f.launch();
+        QCOMPARE(comboTexts(f.w().Combo1), (QStringList{"SRV2", "SRV1"}));
+        f.open();
+        f.form2().Command2->click();
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"Please select a Service!        "});
+        f.selectMonitored(0);
+        QVERIFY(f.form2().List7->count() == 5);
+        f.form2().Command2->click();
+        QVERIFY(f.form2().entries().empty());
+        QCOMPARE(f.form2().List7->count(), 0);
+        QCOMPARE(comboTexts(f.w().Combo1), QStringList{"SRV2"}); // at once, before OK
+        f.form2().Command2->click();
+        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("No Services listed!        "));
+        f.form2().Command3->click();
+        QCOMPARE(shell::MainWindow::serverIcon(f.w().findServer("SRV1")), 7);
+        QCOMPARE(shell::MainWindow::serverIcon(f.w().findServer("SRV2")), 9);
+        QCOMPARE(f.readBytes("Computers"), QByteArray("SRV2\r\n"));
+        QCOMPARE(f.lines("SRV1"), emptyBlock()); // records and other lines before the block go
+    }
+
+    void removeThenAddAgainKeepsTheComboInStep()
+    {
+        Fleet f({"SRV1\tmonitored", "SRV2"}, false);
+        f.writeFile("SRV1", QStringList{"Print Spooler;spooler;Alert;;;;;", "CUPS Scheduler;cups;Alert;;;;;"} + emptyBlock());
+        f.writeFile("Computers", {"SRV1"});
+        f.launch();
+        f.open();
+        f.selectMonitored(1);
+        f.form2().Command2->click();
+        QCOMPARE(comboTexts(f.w().Combo1), QStringList{});
+        f.form2().Command3->click();
+        QCOMPARE(comboTexts(f.w().Combo1), QStringList{"SRV1"});
+        QCOMPARE(f.readBytes("Computers"), QByteArray("SRV1\r\n"));
+        QCOMPARE(f.lines("SRV1").first(), QStringLiteral("Print Spooler;spooler;Alert;;;;;"));
+    }
+
+    void cancelStoresNothingButTheIntervalStays()
+    {
+        Fleet f;
+        f.open();
+        QCOMPARE(f.form2().Label5->text(), QStringLiteral("30"));
+        f.selectService("CUPS Scheduler");
+        f.form2().Command1->click();
+        f.addAction("Alert");
+        f.form3().Command1->click();
+        f.form2().VScroll1->triggerAction(QAbstractSlider::SliderSingleStepSub); // the up arrow
+        QCOMPARE(f.form2().Label5->text(), QStringLiteral("31"));
+        f.form2().Command4->click();
+        QVERIFY(!f.form2().isVisible());
+        QVERIFY(!f.fileExists("SRV1"));
+        QVERIFY(!f.fileExists("Computers"));
+        QCOMPARE(f.readBytes("Interval"), QByteArray("30\r\n"));
+        // Reopening reloads the lists from the files, not the interval.
+        f.open();
+        QVERIFY(f.form2().entries().empty());
+        QCOMPARE(f.form2().Label5->text(), QStringLiteral("31"));
+    }
+
+    void intervalStaysFrom1To240()
+    {
+        Fleet f;
+        QScrollBar* spin = f.form2().VScroll1;
+        spin->setValue(-1);
+        spin->triggerAction(QAbstractSlider::SliderSingleStepAdd); // the down arrow
+        QCOMPARE(f.form2().Label5->text(), QStringLiteral("1"));
+        spin->setValue(-240);
+        spin->triggerAction(QAbstractSlider::SliderSingleStepSub);
+        QCOMPARE(f.form2().Label5->text(), QStringLiteral("240"));
+        spin->setValue(-500);
+        QCOMPARE(f.form2().Label5->text(), QStringLiteral("240"));
+        f.form2().showInterval("0");
+        QCOMPARE(f.form2().Label5->text(), QStringLiteral("1"));
+        QCOMPARE(spin->value(), -1);
+        f.form2().showInterval("garbage");
+        QCOMPARE(f.form2().Label5->text(), QStringLiteral("30"));
+        f.form2().showInterval("90");
+        QCOMPARE(spin->value(), -90);
+    }
+
+    void startupShowsTheIntervalFile()
+    {
+        Fleet f({"SRV1"}, false);
+        f.writeFile("Interval", {"15", "ignored"});
+        f.launch();
+        QCOMPARE(f.form2().Label5->text(), QStringLiteral("15"));
+        QCOMPARE(f.form2().VScroll1->value(), -15);
+        QCOMPARE(f.w().state.checkinterval, QStringLiteral("15"));
+    }
+
+    void monitorServiceFromTheMainWindow()
+    {
+        Fleet f;
+        f.writeFile("SRV1", QStringList{"CUPS Scheduler;cups;Alert;;;;;"} + emptyBlock());
+        f.w().Command2->click(); // list the services in the main window
+        auto select = [&](const QString& display) {
+            const auto items = f.w().ListView1->findItems(display, Qt::MatchExactly);
+            QVERIFY(!items.isEmpty());
+            f.w().ListView1->setCurrentItem(items.first());
+        };
+        select("Print Spooler");
+        f.w().mnumonitorservice->trigger();
+        QVERIFY(f.form2().isVisible());
+        QVERIFY(f.form3().isVisible());
+        QCOMPARE(f.form3().Frame1->title(), QStringLiteral("Monitoring Options for Service : Print Spooler"));
+        QCOMPARE(f.form2().ListView1->currentItem()->text(0), QStringLiteral("Print Spooler"));
+        f.addAction("Alert");
+        f.form3().Command1->click();
+        QCOMPARE(f.form2().entries().back().servicename, QStringLiteral("spooler"));
+
+        f.form3().hide();
+        f.form2().hide();
+        f.w().Command2->click();
+        select("CUPS Scheduler");
+        f.w().mnumonitorservice->trigger();
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"Item already exists          "});
+        QVERIFY(!f.form3().isVisible());
+    }
+
+    void handEditedFilesAreReadAsStored()
+    {
+        Fleet f;
+        const QString odd = "Odd;odd;Reboot Server;Start program: /opt/my tools/größe.sh;Play Sound: /snd/notes.txt;"
+                            "Alert;Restart Service;Send Email to: x@y;extra;";
+        f.writeFile("SRV1", {"No final semicolon;cups;Alert", odd, "", "Cron;cron;;;;;;"});
+        f.open();
+        QCOMPARE(texts(f.form2().List2), (QStringList{"Odd", "Cron"}));
+        const auto& odd0 = f.form2().entries()[0];
+        QCOMPARE(odd0.actions[0], QStringLiteral("Reboot Server")); // unknown, kept
+        QCOMPARE(odd0.actions[4], QStringLiteral("Restart Service")); // the sixth and seventh slots are dropped
+        f.form2().Command3->click();
+        // No properties block: the empty one is written after the records.
+        QCOMPARE(f.lines("SRV1"),
+                 (QStringList{"Odd;odd;Reboot Server;Start program: /opt/my tools/größe.sh;Play Sound: /snd/notes.txt;"
+                             "Alert;Restart Service;",
+                             "Cron;cron;;;;;;"} +
+                  emptyBlock()));
+        // What is stored now reads back identically.
+        f.open();
+        f.form2().Command3->click();
+        QCOMPARE(f.lines("SRV1").mid(0, 2),
+                 (QStringList{"Odd;odd;Reboot Server;Start program: /opt/my tools/größe.sh;Play Sound: /snd/notes.txt;"
+                              "Alert;Restart Service;",
+                              "Cron;cron;;;;;;"}));
+        // A last line without its line end is not a record.
+        f.writeBytes("SRV1", "Cron;cron;Alert;;;;;\r\nCUPS;cups;Alert;;;;;");
+        f.open();
+        QCOMPARE(texts(f.form2().List2), QStringList{"Cron"});
+    }
+
+    void storedActionsRunOnAFailedService()
+    {
+        Fleet f;
+        f.writeFile("MailProfile", {"default"});
+        f.open();
+        f.selectService("Print Spooler");
+        f.form2().Command1->click();
+        f.addAction("Alert");
+        f.addAction("Play Sound:", "/snd/alarm.wav");
+        f.addAction("Restart Service");
+        f.addAction("Start program:", "/opt/tools/page oncall");
+        f.form3().Command1->click();
+        f.form2().Command3->click();
+
+        const auto records = core::readMonitoredServices(*f.sim.platform().files, f.path("SRV1"));
+        QCOMPARE(records.size(), size_t(1));
+        QVERIFY(!f.w().Timer6->isEnabled());
+        f.w().state.currentstate = QStringLiteral("Stopped");
+        bool finished = false;
+        f.w().dispatcher->runactions("SRV1", records[0], [&] { finished = true; });
+        f.sim.clock.advance(actions::ActionDispatcher::kRestartWaitMs);
+        QVERIFY(finished);
+        QVERIFY(f.w().Timer6->isEnabled());
+        QCOMPARE(f.sim.sound.playing, QStringLiteral("/snd/alarm.wav"));
+        QCOMPARE(f.sim.opener.opened.last().file, QStringLiteral("/opt/tools/page oncall"));
+        QCOMPARE(f.lines("Jobs.log"), (QStringList{"Alert activated", "Play Sound /snd/alarm.wav successfully",
+                                                    "Attemp to restart service : spooler Successfull",
+                                                    "Program started: /opt/tools/page oncall"}));
+        QCOMPARE(f.w().state.restartresult, QStringLiteral("Attemp to restart service : spooler Successfull"));
+        QCOMPARE(f.sim.services.service("SRV1", "spooler")->state, svcstate::running);
+    }
+};
+
+QTEST_MAIN(TestSetupWindow)
+#include "tst_setupwindow.moc"
