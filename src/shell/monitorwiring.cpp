@@ -1,6 +1,8 @@
 #include "shell/monitorwiring.h"
 
 #include "actions/dispatcher.h"
+#include "actions/mailing.h"
+#include "monitoring/alertsetupwindow.h"
 #include "monitoring/setupwindow.h"
 #include "shell/mainwindow.h"
 
@@ -28,6 +30,10 @@ actions::ActionDispatcher* connectMonitoring(MainWindow& window)
     QObject::connect(window.mnumonitorservice, &QAction::triggered, w,
                      [w] { w->setupWindow()->monitorSelectedService(); });
     window.onIntervalRead = [w](const QString& interval) { w->setupWindow()->showInterval(interval); };
+    if (window.mailing) {
+        window.mailing->connectTo(*dispatcher);
+        window.mailing->hideSetupAlert = [w] { w->setupWindow()->alertSetup()->hide(); };
+    }
     return dispatcher;
 }
 
