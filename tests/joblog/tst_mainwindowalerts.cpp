@@ -1,0 +1,152 @@
+// The job log and the alert window inside the running main window: the Log menu, the reset
+// commands of the main window and the tray menu, the Timer6 beep, and the alert window's way
+// back into the main window ("&Check Services", "Goto service...").
+#include "joblog/alertwindow.h"
+#include "joblog/logandalerts.h"
+#include "support/windowfixture.h"
+
+#include <QAction>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTreeWidget>
+
+using namespace velmora;
+using platform::MsgIcon;
+using test::WindowFixture;
+namespace svcstate = platform::svcstate;
+
+namespace {
+
+int beepsSince(const WindowFixture& f, int from)
+{
+    return int(f.sim.beeper.beeps.size()) - from;
+}
+
+} // namespace
+
+class TestMainWindowAlerts : public QObject {
+    Q_OBJECT
+private slots:
+    void timer6BeepsUntilEitherMainWindowResetStopsIt_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::newRow("Reset Alert button") << "Command12";
+        QTest::newRow("tray Reset Alert") << "traymnuresetalert";
+    }
+    void timer6BeepsUntilEitherMainWindowResetStopsIt()
+    {
+        QFETCH(QString, command);
+        WindowFixture f;
+        auto& w = f.start();
+        QVERIFY(!w.Timer6->isEnabled());
+        QCOMPARE(w.Timer6->interval(), 250);
+        f.sim.clock.advance(2000);
+        QCOMPARE(f.sim.beeper.beeps.size(), 0);
+
+        w.Timer6->setEnabled(true);
+        w.hide(); // in the tray it goes on beeping
+        f.sim.clock.advance(1000);
+        QCOMPARE(f.sim.beeper.beeps.size(), 4);
+        QCOMPARE(f.sim.beeper.beeps.last().frequency, 1300);
+        QCOMPARE(f.sim.beeper.beeps.last().duration, 500);
+
+        const int stops = f.sim.sound.stops;
+        if (command == QLatin1String("Command12"))
+            w.Command12->click();
+        else
+            w.traymnuresetalert->trigger();
+        QVERIFY(!w.Timer6->isEnabled());
+        QCOMPARE(f.sim.sound.stops, stops + 1);
+        f.sim.clock.advance(5000);
+        QCOMPARE(beepsSince(f, 4), 0);
+        QVERIFY(f.sim.boxes.shown.isEmpty());
+    }
+
+    void logMenuShowsAndDeletesTheLog()
+    {
+        WindowFixture f;
+        auto& w = f.start();
+        f.writeBytes("Jobs.log", "16.11.26 20:50:14\tSRV01\tSpooler\tStopped\r\n");
+
+        w.mnushowlogfile->trigger();
+        QCOMPARE(f.sim.opener.opened.size(), 1);
+        QCOMPARE(f.sim.opener.opened[0].file, f.path("Jobs.log"));
+        QVERIFY(f.sim.boxes.shown.isEmpty());
+
+        f.sim.opener.script(31);
+        w.mnushowlogfile->trigger();
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"No Application for file extention!"});
+        QCOMPARE(f.sim.boxes.shown[0].icon, MsgIcon::Critical);
+
+        w.mnudeletelogfile->trigger();
+        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Are you sure you want to delete the logfile ?"));
+        QVERIFY(f.fileExists("Jobs.log"));
+        QCOMPARE(f.readBytes("Jobs.log"), QByteArray());
+    }
+
+    void theLogFollowsTheDataFolderField()
+    {
+        WindowFixture f;
+        auto& w = f.start();
+        QTemporaryDir other;
+        w.Text7->setText(other.path());
+        w.logandalerts->joblog().ensurejoblog();
+        QVERIFY(QFile::exists(other.filePath("Jobs.log")));
+        QCOMPARE(w.state.datafolder, other.path());
+    }
+
+    void checkServicesOnTheAlertWindowPressesCommand9()
+    {
+        WindowFixture f;
+        auto& w = f.start();
+        w.Command9->setEnabled(true);
+        QSignalSpy pressed(w.Command9, &QPushButton::clicked);
+        w.logandalerts->alertwindow()->Command4->click();
+        QCOMPARE(pressed.count(), 1);
+    }
+
+    void gotoServiceSelectsTheServerAndShowsTheService()
+    {
+        WindowFixture f;
+        f.writeFile("Computerlist", {"SRV1\tmonitored", "SRV2\tmonitored"});
+        f.sim.icmp.addComputer("SRV1", "10.9.0.1", 0);
+        f.sim.icmp.addComputer("SRV2", "10.9.0.2", 0);
+        f.sim.services.addComputer("SRV1");
+        f.sim.services.addService("SRV2", {.name = "cups.service", .displayName = "CUPS Scheduler",
+                                           .state = svcstate::stopped, .binaryPath = "/usr/sbin/cupsd -l"});
+        f.sim.services.addService("SRV2", {.name = "nginx.service", .displayName = "nginx web server",
+                                           .state = svcstate::running, .binaryPath = "/usr/sbin/nginx"});
+        auto& w = f.start();
+        w.Text1->setText("SRV1");
+
+        joblog::LogAndAlerts& m = *w.logandalerts;
+        m.showalertwindow();
+        m.addalertrow("SRV2", "cups.service", "Stopped", m.joinactions({"Alert"}));
+        joblog::AlertWindow* form4 = m.alertwindow();
+        form4->ListView1->setCurrentItem(form4->ListView1->topLevelItem(0));
+        form4->mnuf4gotoservice->trigger();
+
+        QCOMPARE(w.Text1->text(), QStringLiteral("SRV2"));
+        QCOMPARE(w.ListView2->currentItem()->text(0), QStringLiteral("SRV2"));
+        QVERIFY(w.ListView1->currentItem());
+        QCOMPARE(w.ListView1->currentItem()->text(0), QStringLiteral("CUPS Scheduler"));
+        QCOMPARE(w.Text3->text(), QStringLiteral("cups.service"));
+        QCOMPARE(w.Text2->text(), QStringLiteral("/usr/sbin/cupsd -l"));
+    }
+
+    void startUpEmptiesTheAlertWindowsTextRecord()
+    {
+        WindowFixture f;
+        auto& w = f.start();
+        w.logandalerts->alertwindow()->Text1->setPlainText("old");
+        w.onLocalComputerNameRead();
+        QCOMPARE(w.logandalerts->alertwindow()->Text1->toPlainText(), QString());
+    }
+};
+
+QTEST_MAIN(TestMainWindowAlerts)
+#include "tst_mainwindowalerts.moc"
