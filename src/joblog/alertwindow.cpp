@@ -129,13 +129,15 @@ AlertWindow::AlertWindow(LogAndAlerts& owner, QWidget* parent) : QWidget(parent,
 AlertWindow::~AlertWindow() = default;
 
 void AlertWindow::addrow(const QDateTime& at, const QString& server, const QString& service, const QString& state,
-                         const QString& actions)
+                         const QString& actions, bool red)
 {
     const QLocale& locale = owner_.joblog().locale();
     auto* item = new QTreeWidgetItem(QStringList{dateText(at, locale), timeText(at, locale), server, service, state,
                                                  actions});
-    for (int c = 2; c <= 4; ++c)
-        item->setForeground(c, kRed);
+    if (red) {
+        for (int c = 2; c <= 4; ++c)
+            item->setForeground(c, kRed);
+    }
     ListView1->addTopLevelItem(item);
 }
 

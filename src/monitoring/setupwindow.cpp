@@ -468,9 +468,11 @@ void SetupWindow::showInterval(const QString& minutes)
     int value = minutes.trimmed().toInt(&isNumber);
     if (!isNumber)
         value = 30;
-    value = std::clamp(value, kMinInterval, kMaxInterval);
+    // The file's value is shown as it is (an interval of 0 scans on every tick); only the
+    // spinner keeps to its range. Negative values make no sense and read as 0.
+    value = std::max(value, 0);
     const QSignalBlocker block(VScroll1);
-    VScroll1->setValue(-value);
+    VScroll1->setValue(-std::clamp(value, kMinInterval, kMaxInterval));
     Label5->setText(QString::number(value));
 }
 

@@ -3,6 +3,8 @@
 #include "core/datafolder.h"
 #include "core/serverfile.h"
 #include "core/serverlistfile.h"
+#include "actions/dispatcher.h"
+#include "monitoring/checkcycle.h"
 #include "monitoring/reachability.h"
 #include "monitoring/setupwindow.h"
 #include "servicecontrol/servicecontrol.h"
@@ -114,6 +116,17 @@ MainWindow::MainWindow(const platform::Platform& platform, QWidget* parent)
     logandalerts = connectJobLog(*this);
     mailing = connectMailing(*this);
     dispatcher = connectMonitoring(*this);
+
+    checkcycle = new monitoring::CheckCycle(*this, *logandalerts);
+    checkcycle->runactions = [this](const QString& server, const core::MonitoredService& record, const QString&,
+                                    std::function<void()> done) { dispatcher->runactions(server, record, std::move(done)); };
+    // The scheduler reads the interval from the setup window, where it is shown and changed.
+    checkcycle->intervalCaption = [this] { return setupWindow()->Label5->text(); };
+    onCheckInterval = [this](const QString&) { checkcycle->checkintervall(setupWindow()->Label5->text()); };
+    connect(Timer5, &platform::Timer::timeout, checkcycle, &monitoring::CheckCycle::timer5Tick);
+    connect(Command9, &QPushButton::clicked, checkcycle, &monitoring::CheckCycle::checkNow);
+    connect(mnuChecknow, &QAction::triggered, Command9, &QPushButton::click);
+    connect(mnutrayChecknow, &QAction::triggered, Command9, &QPushButton::click);
     // Logout and system shutdown close the window like its close box.
     p_.app->onSessionEnd([this] {
         if (!p_.app->ended())

@@ -22,7 +22,7 @@ class QPushButton;
 class QTreeWidget;
 class QTreeWidgetItem;
 
-namespace velmora::monitoring { class Reachability; class SetupWindow; }
+namespace velmora::monitoring { class CheckCycle; class Reachability; class SetupWindow; }
 namespace velmora::servicecontrol { class ServiceControl; }
 namespace velmora::joblog { class LogAndAlerts; }
 namespace velmora::actions { class ActionDispatcher; class Mailing; }
@@ -120,6 +120,8 @@ public:
     // Sets the service side back to empty.
     void clearServiceSide();
 
+    // The monitor: the scheduler tick, the timed scan and the immediate check.
+    monitoring::CheckCycle* checkcycle = nullptr;
     // The service side: listing, details, start and stop.
     servicecontrol::ServiceControl* services = nullptr;
     // The job log, the alert window Form4 and the alert signal (Timer6).

@@ -1,0 +1,273 @@
+#include "joblog/alertwindow.h"
+#include "joblog/logandalerts.h"
+#include "monitoring/checkcycle.h"
+#include "monitoring/setupwindow.h"
+#include "support/windowfixture.h"
+
+#include <QLabel>
+#include <QListWidget>
+#include <QPushButton>
+#include <QTest>
+#include <QTreeWidget>
+#include <algorithm>
+#include <random>
+
+using namespace velmora;
+using test::WindowFixture;
+namespace svcstate = platform::svcstate;
+
+namespace {
+
+// Runs each job at once but holds its completion back until the test releases it, so that
+// answers can be delivered in any order.
+class HoldingWorker : public platform::Worker {
+public:
+    void run(QObject* context, std::function<std::function<void()>()> job) override
+    {
+        QPointer<QObject> guard(context);
+        held.push_back([guard, done = job()] {
+            if (guard && done)
+                done();
+        });
+    }
+    // Releases every held completion (and those they cause) in a shuffled order.
+    void releaseScrambled(unsigned seed)
+    {
+        std::mt19937 rng(seed);
+        while (!held.empty()) {
+            std::shuffle(held.begin(), held.end(), rng);
+            auto next = std::move(held.back());
+            held.pop_back();
+            next();
+        }
+    }
+    std::vector<std::function<void()>> held;
+};
+
+// The job log without the timestamps that open check and server lines.
+QStringList logLines(const WindowFixture& f)
+{
+    QStringList out;
+    for (const QString& line : QString::fromUtf8(f.readBytes("Jobs.log")).split("\r\n", Qt::SkipEmptyParts)) {
+        const qsizetype tab = line.indexOf('\t');
+        out << (tab < 0 ? line : line.mid(tab + 1));
+    }
+    return out;
+}
+
+QStringList alertRows(shell::MainWindow& w)
+{
+    QStringList out;
+    auto* list = w.logandalerts->alertwindow()->ListView1;
+    for (int i = 0; i < list->topLevelItemCount(); ++i) {
+        const auto* item = list->topLevelItem(i);
+        out << QStringList{item->text(2), item->text(3), item->text(4), item->text(5)}.join('|');
+    }
+    return out;
+}
+
+// Four servers: WEB1 with two services, DB2 that does not answer, LAB3 in maintenance, and
+// FILE4 with one service. Interval 30 minutes.
+struct Fleet : WindowFixture {
+    Fleet()
+    {
+        writeFile("Computerlist", {"WEB1\tmonitored", "DB2\tmonitored", "LAB3\tmonitored", "FILE4\tmonitored"});
+        writeFile("Computers", {"WEB1", "DB2", "LAB3", "FILE4"});
+        writeFile("WEB1", {"Web server;nginx.service;Alert;;;;;", "Jobs;cron.service;Restart Service;;;;;",
+                           "No final semicolon;ssh.service;;;;;Alert", "[Properties:]", "[EOF]"});
+        writeFile("DB2", {"Database;mariadb.service;Alert;;;;;"});
+        writeFile("LAB3", {"Lab;lab.service;Alert;;;;;"});
+        writeFile("FILE4", {"Samba;smbd.service;;;;;;"});
+        writeFile("Interval", {"30"});
+        sim.icmp.addComputer("WEB1", "10.4.0.1", 0);
+        sim.icmp.addComputer("DB2", "10.4.0.2", 11010);
+        sim.icmp.addComputer("LAB3", "10.4.0.3", 0);
+        sim.icmp.addComputer("FILE4", "10.4.0.4", 0);
+        auto& s = sim.services;
+        s.addService("WEB1", {.name = "nginx.service", .state = svcstate::stopped});
+        s.addService("WEB1", {.name = "cron.service", .state = svcstate::running});
+        s.addService("WEB1", {.name = "ssh.service", .state = svcstate::stopped});
+        s.addService("FILE4", {.name = "smbd.service", .state = svcstate::paused});
+        s.addService("DB2", {.name = "mariadb.service", .state = svcstate::stopped});
+        s.addService("LAB3", {.name = "lab.service", .state = svcstate::running});
+    }
+    shell::MainWindow& startWithMaintenance()
+    {
+        window = std::make_unique<shell::MainWindow>(sim.platform());
+        window->load();
+        window->setServerMaintenance(window->findServer("LAB3"), true);
+        sim.clock.advance(1000);
+        return *window;
+    }
+};
+
+const QStringList kFirstScan{
+    "WEB1\tnginx.service\tStopped", "Alert activated",
+    "WEB1\tcron.service\tRunning",
+    "DB2\tCould not reach Server, Server not available.",
+    "LAB3\tServer is in Maintenance Mode",
+    "FILE4\tsmbd.service\tPaused",
+};
+
+} // namespace
+
+class TestCheckCycle : public QObject {
+    Q_OBJECT
+private slots:
+    void timedScanLogsAlertsAndActsInFileOrder()
+    {
+        Fleet f;
+        auto& w = f.startWithMaintenance();
+        QCOMPARE(logLines(f), kFirstScan);
+        QCOMPARE(alertRows(w), (QStringList{"WEB1|nginx.service|Stopped|Alert            ",
+                                            "FILE4|smbd.service|Paused|            "}));
+        auto* form4 = w.logandalerts->alertwindow();
+        QVERIFY(form4->isVisible()); // the popup option is on by default
+        QCOMPARE(form4->Label2->text(), QStringLiteral("Failed Services :"));
+        QVERIFY(form4->Label1->text().startsWith("Next scan at :  "));
+        QVERIFY(w.Timer6->isEnabled());
+        QCOMPARE(w.serverIcon(w.findServer("DB2")), 10);
+        QCOMPARE(w.serverIcon(w.findServer("WEB1")), 9);
+        QCOMPARE(w.state.lasterror, QStringLiteral("Could not reach Server, Server not available."));
+        QVERIFY(w.Command9->isEnabled());
+        QCOMPARE(w.setupWindow()->List3->count(), 3); // the servers visited, not the one in maintenance
+        // The server in maintenance was neither pinged nor queried.
+        QVERIFY(!f.sim.icmp.pinged.contains("10.4.0.3") || f.sim.icmp.pinged.count("10.4.0.3") == 1);
+        QVERIFY(!f.sim.services.calls().join('\n').contains("LAB3"));
+
+        // Nothing is remembered: the next scan, 30 minutes on, does it all again.
+        f.sim.clock.advance(30 * 60 * 1000 - 1000);
+        QCOMPARE(logLines(f).size(), kFirstScan.size());
+        f.sim.clock.advance(1000);
+        QCOMPARE(logLines(f), kFirstScan + kFirstScan);
+        QCOMPARE(alertRows(w).size(), 4);
+    }
+
+    void answersInAnyOrderGiveTheSameLog()
+    {
+        QStringList reference;
+        {
+            Fleet f;
+            f.startWithMaintenance();
+            reference = logLines(f);
+        }
+        for (unsigned seed : {1u, 2u, 3u, 4u, 5u}) {
+            Fleet f;
+            HoldingWorker worker;
+            auto p = f.sim.platform();
+            p.worker = &worker;
+            shell::MainWindow w(p);
+            w.load();
+            w.setServerMaintenance(w.findServer("LAB3"), true);
+            f.sim.clock.advance(1000);
+            worker.releaseScrambled(seed);
+            QCOMPARE(logLines(f), reference);
+            QVERIFY(!w.checkcycle->scanRunning());
+        }
+    }
+
+    void failedCallsBecomeCheckLinesAndRestartRunsToTheEnd()
+    {
+        Fleet f;
+        f.sim.services.removeService("WEB1", "nginx.service");
+        f.sim.services.setState("WEB1", "cron.service", svcstate::stopped);
+        f.sim.services.failOn(platform::sim::SimServices::Call::QueryStatus, 5, "FILE4");
+        auto& w = f.start();
+        // The restart waits 5000 ms on the clock before the scan goes on to the next server.
+        QCOMPARE(logLines(f), (QStringList{"WEB1\tnginx.service\tOpen Service failed.   Error  1060",
+                                           "WEB1\tcron.service\tStopped"}));
+        QVERIFY(w.checkcycle->scanRunning());
+        f.sim.clock.advance(5000);
+        QCOMPARE(logLines(f).mid(2), (QStringList{"Attemp to restart service : cron.service Successfull",
+                                                  "DB2\tCould not reach Server, Server not available.",
+                                                  "LAB3\tlab.service\tRunning",
+                                                  "FILE4\tsmbd.service\tQuery Service Status failed.   Error  5"}));
+        QVERIFY(!w.checkcycle->scanRunning());
+    }
+
+    void aScanIsNeverStartedTwiceAndNoneIsLost()
+    {
+        Fleet f;
+        f.writeFile("Interval", {"0"});
+        f.sim.services.setState("WEB1", "cron.service", svcstate::stopped);
+        auto& w = f.start();
+        auto scans = [&] { return int(logLines(f).count("WEB1\tnginx.service\tStopped")); };
+        // The restart holds the first scan for five seconds; the ticks meanwhile queue one scan.
+        f.sim.clock.advance(3000);
+        QCOMPARE(scans(), 1);
+        QVERIFY(w.checkcycle->scanRunning());
+        // At 6 s the first scan ends, the one queued meanwhile runs (four ticks queued only one),
+        // and the tick of that second starts another.
+        f.sim.clock.advance(2000);
+        QCOMPARE(scans(), 3);
+        QCOMPARE(logLines(f).count("WEB1\tcron.service\tRunning"), 2); // the restart brought it back
+        // With an interval of 0 every tick starts a scan.
+        f.sim.clock.advance(3000);
+        QCOMPARE(scans(), 6);
+    }
+
+    void aDayOnTheClockGivesOneScanPerInterval()
+    {
+        WindowFixture f;
+        f.writeFile("Computers", {"SRV"});
+        f.writeFile("Computerlist", {"SRV\tmonitored"});
+        f.writeFile("SRV", {"Cron;cron.service;;;;;;"});
+        f.writeFile("Interval", {"30"});
+        f.sim.icmp.addComputer("SRV", "10.4.1.1", 0);
+        f.sim.services.addService("SRV", {.name = "cron.service", .state = svcstate::running});
+        f.start();
+        f.sim.clock.advance(24LL * 3600 * 1000);
+        QCOMPARE(logLines(f).size(), 1 + 48);
+    }
+
+    void immediateCheckShowsEveryServiceWithoutLoggingOrActing()
+    {
+        Fleet f;
+        auto& w = f.startWithMaintenance();
+        f.writeBytes("Jobs.log", "");
+        w.Timer6->setEnabled(false);
+        f.sim.services.failOn(platform::sim::SimServices::Call::OpenManager, 1722, "FILE4");
+        w.mnuChecknow->trigger();
+        QCOMPARE(f.readBytes("Jobs.log"), QByteArray());
+        QVERIFY(!w.Timer6->isEnabled());
+        auto* form4 = w.logandalerts->alertwindow();
+        QCOMPARE(form4->Label2->text(), QStringLiteral("All Services to be monitored :"));
+        QCOMPARE(form4->Label1->text(), QStringLiteral("Interval in turn"));
+        QCOMPARE(alertRows(w), (QStringList{"WEB1|nginx.service|Stopped|Alert            ",
+                                            "WEB1|cron.service|Running|Restart Service            ",
+                                            "DB2|mariadb.service|Error Server not Available|Alert            ",
+                                            "LAB3|lab.service|Running|Alert            ",
+                                            "FILE4|smbd.service|Open Service Manager failed. Error  1722|            "}));
+        QCOMPARE(form4->ListView1->topLevelItem(1)->foreground(4).color(), form4->ListView1->palette().text().color());
+        QVERIFY(!w.state.checknowactive);
+
+        // The next timed scan starts its own list again.
+        f.sim.services.clearFailures();
+        f.sim.clock.advance(30 * 60 * 1000);
+        QCOMPARE(form4->Label2->text(), QStringLiteral("Failed Services :"));
+        QCOMPARE(alertRows(w).size(), 2);
+    }
+
+    void immediateCheckNeedsMonitoredServers()
+    {
+        WindowFixture f;
+        auto& w = f.start();
+        w.Command9->click();
+        f.writeBytes("Computers", "\r\nSRV\r\n");
+        w.Command9->click();
+        const QString msg = "There are no Services to be monitored,  please configure Services to be monitored !    ";
+        QCOMPARE(f.sim.boxes.texts(), (QStringList{msg, msg}));
+        QCOMPARE(int(f.sim.boxes.shown.first().icon), int(platform::MsgIcon::Exclamation));
+    }
+
+    void leadingNumberOfAnIntervalText()
+    {
+        QCOMPARE(monitoring::leadingNumber("15"), 15);
+        QCOMPARE(monitoring::leadingNumber("15 Minutes"), 15);
+        QCOMPARE(monitoring::leadingNumber("Minutes"), 0);
+        QCOMPARE(monitoring::leadingNumber(""), 0);
+    }
+};
+
+QTEST_MAIN(TestCheckCycle)
+#include "tst_checkcycle.moc"
