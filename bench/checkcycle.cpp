@@ -1,0 +1,157 @@
+// One timed scan over 200 servers with 5 monitored services each, 20 % of the servers not
+// answering the ping. Status queries take 1 to 20 ms each (simulated service managers that
+// sleep), unreachable servers cost the 500 ms ping time-out; timers, worker threads and files
+// are real. Prints the scan's wall time, what a one-at-a-time scan would take, the target, and
+// the longest stall of the event loop.
+#include "monitoring/checkcycle.h"
+#include "platform/linux/linuxplatform.h"
+#include "platform/sim/simplatform.h"
+#include "shell/mainwindow.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QHash>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QTimer>
+#include <cstdio>
+#include <random>
+
+using namespace velmora;
+
+namespace {
+
+// A service manager whose status queries take a fixed time per service.
+class SlowServices : public platform::ServiceManager {
+public:
+    explicit SlowServices(platform::ServiceManager& inner) : inner_(inner) {}
+    QHash<QString, int> latencyMs; // "SERVER/service" -> ms
+
+    platform::ScmHandle openManager(const QString& c) override { return inner_.openManager(c); }
+    platform::ServiceHandle openService(const platform::ScmHandle& s, const QString& n) override
+    {
+        return inner_.openService(s, n);
+    }
+    platform::EnumResult enumerateServices(const platform::ScmHandle& s, int f) override
+    {
+        return inner_.enumerateServices(s, f);
+    }
+    platform::StatusResult queryStatus(const platform::ServiceHandle& s) override
+    {
+        QThread::msleep(unsigned(latencyMs.value(s.computer + '/' + s.name)));
+        return inner_.queryStatus(s);
+    }
+    platform::ConfigResult queryConfig(const platform::ServiceHandle& s) override { return inner_.queryConfig(s); }
+    platform::EnumResult enumerateDependents(const platform::ServiceHandle& s, int f) override
+    {
+        return inner_.enumerateDependents(s, f);
+    }
+    int start(const platform::ServiceHandle& s) override { return inner_.start(s); }
+    int stop(const platform::ServiceHandle& s) override { return inner_.stop(s); }
+    void disconnect(const QString& c) override { inner_.disconnect(c); }
+
+private:
+    platform::ServiceManager& inner_;
+};
+
+void writeLines(const QString& path, const QStringList& lines)
+{
+    QFile f(path);
+    f.open(QIODevice::WriteOnly);
+    for (const QString& l : lines)
+        f.write(l.toUtf8() + "\r\n");
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QApplication app(argc, argv);
+    QTemporaryDir dir;
+    constexpr int servers = 200, perServer = 5, timeoutMs = 500;
+
+    platform::LinuxPlatform real;
+    platform::sim::SimPlatform sim;
+    sim.system.program_folder = dir.path();
+    SlowServices slow(sim.services);
+    std::mt19937 rng(42);
+    std::uniform_int_distribution<int> latency(1, 20);
+
+    QStringList names, list;
+    qint64 serialMs = 0, slowestServerMs = 0;
+    for (int i = 0; i < servers; ++i) {
+        const QString name = QStringLiteral("SRV%1").arg(i, 3, 10, QLatin1Char('0'));
+        const bool up = i % 5 != 0;
+        names << name;
+        list << name + "\tmonitored";
+        sim.icmp.addComputer(name, QStringLiteral("10.%1.%2.1").arg(i / 200).arg(i % 200), up ? 0 : 11010);
+        QStringList records;
+        qint64 serverMs = 0;
+        for (int k = 0; k < perServer; ++k) {
+            const QString svc = QStringLiteral("svc%1.service").arg(k);
+            records << QStringLiteral("Service %1;%2;Alert;;;;;").arg(k).arg(svc);
+            sim.services.addService(name, {.name = svc, .state = platform::svcstate::running});
+            const int ms = latency(rng);
+            slow.latencyMs.insert(name + '/' + svc, ms);
+            serverMs += ms;
+        }
+        writeLines(dir.filePath(name), records);
+        // A one-at-a-time scan waits for every ping and every query in turn.
+        serialMs += up ? serverMs : timeoutMs;
+        slowestServerMs = std::max(slowestServerMs, up ? serverMs : 0);
+    }
+    writeLines(dir.filePath("Computers"), names);
+    writeLines(dir.filePath("Computerlist"), list);
+    writeLines(dir.filePath("Interval"), {"240"});
+    // The ping batch answers after the time-out, as a real echo socket with silent hosts does.
+    sim.icmp.delay_ms = timeoutMs;
+
+    platform::Platform p = sim.platform();
+    p.clock = real.platform().clock;
+    p.worker = real.platform().worker;
+    p.services = &slow;
+
+    shell::MainWindow window(p);
+    QElapsedTimer clock;
+    qint64 cycleMs = -1, maxStall = 0, lastTick = 0;
+    bool measuring = false;
+    QTimer probe;
+    probe.setInterval(2);
+    QObject::connect(&probe, &QTimer::timeout, [&] {
+        const qint64 now = clock.elapsed();
+        if (measuring)
+            maxStall = std::max(maxStall, now - lastTick);
+        lastTick = now;
+    });
+
+    int finished = 0;
+    QObject::connect(window.checkcycle, &monitoring::CheckCycle::scanFinished, [&] {
+        if (++finished == 1) {
+            // The start-up scan is done; measure a second one from a quiet event loop.
+            QTimer::singleShot(100, &app, [&] {
+                clock.restart();
+                lastTick = 0;
+                measuring = true;
+                window.checkcycle->trigger();
+            });
+        } else {
+            cycleMs = clock.elapsed();
+            measuring = false;
+            app.quit();
+        }
+    });
+    clock.start();
+    probe.start();
+    window.load();
+    QTimer::singleShot(60000, &app, [&] { app.quit(); });
+    app.exec();
+
+    const qint64 limitMs = 2 * (timeoutMs + slowestServerMs);
+    std::printf("cycle_ms: %lld\n", static_cast<long long>(cycleMs));
+    std::printf("serial_ms: %lld\n", static_cast<long long>(serialMs));
+    std::printf("limit_ms: %lld\n", static_cast<long long>(limitMs));
+    std::printf("max_stall_ms: %lld\n", static_cast<long long>(maxStall));
+    window.menuExit();
+    return 0;
+}
