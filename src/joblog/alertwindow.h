@@ -39,8 +39,8 @@ public:
     QMenu* mnuf4context = nullptr;
     QAction* mnuf4gotoservice = nullptr;
 
-    // Appends a row; columns 2 to 4 (server, service, state) drawn in red, or only the state
-    // column when red is false (the immediate check shows running services in plain colours).
+    // Appends a row; columns 2 to 4 (server, service, state) drawn in red unless red is false
+    // (the immediate check lists running services in plain colours).
     void addrow(const QDateTime& at, const QString& server, const QString& service, const QString& state,
                 const QString& actions, bool red = true);
     // The indicator: red above the large-log size, the button face at or below; the caption
