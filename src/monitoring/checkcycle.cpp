@@ -19,7 +19,6 @@
 namespace velmora::monitoring {
 
 using platform::MsgIcon;
-using platform::ServiceManager;
 namespace svcerror = platform::svcerror;
 
 namespace {
@@ -27,25 +26,6 @@ namespace {
 const QString kFailedServices = QStringLiteral("Failed Services :");
 const QString kAllServices = QStringLiteral("All Services to be monitored :");
 const QString kRunning = QStringLiteral("Running");
-
-ServiceCheck queryService(ServiceManager& sm, const QString& computer, const QString& service)
-{
-    ServiceCheck c;
-    auto scm = sm.openManager(computer);
-    c.scmError = scm.error;
-    if (!scm.valid())
-        return c;
-    auto svc = sm.openService(scm, service);
-    c.serviceError = svc.error;
-    if (svc.valid()) {
-        const auto st = sm.queryStatus(svc);
-        c.statusError = st.error;
-        c.state = st.state;
-        ServiceManager::close(svc);
-    }
-    ServiceManager::close(scm);
-    return c;
-}
 
 QStringList actionSlots(const core::MonitoredService& record)
 {
@@ -269,7 +249,7 @@ void CheckCycle::queryServices(const std::shared_ptr<Scan>& scan, size_t index)
         std::vector<ServiceCheck> checks;
         checks.reserve(size_t(keys.size()));
         for (const QString& key : keys)
-            checks.push_back(queryService(*sm, computer, key));
+            checks.push_back(servicecontrol::openAndQuery(*sm, computer, key));
         return [this, scan, index, checks = std::move(checks)] {
             Server& s = scan->servers[index];
             s.checks = checks;
@@ -328,7 +308,7 @@ void CheckCycle::advance()
                 if (s.checkServices) {
                     const ServiceCheck& c = s.checks[s.nextRecord];
                     const QString text = checkResultText(c, true);
-                    if (c.scmError || c.serviceError || c.statusError) {
+                    if (c.failed()) {
                         state.lasterror = text;
                         r.lasterror = text;
                     } else {
@@ -355,8 +335,7 @@ void CheckCycle::advance()
             log.ensurejoblog();
             const ServiceCheck& c = s.checks[s.nextRecord];
             const QString result = checkResultText(c, false);
-            const bool failedCall = c.scmError || c.serviceError || c.statusError;
-            if (failedCall) {
+            if (c.failed()) {
                 log.appendjobline(joblog::checkLineText(log.now(), s.name, record.servicename, result));
                 state.lasterror = result;
                 ++s.nextRecord;

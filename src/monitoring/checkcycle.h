@@ -10,6 +10,7 @@
 // and the actions of one failed service finish before the next service's results are applied.
 #include "core/serverfile.h"
 #include "monitoring/reachability.h"
+#include "servicecontrol/servicecontrol.h"
 
 #include <QObject>
 #include <QString>
@@ -26,12 +27,7 @@ namespace velmora::joblog { class LogAndAlerts; }
 namespace velmora::monitoring {
 
 // What one status query of a monitored service found.
-struct ServiceCheck {
-    int scmError = 0;
-    int serviceError = 0;
-    int statusError = 0;
-    int state = 0;
-};
+using ServiceCheck = servicecontrol::ServiceQuery;
 
 // The result text of a check line for a query: the state text, or the failure text with its
 // code. immediate selects the immediate check's spelling of the failure texts.

@@ -30,9 +30,7 @@ const QString kQueryStatusFailed = QStringLiteral("Query Service Status failed. 
 const QString kListFailed = QStringLiteral("Can not list Services on selected Server,  open Service Manager failed.   Error  ");
 const QString kNoDependents = QStringLiteral("No Dependent Services Running");
 
-struct DependentsQuery {
-    int scmError = 0;
-    int serviceError = 0;
+struct DependentsQuery : ServiceQuery {
     int sizeCode = 0;
     std::vector<platform::ServiceEntry> dependents;
 };
@@ -40,98 +38,66 @@ struct DependentsQuery {
 DependentsQuery queryDependents(ServiceManager& sm, const QString& computer, const QString& service, int filter)
 {
     DependentsQuery q;
-    auto scm = sm.openManager(computer);
-    q.scmError = scm.error;
-    if (!scm.valid())
-        return q;
-    auto svc = sm.openService(scm, service);
-    q.serviceError = svc.error;
-    if (svc.valid()) {
-        const auto r = sm.enumerateDependents(svc, filter);
-        q.sizeCode = r.sizeQueryCode();
-        q.dependents = r.services;
-        ServiceManager::close(svc);
-    }
-    ServiceManager::close(scm);
+    static_cast<ServiceQuery&>(q) = openAndQuery(
+        sm, computer, service,
+        [&](const platform::ServiceHandle& svc) {
+            const auto r = sm.enumerateDependents(svc, filter);
+            q.sizeCode = r.sizeQueryCode();
+            q.dependents = r.services;
+        },
+        false);
     return q;
 }
 
-struct StatusQuery {
-    int scmError = 0;
-    int serviceError = 0;
-    int statusError = 0;
-    int state = 0;
-};
-
-StatusQuery queryStatusOnly(ServiceManager& sm, const QString& computer, const QString& service)
-{
-    StatusQuery q;
-    auto scm = sm.openManager(computer);
-    q.scmError = scm.error;
-    if (!scm.valid())
-        return q;
-    auto svc = sm.openService(scm, service);
-    q.serviceError = svc.error;
-    if (svc.valid()) {
-        const auto st = sm.queryStatus(svc);
-        q.statusError = st.error;
-        q.state = st.state;
-        ServiceManager::close(svc);
-    }
-    ServiceManager::close(scm);
-    return q;
-}
-
-// A start or stop: a failed manager open is reported and the steps go on, so each later step
-// reports its own failure too.
-struct ControlQuery {
-    int scmError = 0;
-    int serviceError = 0;
-    int statusError = 0;
+struct ControlQuery : ServiceQuery {
     int controlError = 0;
 };
 
 ControlQuery control(ServiceManager& sm, const QString& computer, const QString& service, bool start)
 {
     ControlQuery q;
+    static_cast<ServiceQuery&>(q) = openAndQuery(
+        sm, computer, service,
+        [&](const platform::ServiceHandle& svc) { q.controlError = start ? sm.start(svc) : sm.stop(svc); }, true,
+        true);
+    return q;
+}
+
+} // namespace
+
+ServiceQuery openAndQuery(ServiceManager& sm, const QString& computer, const QString& service,
+                          const std::function<void(const platform::ServiceHandle&)>& then, bool queryStatus,
+                          bool goOnWithoutManager)
+{
+    ServiceQuery q;
     auto scm = sm.openManager(computer);
     q.scmError = scm.error;
+    if (!scm.valid() && !goOnWithoutManager)
+        return q;
     auto svc = sm.openService(scm, service);
     q.serviceError = svc.error;
     if (svc.valid()) {
-        const auto st = sm.queryStatus(svc);
-        q.statusError = st.error;
-        if (st.error == svcerror::ok)
-            q.controlError = start ? sm.start(svc) : sm.stop(svc);
+        if (queryStatus) {
+            const auto st = sm.queryStatus(svc);
+            q.statusError = st.error;
+            q.state = st.state;
+        }
+        if (q.statusError == svcerror::ok && then)
+            then(svc);
         ServiceManager::close(svc);
     }
     ServiceManager::close(scm);
     return q;
 }
 
-} // namespace
-
 DetailQuery queryDetails(ServiceManager& sm, const QString& computer, const QString& service)
 {
     DetailQuery q;
-    auto scm = sm.openManager(computer);
-    q.scmError = scm.error;
-    if (!scm.valid())
-        return q;
-    auto svc = sm.openService(scm, service);
-    q.serviceError = svc.error;
-    if (svc.valid()) {
-        const auto st = sm.queryStatus(svc);
-        q.statusError = st.error;
-        q.state = st.state;
-        if (st.error == svcerror::ok) {
-            const auto cfg = sm.queryConfig(svc);
-            q.configError = cfg.error;
-            q.config = cfg.config;
-        }
-        ServiceManager::close(svc);
-    }
-    ServiceManager::close(scm);
+    static_cast<ServiceQuery&>(q) = openAndQuery(sm, computer, service, [&](const platform::ServiceHandle& svc) {
+        const auto cfg = sm.queryConfig(svc);
+        q.configError = cfg.error;
+        q.config = cfg.config;
+    });
     return q;
 }
 
@@ -423,7 +389,7 @@ void ServiceControl::timer1Tick()
     const QString computer = selectedcomputer;
     const QString service = w_.Text3->text();
     runJob([this, computer, service]() -> std::function<void()> {
-        const StatusQuery q = queryStatusOnly(services_, computer, service);
+        const ServiceQuery q = openAndQuery(services_, computer, service);
         return [this, q] {
             tickRunning_ = false;
             if (!w_.Timer1->isEnabled())

@@ -18,12 +18,27 @@ namespace velmora::shell { class MainWindow; }
 
 namespace velmora::servicecontrol {
 
-// What one details query found: each step's error code, and the values of the steps that worked.
-struct DetailQuery {
+// What opening a service and querying its status found: each step's error code (0 when it
+// worked or did not run) and the state.
+struct ServiceQuery {
     int scmError = 0;
     int serviceError = 0;
     int statusError = 0;
     int state = 0;
+    bool failed() const { return scmError != 0 || serviceError != 0 || statusError != 0; }
+};
+
+// Opens the manager of computer and the service, queries the status (unless queryStatus is
+// false) and, when every step worked, runs then on the open service; closes both (blocking; for
+// worker threads). A manager that cannot be opened ends the steps, unless goOnWithoutManager:
+// then the service open runs all the same and fails on its own, as starting and stopping report
+// both failures.
+ServiceQuery openAndQuery(platform::ServiceManager& services, const QString& computer, const QString& service,
+                          const std::function<void(const platform::ServiceHandle&)>& then = {},
+                          bool queryStatus = true, bool goOnWithoutManager = false);
+
+// What one details query found.
+struct DetailQuery : ServiceQuery {
     int configError = 0;
     platform::ServiceConfig config;
 };
