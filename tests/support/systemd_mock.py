@@ -92,25 +92,25 @@ def load(mock, parameters):
 
 
 def add_units(mock, units):
-    for spec in units:
-        name = spec['name']
+    for unit in units:
+        name = unit['name']
         u = {
             'name': name,
-            'description': spec.get('description', ''),
-            'state': spec.get('state', 'inactive'),
-            'file_state': spec.get('file_state', 'disabled'),
-            'loaded': spec.get('loaded', True),
-            'user': spec.get('user', ''),
-            'exec': spec.get('exec', ['/usr/sbin/' + name.rsplit('.', 1)[0]]),
-            'requires': list(spec.get('requires', [])),
-            'binds_to': list(spec.get('binds_to', [])),
-            'start_ms': int(spec.get('start_ms', 0)),
-            'stop_ms': int(spec.get('stop_ms', 0)),
-            'start_result': spec.get('start_result', 'done'),
-            'needs_auth': bool(spec.get('needs_auth', False)),
-            'flap_ms': int(spec.get('flap_ms', 0)),
+            'description': unit.get('description', ''),
+            'state': unit.get('state', 'inactive'),
+            'file_state': unit.get('file_state', 'disabled'),
+            'loaded': unit.get('loaded', True),
+            'user': unit.get('user', ''),
+            'exec': unit.get('exec', ['/usr/sbin/' + name.rsplit('.', 1)[0]]),
+            'requires': list(unit.get('requires', [])),
+            'binds_to': list(unit.get('binds_to', [])),
+            'start_ms': int(unit.get('start_ms', 0)),
+            'stop_ms': int(unit.get('stop_ms', 0)),
+            'start_result': unit.get('start_result', 'done'),
+            'needs_auth': bool(unit.get('needs_auth', False)),
+            'flap_ms': int(unit.get('flap_ms', 0)),
         }
-        u['load'] = spec.get('load', 'masked' if u['file_state'] == 'masked' else 'loaded')
+        u['load'] = unit.get('load', 'masked' if u['file_state'] == 'masked' else 'loaded')
         path = unit_path(name)
         if path in mockobject.objects:
             mock.RemoveObject(path)
