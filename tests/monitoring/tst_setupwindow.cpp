@@ -98,6 +98,14 @@ struct Fleet : WindowFixture {
         w().Command7->click();
         QVERIFY(form2().isVisible());
     }
+    // Opens Form2, selects the service and opens Form3 for it with "&Add".
+    AlertSetupWindow& addService(const QString& display = QStringLiteral("CUPS Scheduler"))
+    {
+        open();
+        selectService(display);
+        form2().Command1->click();
+        return form3();
+    }
     void selectService(const QString& display)
     {
         const auto items = form2().ListView1->findItems(display, Qt::MatchExactly);
@@ -206,11 +214,11 @@ private slots:
     {
         Fleet f;
         f.writeFile("SMTPServer", {"mail.example.org", "25", "velmora@example.org"});
-        f.writeFile("SRV1", QStringList{"[Properties:]", "[Servername / Alias:]", "printhost", "[IP Address / Subnet:]",
-                                        "10.9.0.1/24", "[Role / Priority:]", "print", "[Location / Department:]",
-                                        "basement", "[Responsibles / Contact:]", "Ann", "Bob",
-                                        "[Action list for monitoring staff]", "call Ann", "[Remarks / Comments:]", "",
-                                        "[EOF]"});
+        const QStringList block{"[Properties:]", "[Servername / Alias:]", "printhost", "[IP Address / Subnet:]",
+                                "10.9.0.1/24", "[Role / Priority:]", "print", "[Location / Department:]", "basement",
+                                "[Responsibles / Contact:]", "Ann", "Bob", "[Action list for monitoring staff]",
+                                "call Ann", "[Remarks / Comments:]", "", "[EOF]"};
+        f.writeFile("SRV1", block);
         f.open();
         QVERIFY(f.form2().List7->count() == 0);
         f.selectService("Print Spooler");
@@ -243,13 +251,9 @@ private slots:
         f.form2().Command3->click();
         QVERIFY(!f.form2().isVisible());
 
-        QCOMPARE(f.lines("SRV1"),
-                 (QStringList{"Print Spooler;spooler;Restart Service;Alert;Start program: /opt/on call/pagér.sh;"
-                             "Net Message Send to: opsdesk;Send Email to: ops@example.org;",
-                             "[Properties:]", "[Servername / Alias:]", "printhost", "[IP Address / Subnet:]",
-                             "10.9.0.1/24", "[Role / Priority:]", "print", "[Location / Department:]", "basement",
-                             "[Responsibles / Contact:]", "Ann", "Bob", "[Action list for monitoring staff]",
-                             "call Ann", "[Remarks / Comments:]", "", "[EOF]"}));
+        QCOMPARE(f.lines("SRV1"), QStringList{"Print Spooler;spooler;Restart Service;Alert;Start program: /opt/on "
+                                              "call/pagér.sh;Net Message Send to: opsdesk;Send Email to: ops@example.org;"} +
+                                      block);
         QCOMPARE(f.readBytes("Computers"), QByteArray("SRV1\r\n"));
         QCOMPARE(f.readBytes("Interval"), QByteArray("45\r\n"));
         QCOMPARE(f.w().state.checkinterval, QStringLiteral("45"));
@@ -315,12 +319,17 @@ private slots:
         QVERIFY(f.form3().isVisible());
     }
 
-    void clickingAServiceEmptiesTheActionList()
+    void okNeedsAnActionAndClickingAServiceEmptiesTheList()
     {
         Fleet f;
-        f.open();
-        f.selectService("CUPS Scheduler");
-        f.form2().Command1->click();
+        f.addService();
+        f.form3().Command1->click();
+        QCOMPARE(f.sim.boxes.texts(),
+                 QStringList{"There are no actions in the actions list, please configure actions to be taken if service "
+                             "fails !    "});
+        QCOMPARE(f.sim.boxes.shown[0].icon, MsgIcon::Exclamation);
+        QVERIFY(f.form3().isVisible());
+        QVERIFY(f.form2().entries().empty());
         f.addAction("Alert");
         QCOMPARE(f.form3().List1->count(), 1);
         f.selectService("Print Spooler");
@@ -330,10 +339,7 @@ private slots:
     void actionListRefusals()
     {
         Fleet f;
-        f.open();
-        f.selectService("CUPS Scheduler");
-        f.form2().Command1->click();
-        AlertSetupWindow& form3 = f.form3();
+        AlertSetupWindow& form3 = f.addService();
         f.addAction("Alert");
         f.addAction("Alert");
         f.addAction("Restart Service");
@@ -360,9 +366,7 @@ private slots:
     void emailNeedsATransportAndMayRepeat()
     {
         Fleet f;
-        f.open();
-        f.selectService("CUPS Scheduler");
-        f.form2().Command1->click();
+        f.addService();
         QSignalSpy options(f.w().mnusetemailoptions, &QAction::triggered);
         f.addAction("Send Email to:", "ops@example.org");
         QCOMPARE(options.count(), 1); // the e-mail options instead
@@ -382,10 +386,7 @@ private slots:
     void kindsEnableTheirFields()
     {
         Fleet f;
-        f.open();
-        f.selectService("CUPS Scheduler");
-        f.form2().Command1->click();
-        AlertSetupWindow& form3 = f.form3();
+        AlertSetupWindow& form3 = f.addService();
         QCOMPARE(form3.Combo1->currentText(), QStringLiteral("Alert"));
         QCOMPARE(AlertSetupWindow::kKinds, (QStringList{"Alert", "Play Sound:", "Restart Service", "Send Email to:",
                                                         "Net Message Send to:", "Start program:"}));
@@ -419,10 +420,7 @@ private slots:
     {
         Fleet f;
         f.writeFile("MailProfile", {"default"});
-        f.open();
-        f.selectService("CUPS Scheduler");
-        f.form2().Command1->click();
-        AlertSetupWindow& form3 = f.form3();
+        AlertSetupWindow& form3 = f.addService();
         form3.Command5->click();
         form3.Command6->click();
         form3.Command7->click();
@@ -463,10 +461,7 @@ private slots:
     void browseChoosesAFileByKind()
     {
         Fleet f;
-        f.open();
-        f.selectService("CUPS Scheduler");
-        f.form2().Command1->click();
-        AlertSetupWindow& form3 = f.form3();
+        AlertSetupWindow& form3 = f.addService();
         f.kind("Start program:");
         f.sim.filedialogs.script("/opt/tools/page oncall");
         form3.Command3->click();
@@ -492,9 +487,7 @@ private slots:
     void testNetSendGoesThroughTheDispatcher()
     {
         Fleet f;
-        f.open();
-        f.selectService("CUPS Scheduler");
-        f.form2().Command1->click();
+        f.addService();
         QStringList sent;
         f.w().dispatcher->netsend = [&](QString& recipient, bool test, actions::ActionDispatcher::Continue cont) {
             sent << recipient + (test ? "|test" : "|alert");
@@ -508,27 +501,10 @@ private slots:
         QCOMPARE(sent, QStringList{"opsdesk|test"});
     }
 
-    void okWithoutActionsStaysOpen()
-    {
-        Fleet f;
-        f.open();
-        f.selectService("CUPS Scheduler");
-        f.form2().Command1->click();
-        f.form3().Command1->click();
-        QCOMPARE(f.sim.boxes.texts(),
-                 QStringList{"There are no actions in the actions list, please configure actions to be taken if service "
-                             "fails !    "});
-        QCOMPARE(f.sim.boxes.shown[0].icon, MsgIcon::Exclamation);
-        QVERIFY(f.form3().isVisible());
-        QVERIFY(f.form2().entries().empty());
-    }
-
     void secondServiceShowsTheHintAndASelectionMadeMeanwhileWins()
     {
         Fleet f;
-        f.open();
-        f.selectService("CUPS Scheduler");
-        f.form2().Command1->click();
+        f.addService();
         f.addAction("Alert");
         f.form3().Command1->click();
         QCOMPARE(texts(f.form2().List7), (QStringList{"Alert", "", "", "", ""}));
@@ -637,10 +613,15 @@ private slots:
         QCOMPARE(f.form2().Label5->text(), QStringLiteral("31"));
     }
 
-    void intervalStaysFrom1To240()
+    void intervalIsReadAtStartAndStaysFrom1To240()
     {
-        Fleet f;
+        Fleet f({"SRV1"}, false);
+        f.writeFile("Interval", {"15", "ignored"});
+        f.launch();
         QScrollBar* spin = f.form2().VScroll1;
+        QCOMPARE(f.form2().Label5->text(), QStringLiteral("15"));
+        QCOMPARE(spin->value(), -15);
+        QCOMPARE(f.w().state.checkinterval, QStringLiteral("15"));
         spin->setValue(-1);
         spin->triggerAction(QAbstractSlider::SliderSingleStepAdd); // the down arrow
         QCOMPARE(f.form2().Label5->text(), QStringLiteral("1"));
@@ -656,16 +637,6 @@ private slots:
         QCOMPARE(f.form2().Label5->text(), QStringLiteral("30"));
         f.form2().showInterval("90");
         QCOMPARE(spin->value(), -90);
-    }
-
-    void startupShowsTheIntervalFile()
-    {
-        Fleet f({"SRV1"}, false);
-        f.writeFile("Interval", {"15", "ignored"});
-        f.launch();
-        QCOMPARE(f.form2().Label5->text(), QStringLiteral("15"));
-        QCOMPARE(f.form2().VScroll1->value(), -15);
-        QCOMPARE(f.w().state.checkinterval, QStringLiteral("15"));
     }
 
     void monitorServiceFromTheMainWindow()
@@ -710,18 +681,14 @@ private slots:
         QCOMPARE(odd0.actions[4], QStringLiteral("Restart Service")); // the sixth and seventh slots are dropped
         f.form2().Command3->click();
         // No properties block: the empty one is written after the records.
-        QCOMPARE(f.lines("SRV1"),
-                 (QStringList{"Odd;odd;Reboot Server;Start program: /opt/my tools/größe.sh;Play Sound: /snd/notes.txt;"
-                             "Alert;Restart Service;",
-                             "Cron;cron;;;;;;"} +
-                  emptyBlock()));
+        const QStringList stored{"Odd;odd;Reboot Server;Start program: /opt/my tools/größe.sh;Play Sound: /snd/notes.txt;"
+                                 "Alert;Restart Service;",
+                                 "Cron;cron;;;;;;"};
+        QCOMPARE(f.lines("SRV1"), stored + emptyBlock());
         // What is stored now reads back identically.
         f.open();
         f.form2().Command3->click();
-        QCOMPARE(f.lines("SRV1").mid(0, 2),
-                 (QStringList{"Odd;odd;Reboot Server;Start program: /opt/my tools/größe.sh;Play Sound: /snd/notes.txt;"
-                              "Alert;Restart Service;",
-                              "Cron;cron;;;;;;"}));
+        QCOMPARE(f.lines("SRV1"), stored + emptyBlock());
         // A last line without its line end is not a record.
         f.writeBytes("SRV1", "Cron;cron;Alert;;;;;\r\nCUPS;cups;Alert;;;;;");
         f.open();
