@@ -90,20 +90,26 @@ private slots:
     {
         World w;
         w.log.ensurejoblog();
+        const int reads = w.folderReads;
         QVERIFY(w.log.checkline("SRV01", "Spooler", "Stopped"));
         QVERIFY(w.log.appendjobline("Alert activated"));
+        QVERIFY(w.folderReads >= reads + 2); // each operation reads the data folder again
         QVERIFY(w.log.appendjobline("Program started: /usr/bin/true"));
         w.sim.clock.advance(61000);
         QVERIFY(w.log.checkline("SRV01", "Dhcp", "Open Service failed.   Error  1060"));
         QVERIFY(w.log.serverline("SRV02", joblog::kServerInMaintenance));
         QVERIFY(w.log.serverline("SRV03", joblog::kServerNotReachable));
+        // Texts are written as they are, unescaped.
+        QVERIFY(w.log.checkline("SRV01", "Odd\tName", "Stopped"));
+        QVERIFY(w.log.appendjobline(QString()));
         QCOMPARE(bytesOf(w.file()),
                  QByteArray("16.11.26 20:50:14\tSRV01\tSpooler\tStopped\r\n"
                             "Alert activated\r\n"
                             "Program started: /usr/bin/true\r\n"
                             "16.11.26 20:51:15\tSRV01\tDhcp\tOpen Service failed.   Error  1060\r\n"
                             "16.11.26 20:51:15\tSRV02\tServer is in Maintenance Mode\r\n"
-                            "16.11.26 20:51:15\tSRV03\tCould not reach Server, Server not available.\r\n"));
+                            "16.11.26 20:51:15\tSRV03\tCould not reach Server, Server not available.\r\n"
+                            "16.11.26 20:51:15\tSRV01\tOdd\tName\tStopped\r\n\r\n"));
     }
 
     void timestampsFollowTheRegionalFormats_data()
@@ -141,45 +147,28 @@ private slots:
         QCOMPARE(joblog::timeFormatWithSeconds(locale), format);
     }
 
-    void textsAreWrittenAsTheyAreUnescaped()
-    {
-        World w;
-        w.log.ensurejoblog();
-        QVERIFY(w.log.checkline("SRV01", "Odd\tName", "Stopped"));
-        QVERIFY(w.log.appendjobline(QString()));
-        QCOMPARE(bytesOf(w.file()), QByteArray("16.11.26 20:50:14\tSRV01\tOdd\tName\tStopped\r\n\r\n"));
-    }
-
-    void eachOperationRereadsTheDataFolder()
-    {
-        World w;
-        w.log.ensurejoblog();
-        const int before = w.folderReads;
-        w.log.appendjobline("x");
-        w.log.appendjobline("y");
-        QVERIFY(w.folderReads >= before + 2);
-    }
-
     // ---- append and ensure ----
 
-    void appendNeverCreatesAMissingLog()
+    void appendNeverCreatesTheLogEnsureDoes()
     {
         World w;
         QVERIFY(!w.log.appendjobline("lost"));
         QVERIFY(!w.log.checkline("SRV01", "Spooler", "Stopped"));
         QVERIFY(!QFile::exists(w.file()));
-        QVERIFY(w.sim.boxes.shown.isEmpty());
-    }
-
-    void ensureCreatesEmptyAndKeepsAnExistingLog()
-    {
-        World w;
         w.log.ensurejoblog();
-        QCOMPARE(bytesOf(w.file()), QByteArray());
         QVERIFY(QFile::exists(w.file()));
+        QCOMPARE(bytesOf(w.file()), QByteArray());
         w.log.appendjobline("kept");
         w.log.ensurejoblog();
         QCOMPARE(bytesOf(w.file()), QByteArray("kept\r\n"));
+        // Deleted while running: lines are lost until the log is ensured again.
+        QVERIFY(QFile::remove(w.file()));
+        QVERIFY(!w.log.appendjobline("lost"));
+        QVERIFY(!QFile::exists(w.file()));
+        w.log.ensurejoblog();
+        QVERIFY(w.log.appendjobline("back"));
+        QCOMPARE(bytesOf(w.file()), QByteArray("back\r\n"));
+        QVERIFY(w.sim.boxes.shown.isEmpty());
     }
 
     void aLogSpelledInOtherCaseIsTheSameLog()
@@ -207,18 +196,6 @@ private slots:
         QVERIFY(w.sim.boxes.shown.isEmpty());
     }
 
-    void aLogDeletedWhileRunningLosesLinesUntilEnsured()
-    {
-        World w;
-        w.log.ensurejoblog();
-        QVERIFY(QFile::remove(w.file()));
-        QVERIFY(!w.log.appendjobline("lost"));
-        QVERIFY(!QFile::exists(w.file()));
-        w.log.ensurejoblog();
-        QVERIFY(w.log.appendjobline("back"));
-        QCOMPARE(bytesOf(w.file()), QByteArray("back\r\n"));
-    }
-
     void aMissingDataFolderLosesTheLine()
     {
         World w;
@@ -232,15 +209,11 @@ private slots:
 
     // ---- size indicator ----
 
-    void sizeIsLargeOnlyAboveThreeMillionBytes()
+    void sizeIsLargeAboveThreeMillionBytesAndCaptionsDifferInSpacing()
     {
         QVERIFY(!joblog::logIsLarge(0));
         QVERIFY(!joblog::logIsLarge(3000000));
         QVERIFY(joblog::logIsLarge(3000001));
-    }
-
-    void sizeCaptionsDifferInSpacing()
-    {
         QCOMPARE(joblog::logSizeText(3000001, SizeCaption::Activation),
                  QStringLiteral("Current Logfilesize: 3000001 Bytes"));
         QCOMPARE(joblog::logSizeText(3000001, SizeCaption::CheckRun),
@@ -251,56 +224,37 @@ private slots:
 
     // ---- Show Logfile ----
 
-    void showOpensTheLogUnderItsRealName()
-    {
-        World w;
-        w.log.ensurejoblog();
-        w.log.showlogfile();
-        QCOMPARE(w.sim.opener.opened.size(), 1);
-        QCOMPARE(w.sim.opener.opened[0].file, w.file());
-        QCOMPARE(w.sim.opener.opened[0].parameters, QString());
-        QVERIFY(w.sim.boxes.shown.isEmpty());
-    }
-
-    void showReportsAFailedOpen_data()
+    // The log is opened under its real name; a result up to 32 is a failure shown in a box.
+    void showOpensTheLogOrReportsAFailure_data()
     {
         QTest::addColumn<int>("code");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("0") << 0 << "";
-        QTest::newRow("2") << 2 << "File not found!";
-        QTest::newRow("3") << 3 << "Path not found!";
-        QTest::newRow("4 unlisted") << 4 << "";
-        QTest::newRow("5") << 5 << "Access denied !";
-        QTest::newRow("8") << 8 << "Low memory!";
-        QTest::newRow("11") << 11 << "Currupt EXE File!";
-        QTest::newRow("26") << 26 << "Access violation occured!";
-        QTest::newRow("27") << 27 << "Unreliable file Association!";
-        QTest::newRow("28") << 28 << "DDE Time out";
-        QTest::newRow("29") << 29 << "DDE transaction failed!";
-        QTest::newRow("30") << 30 << "DDE bussy!";
-        QTest::newRow("31") << 31 << "No Application for file extention!";
-        QTest::newRow("32") << 32 << "DLL not found!";
+        QTest::addColumn<QStringList>("boxes");
+        QTest::newRow("42 success") << 42 << QStringList{};
+        QTest::newRow("33 success") << 33 << QStringList{};
+        const QList<std::pair<int, QString>> failures{
+            {0, ""}, {2, "File not found!"}, {3, "Path not found!"}, {4, ""}, {5, "Access denied !"}, {8, "Low memory!"},
+            {11, "Currupt EXE File!"}, {26, "Access violation occured!"}, {27, "Unreliable file Association!"},
+            {28, "DDE Time out"}, {29, "DDE transaction failed!"}, {30, "DDE bussy!"},
+            {31, "No Application for file extention!"}, {32, "DLL not found!"}};
+        for (const auto& [code, text] : failures)
+            QTest::addRow("%d", code) << code << QStringList{text};
     }
-    void showReportsAFailedOpen()
+    void showOpensTheLogOrReportsAFailure()
     {
         QFETCH(int, code);
-        QFETCH(QString, text);
+        QFETCH(QStringList, boxes);
         World w;
         w.log.ensurejoblog();
         w.sim.opener.script(code);
         w.log.showlogfile();
-        QCOMPARE(w.sim.boxes.shown.size(), 1);
-        QCOMPARE(w.sim.boxes.shown[0].text, text);
-        QCOMPARE(w.sim.boxes.shown[0].icon, MsgIcon::Critical);
-        QCOMPARE(w.sim.boxes.shown[0].buttons, MsgButtons::Ok);
-    }
-
-    void showAboveThirtyTwoIsSuccess()
-    {
-        World w;
-        w.sim.opener.script(33);
-        w.log.showlogfile();
-        QVERIFY(w.sim.boxes.shown.isEmpty());
+        QCOMPARE(w.sim.opener.opened.size(), 1);
+        QCOMPARE(w.sim.opener.opened[0].file, w.file());
+        QCOMPARE(w.sim.opener.opened[0].parameters, QString());
+        QCOMPARE(w.sim.boxes.texts(), boxes);
+        for (const auto& box : w.sim.boxes.shown) {
+            QCOMPARE(box.icon, MsgIcon::Critical);
+            QCOMPARE(box.buttons, MsgButtons::Ok);
+        }
     }
 
     // ---- Delele Logfile ----
@@ -308,32 +262,21 @@ private slots:
     void deleteAsksThenLeavesAnEmptyLog()
     {
         World w;
-        putBytes(w.file(), QByteArray(5000, 'x'));
-        w.log.deletelogfile();
-        QCOMPARE(w.sim.boxes.shown.size(), 1);
-        QCOMPARE(w.sim.boxes.shown[0].text, QStringLiteral("Are you sure you want to delete the logfile ?"));
+        w.log.deletelogfile(); // without a log: asked, nothing created
+        QCOMPARE(w.sim.boxes.texts(), QStringList{"Are you sure you want to delete the logfile ?"});
         QCOMPARE(w.sim.boxes.shown[0].icon, MsgIcon::Question);
         QCOMPARE(w.sim.boxes.shown[0].buttons, MsgButtons::OkCancel);
-        QVERIFY(QFile::exists(w.file()));
-        QCOMPARE(QFileInfo(w.file()).size(), 0);
-    }
+        QVERIFY(!QFile::exists(w.file()));
 
-    void deleteCancelledLeavesTheLog()
-    {
-        World w;
         putBytes(w.file(), "keep\r\n");
         w.sim.boxes.script(platform::MsgAnswer::Cancel);
         w.log.deletelogfile();
         QCOMPARE(bytesOf(w.file()), QByteArray("keep\r\n"));
-        QCOMPARE(w.sim.boxes.shown.size(), 1);
-    }
-
-    void deleteWithoutALogCreatesNothing()
-    {
-        World w;
+        putBytes(w.file(), QByteArray(5000, 'x'));
         w.log.deletelogfile();
-        QCOMPARE(w.sim.boxes.shown.size(), 1);
-        QVERIFY(!QFile::exists(w.file()));
+        QCOMPARE(w.sim.boxes.shown.size(), 3);
+        QVERIFY(QFile::exists(w.file()));
+        QCOMPARE(QFileInfo(w.file()).size(), 0);
     }
 
     void aLogThatCannotBeDeletedIsKeptAndReported()
