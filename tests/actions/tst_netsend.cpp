@@ -119,6 +119,44 @@ private:
     QProcess proc_;
 };
 
+// The mailing module on the simulated platform, with an empty job log in a data folder of its own.
+struct Rig {
+    explicit Rig(platform::NetMessenger* messenger = nullptr)
+    {
+        state.platform = sim.platform();
+        if (messenger)
+            state.platform.messenger = messenger;
+        state.datafolder = data.path();
+        sim.files.create(log);
+    }
+    void failedService()
+    {
+        state.currentserver = QStringLiteral("SRV1");
+        state.currentservice = QStringLiteral("Spooler");
+        state.currentstate = QStringLiteral("Stopped");
+    }
+    QStringList lines() { return sim.files.readLines(log).value_or(QStringList{"<no log>"}); }
+
+    QTemporaryDir data;
+    platform::sim::SimPlatform sim;
+    core::RunState state;
+    const QString log = core::dataFile(data.path(), core::files::jobslog);
+    actions::Mailing mailing{state, nullptr};
+};
+
+// An executable shell script standing in for smbclient.
+QString fakeClient(const QTemporaryDir& dir, const QByteArray& script)
+{
+    const QString path = dir.filePath(QStringLiteral("smbclient"));
+    QFile f(path);
+    if (!f.open(QIODevice::WriteOnly))
+        return {};
+    f.write("#!/bin/sh\n" + script);
+    f.close();
+    f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    return path;
+}
+
 int sendAndWait(SmbMessenger& m, const QString& recipient, const QString& text)
 {
     QObject context;
@@ -136,220 +174,171 @@ int sendAndWait(SmbMessenger& m, const QString& recipient, const QString& text)
 class TestNetSend : public QObject {
     Q_OBJECT
 private slots:
-    void resultLinesForEveryCode_data();
-    void resultLinesForEveryCode();
-    void smbclientOutputMapsToCodes_data();
-    void smbclientOutputMapsToCodes();
-    void actionTrimsLogsKeepsResultAndShowsBoxOnTest();
-    void testSendBeforeAnyCheckHasEmptyParts();
-    void badRecipientsAndMissingClientNeverRunSmbclient();
-    void hungClientIsStoppedAfterItsTimeOut();
-    void realSmbdReceivesTheMessage();
-    void realSmbdRefusingMessagesAndNobodyListening();
+    void resultLinesForEveryCode_data()
+    {
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("line");
+        const QString e = QStringLiteral("Error sending Net Message to ADMINPC");
+        QTest::newRow("0") << 0 << "The Net Message was successfully sent to ADMINPC.";
+        QTest::newRow("2273") << 2273 << e + ", user or workstation was not found.";
+        QTest::newRow("2136") << 2136 << e + ", general network error occurred.";
+        QTest::newRow("2250") << 2250 << e + ", network connection could not be found.";
+        QTest::newRow("5") << 5 << e + ", access to computer denied.";
+        QTest::newRow("53") << 53 << e + ", sender server name not found.";
+        QTest::newRow("87") << 87 << e + ", invalid parameter(s).";
+        QTest::newRow("50") << 50 << e + ", request not supported.";
+        QTest::newRow("123") << 123 << e + ", no valid character or name.";
+        QTest::newRow("2") << 2 << e + ", unknown error occured.";
+    }
+
+    void resultLinesForEveryCode()
+    {
+        QFETCH(int, code);
+        QFETCH(QString, line);
+        QCOMPARE(actions::netsendResultLine(code, QStringLiteral("ADMINPC")), line);
+    }
+
+    void smbclientOutputMapsToCodes_data()
+    {
+        QTest::addColumn<int>("exit");
+        QTest::addColumn<QString>("output");
+        QTest::addColumn<int>("code");
+        QTest::newRow("sent") << 0 << "Type your message, ending it with a Control-D\n" << code::ok;
+        QTest::newRow("refused but exit 0") << 0 << "cli_message returned NT_STATUS_REQUEST_NOT_ACCEPTED\n"
+                                            << code::nameNotFound;
+        QTest::newRow("name not resolved") << 1 << "Connection to pc9 failed. Error NT_STATUS_INVALID_PARAMETER\n"
+                                           << code::nameNotFound;
+        QTest::newRow("nobody listening") << 1 << "Connection to 10.1.1.1 failed. Error NT_STATUS_CONNECTION_REFUSED\n"
+                                          << code::nameNotFound;
+        QTest::newRow("host unreachable") << 1 << "Error NT_STATUS_HOST_UNREACHABLE" << code::nameNotFound;
+        QTest::newRow("access denied") << 1 << "Error NT_STATUS_ACCESS_DENIED" << code::accessDenied;
+        QTest::newRow("net unreachable") << 1 << "Error NT_STATUS_NETWORK_UNREACHABLE" << code::connectionNotFound;
+        QTest::newRow("not supported") << 1 << "NT_STATUS_NOT_SUPPORTED" << code::notSupported;
+        QTest::newRow("other status") << 1 << "NT_STATUS_CONNECTION_RESET" << code::networkError;
+        QTest::newRow("silent failure") << 1 << "" << code::networkError;
+    }
+
+    void smbclientOutputMapsToCodes()
+    {
+        QFETCH(int, exit);
+        QFETCH(QString, output);
+        QFETCH(int, code);
+        QCOMPARE(SmbMessenger::codeForOutput(exit, output), code);
+    }
+
+    void actionTrimsLogsKeepsResultAndShowsBoxOnTest()
+    {
+        Rig rig;
+        auto& [data, sim, state, log, mailing] = rig;
+        rig.failedService();
+        bool done = false;
+        mailing.netsend(QStringLiteral(" ADMINPC  "), false, [&](bool logged) { done = logged; });
+        QVERIFY(done);
+        QCOMPARE(sim.messenger.sent.size(), 1);
+        QCOMPARE(sim.messenger.sent[0].recipient, QStringLiteral("ADMINPC"));
+        QCOMPARE(sim.messenger.sent[0].text, QStringLiteral("Velmora:  On  SRV1  the service Spooler is Stopped"));
+        QCOMPARE(rig.lines(), QStringList{"The Net Message was successfully sent to ADMINPC."});
+        QCOMPARE(state.netsendresult, QStringLiteral("The Net Message was successfully sent to ADMINPC."));
+        QVERIFY(sim.boxes.shown.isEmpty());
+
+        // The test button: the same line, also in a box; the log waits for the transport.
+        sim.messenger.result = code::nameNotFound;
+        sim.messenger.hold = true;
+        done = false;
+        mailing.netsend(QStringLiteral("PC9"), true, [&](bool logged) { done = logged; });
+        QVERIFY(!done);
+        QCOMPARE(rig.lines().size(), 1);
+        sim.messenger.release();
+        QVERIFY(done);
+        const QString line = QStringLiteral("Error sending Net Message to PC9, user or workstation was not found.");
+        QCOMPARE(rig.lines().last(), line);
+        QCOMPARE(state.netsendresult, line);
+        QCOMPARE(sim.boxes.texts(), QStringList{line});
+        QCOMPARE(sim.boxes.shown[0].icon, platform::MsgIcon::Information);
+    }
+
+    void testSendBeforeAnyCheckHasEmptyParts()
+    {
+        Rig rig;
+        rig.mailing.netsend(QStringLiteral("ADMINPC"), true);
+        QCOMPARE(rig.sim.messenger.sent[0].text, QStringLiteral("Velmora:  On    the service  is "));
+        QCOMPARE(rig.lines().size(), 1);
+    }
+
+    void badRecipientsAndMissingClientNeverRunSmbclient()
+    {
+        QTemporaryDir dir;
+        SmbMessenger m;
+        m.program = fakeClient(dir, "touch '" + QFile::encodeName(dir.path()) + "/ran'\n"); // records being run
+        QCOMPARE(sendAndWait(m, QString(), QStringLiteral("text")), code::invalidParameter);
+        QCOMPARE(sendAndWait(m, QStringLiteral("two words"), QStringLiteral("text")), code::invalidName);
+        QCOMPARE(sendAndWait(m, QStringLiteral("pc\\share"), QStringLiteral("text")), code::invalidName);
+        QCOMPARE(sendAndWait(m, QStringLiteral("tab\there"), QStringLiteral("text")), code::invalidName);
+        QVERIFY(!QFile::exists(dir.filePath(QStringLiteral("ran"))));
+
+        SmbMessenger missing;
+        missing.program = dir.filePath(QStringLiteral("no-smbclient"));
+        QCOMPARE(sendAndWait(missing, QStringLiteral("127.0.0.1"), QStringLiteral("text")), code::notSupported);
+    }
+
+    void hungClientIsStoppedAfterItsTimeOut()
+    {
+        QTemporaryDir dir;
+        SmbMessenger m;
+        m.program = fakeClient(dir, "exec sleep 60\n");
+        m.timeout_ms = 300;
+        QCOMPARE(sendAndWait(m, QStringLiteral("127.0.0.1"), QStringLiteral("text")), code::networkError);
+    }
+
+    void realSmbdReceivesTheMessage()
+    {
+        if (geteuid() != 0)
+            QSKIP("smbd in a network namespace of its own needs root");
+        if (QStandardPaths::findExecutable(QStringLiteral("smbclient")).isEmpty())
+            QSKIP("smbclient is not installed");
+        test::NetNamespace ns;
+        QVERIFY(ns.active());
+        SmbServer smbd;
+        QString why;
+        if (!smbd.start(true, &why))
+            QSKIP(qPrintable(why));
+
+        SmbMessenger real;
+        real.extra_arguments = {QStringLiteral("-s"), smbd.config()};
+        Rig rig(&real);
+        auto& [data, sim, state, log, mailing] = rig;
+        rig.failedService();
+        bool done = false;
+        mailing.netsend(QStringLiteral(" localhost "), false, [&](bool logged) { done = logged; });
+        QTRY_VERIFY_WITH_TIMEOUT(done, 60000);
+        QCOMPARE(state.netsendresult, QStringLiteral("The Net Message was successfully sent to localhost."));
+        QCOMPARE(rig.lines(), QStringList{"The Net Message was successfully sent to localhost."});
+        QTRY_COMPARE_WITH_TIMEOUT(smbd.messages(), QStringList{"Velmora:  On  SRV1  the service Spooler is Stopped"},
+                                  20000);
+    }
+
+    void realSmbdRefusingMessagesAndNobodyListening()
+    {
+        if (geteuid() != 0)
+            QSKIP("smbd in a network namespace of its own needs root");
+        if (QStandardPaths::findExecutable(QStringLiteral("smbclient")).isEmpty())
+            QSKIP("smbclient is not installed");
+        test::NetNamespace ns;
+        QVERIFY(ns.active());
+        SmbServer smbd;
+        QString why;
+        if (!smbd.start(false, &why))
+            QSKIP(qPrintable(why));
+        SmbMessenger real;
+        real.extra_arguments = {QStringLiteral("-s"), smbd.config()};
+        // smbd without a message command takes no messages.
+        QCOMPARE(sendAndWait(real, QStringLiteral("127.0.0.1"), QStringLiteral("hello")), code::nameNotFound);
+        // Nobody listens on this loopback address.
+        QCOMPARE(sendAndWait(real, QStringLiteral("127.0.0.2"), QStringLiteral("hello")), code::nameNotFound);
+        QVERIFY(smbd.messages().isEmpty());
+    }
+
 };
-
-void TestNetSend::resultLinesForEveryCode_data()
-{
-    QTest::addColumn<int>("code");
-    QTest::addColumn<QString>("line");
-    const QString e = QStringLiteral("Error sending Net Message to ADMINPC");
-    QTest::newRow("0") << 0 << "The Net Message was successfully sent to ADMINPC.";
-    QTest::newRow("2273") << 2273 << e + ", user or workstation was not found.";
-    QTest::newRow("2136") << 2136 << e + ", general network error occurred.";
-    QTest::newRow("2250") << 2250 << e + ", network connection could not be found.";
-    QTest::newRow("5") << 5 << e + ", access to computer denied.";
-    QTest::newRow("53") << 53 << e + ", sender server name not found.";
-    QTest::newRow("87") << 87 << e + ", invalid parameter(s).";
-    QTest::newRow("50") << 50 << e + ", request not supported.";
-    QTest::newRow("123") << 123 << e + ", no valid character or name.";
-    QTest::newRow("2") << 2 << e + ", unknown error occured.";
-}
-
-void TestNetSend::resultLinesForEveryCode()
-{
-    QFETCH(int, code);
-    QFETCH(QString, line);
-    QCOMPARE(actions::netsendResultLine(code, QStringLiteral("ADMINPC")), line);
-}
-
-void TestNetSend::smbclientOutputMapsToCodes_data()
-{
-    QTest::addColumn<int>("exit");
-    QTest::addColumn<QString>("output");
-    QTest::addColumn<int>("code");
-    QTest::newRow("sent") << 0 << "Type your message, ending it with a Control-D\n" << code::ok;
-    QTest::newRow("refused but exit 0") << 0 << "cli_message returned NT_STATUS_REQUEST_NOT_ACCEPTED\n"
-                                        << code::nameNotFound;
-    QTest::newRow("name not resolved") << 1 << "Connection to pc9 failed. Error NT_STATUS_INVALID_PARAMETER\n"
-                                       << code::nameNotFound;
-    QTest::newRow("nobody listening") << 1 << "Connection to 10.1.1.1 failed. Error NT_STATUS_CONNECTION_REFUSED\n"
-                                      << code::nameNotFound;
-    QTest::newRow("host unreachable") << 1 << "Error NT_STATUS_HOST_UNREACHABLE" << code::nameNotFound;
-    QTest::newRow("access denied") << 1 << "Error NT_STATUS_ACCESS_DENIED" << code::accessDenied;
-    QTest::newRow("net unreachable") << 1 << "Error NT_STATUS_NETWORK_UNREACHABLE" << code::connectionNotFound;
-    QTest::newRow("not supported") << 1 << "NT_STATUS_NOT_SUPPORTED" << code::notSupported;
-    QTest::newRow("other status") << 1 << "NT_STATUS_CONNECTION_RESET" << code::networkError;
-    QTest::newRow("silent failure") << 1 << "" << code::networkError;
-}
-
-void TestNetSend::smbclientOutputMapsToCodes()
-{
-    QFETCH(int, exit);
-    QFETCH(QString, output);
-    QFETCH(int, code);
-    QCOMPARE(SmbMessenger::codeForOutput(exit, output), code);
-}
-
-void TestNetSend::actionTrimsLogsKeepsResultAndShowsBoxOnTest()
-{
-    QTemporaryDir data;
-    platform::sim::SimPlatform sim;
-    core::RunState state;
-    state.platform = sim.platform();
-    state.datafolder = data.path();
-    state.currentserver = QStringLiteral("SRV1");
-    state.currentservice = QStringLiteral("Spooler");
-    state.currentstate = QStringLiteral("Stopped");
-    const QString log = core::dataFile(data.path(), core::files::jobslog);
-    sim.files.create(log);
-    actions::Mailing mailing(state, nullptr);
-
-    bool done = false;
-    mailing.netsend(QStringLiteral(" ADMINPC  "), false, [&](bool logged) { done = logged; });
-    QVERIFY(done);
-    QCOMPARE(sim.messenger.sent.size(), 1);
-    QCOMPARE(sim.messenger.sent[0].recipient, QStringLiteral("ADMINPC"));
-    QCOMPARE(sim.messenger.sent[0].text, QStringLiteral("Velmora:  On  SRV1  the service Spooler is Stopped"));
-    QCOMPARE(*sim.files.readLines(log), QStringList{"The Net Message was successfully sent to ADMINPC."});
-    QCOMPARE(state.netsendresult, QStringLiteral("The Net Message was successfully sent to ADMINPC."));
-    QVERIFY(sim.boxes.shown.isEmpty());
-
-    // The test button: the same line, also in a box; the log waits for the transport.
-    sim.messenger.result = code::nameNotFound;
-    sim.messenger.hold = true;
-    done = false;
-    mailing.netsend(QStringLiteral("PC9"), true, [&](bool logged) { done = logged; });
-    QVERIFY(!done);
-    QCOMPARE(sim.files.readLines(log)->size(), 1);
-    sim.messenger.release();
-    QVERIFY(done);
-    const QString line = QStringLiteral("Error sending Net Message to PC9, user or workstation was not found.");
-    QCOMPARE(sim.files.readLines(log)->last(), line);
-    QCOMPARE(state.netsendresult, line);
-    QCOMPARE(sim.boxes.shown.size(), 1);
-    QCOMPARE(sim.boxes.shown[0].text, line);
-    QCOMPARE(sim.boxes.shown[0].icon, platform::MsgIcon::Information);
-}
-
-void TestNetSend::testSendBeforeAnyCheckHasEmptyParts()
-{
-    QTemporaryDir data;
-    platform::sim::SimPlatform sim;
-    core::RunState state;
-    state.platform = sim.platform();
-    state.datafolder = data.path();
-    sim.files.create(core::dataFile(data.path(), core::files::jobslog));
-    actions::Mailing mailing(state, nullptr);
-    mailing.netsend(QStringLiteral("ADMINPC"), true);
-    QCOMPARE(sim.messenger.sent[0].text, QStringLiteral("Velmora:  On    the service  is "));
-    QCOMPARE(sim.files.readLines(core::dataFile(data.path(), core::files::jobslog))->size(), 1);
-}
-
-void TestNetSend::badRecipientsAndMissingClientNeverRunSmbclient()
-{
-    QTemporaryDir dir;
-    // A client that would record being run.
-    const QString fake = dir.filePath(QStringLiteral("smbclient"));
-    QFile f(fake);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(QStringLiteral("#!/bin/sh\ntouch %1/ran\n").arg(dir.path()).toUtf8());
-    f.close();
-    f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-    SmbMessenger m;
-    m.program = fake;
-    QCOMPARE(sendAndWait(m, QString(), QStringLiteral("text")), code::invalidParameter);
-    QCOMPARE(sendAndWait(m, QStringLiteral("two words"), QStringLiteral("text")), code::invalidName);
-    QCOMPARE(sendAndWait(m, QStringLiteral("pc\\share"), QStringLiteral("text")), code::invalidName);
-    QCOMPARE(sendAndWait(m, QStringLiteral("tab\there"), QStringLiteral("text")), code::invalidName);
-    QVERIFY(!QFile::exists(dir.filePath(QStringLiteral("ran"))));
-
-    SmbMessenger missing;
-    missing.program = dir.filePath(QStringLiteral("no-smbclient"));
-    QCOMPARE(sendAndWait(missing, QStringLiteral("127.0.0.1"), QStringLiteral("text")), code::notSupported);
-}
-
-void TestNetSend::hungClientIsStoppedAfterItsTimeOut()
-{
-    QTemporaryDir dir;
-    const QString fake = dir.filePath(QStringLiteral("smbclient"));
-    QFile f(fake);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write("#!/bin/sh\nexec sleep 60\n");
-    f.close();
-    f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-    SmbMessenger m;
-    m.program = fake;
-    m.timeout_ms = 300;
-    QCOMPARE(sendAndWait(m, QStringLiteral("127.0.0.1"), QStringLiteral("text")), code::networkError);
-}
-
-void TestNetSend::realSmbdReceivesTheMessage()
-{
-    if (geteuid() != 0)
-        QSKIP("smbd in a network namespace of its own needs root");
-    if (QStandardPaths::findExecutable(QStringLiteral("smbclient")).isEmpty())
-        QSKIP("smbclient is not installed");
-    test::NetNamespace ns;
-    QVERIFY(ns.active());
-    SmbServer smbd;
-    QString why;
-    if (!smbd.start(true, &why))
-        QSKIP(qPrintable(why));
-
-    SmbMessenger real;
-    real.extra_arguments = {QStringLiteral("-s"), smbd.config()};
-    QTemporaryDir data;
-    platform::sim::SimPlatform sim;
-    core::RunState state;
-    state.platform = sim.platform();
-    state.platform.messenger = &real;
-    state.datafolder = data.path();
-    state.currentserver = QStringLiteral("SRV1");
-    state.currentservice = QStringLiteral("Spooler");
-    state.currentstate = QStringLiteral("Stopped");
-    sim.files.create(core::dataFile(data.path(), core::files::jobslog));
-    actions::Mailing mailing(state, nullptr);
-
-    bool done = false;
-    mailing.netsend(QStringLiteral(" localhost "), false, [&](bool logged) { done = logged; });
-    QTRY_VERIFY_WITH_TIMEOUT(done, 60000);
-    QCOMPARE(state.netsendresult, QStringLiteral("The Net Message was successfully sent to localhost."));
-    QCOMPARE(*sim.files.readLines(core::dataFile(data.path(), core::files::jobslog)),
-             QStringList{"The Net Message was successfully sent to localhost."});
-    QTRY_COMPARE_WITH_TIMEOUT(smbd.messages(), QStringList{"Velmora:  On  SRV1  the service Spooler is Stopped"},
-                              20000);
-}
-
-void TestNetSend::realSmbdRefusingMessagesAndNobodyListening()
-{
-    if (geteuid() != 0)
-        QSKIP("smbd in a network namespace of its own needs root");
-    if (QStandardPaths::findExecutable(QStringLiteral("smbclient")).isEmpty())
-        QSKIP("smbclient is not installed");
-    test::NetNamespace ns;
-    QVERIFY(ns.active());
-    SmbServer smbd;
-    QString why;
-    if (!smbd.start(false, &why))
-        QSKIP(qPrintable(why));
-    SmbMessenger real;
-    real.extra_arguments = {QStringLiteral("-s"), smbd.config()};
-    // smbd without a message command takes no messages.
-    QCOMPARE(sendAndWait(real, QStringLiteral("127.0.0.1"), QStringLiteral("hello")), code::nameNotFound);
-    // Nobody listens on this loopback address.
-    QCOMPARE(sendAndWait(real, QStringLiteral("127.0.0.2"), QStringLiteral("hello")), code::nameNotFound);
-    QVERIFY(smbd.messages().isEmpty());
-}
 
 QTEST_MAIN(TestNetSend)
 #include "tst_netsend.moc"
