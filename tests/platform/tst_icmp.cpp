@@ -188,13 +188,7 @@ private slots:
     {
         LinuxIcmp icmp;
         const auto statuses = icmp.echo({"", "999.1.1.1", "abc", "127.0.0.1", "1.2.3", "10.0.0.1 "}, hello, 2000);
-        QCOMPARE(statuses.size(), size_t(6));
-        QCOMPARE(statuses[0], -1);
-        QCOMPARE(statuses[1], -1);
-        QCOMPARE(statuses[2], -1);
-        QCOMPARE(statuses[3], 0);
-        QCOMPARE(statuses[4], -1);
-        QCOMPARE(statuses[5], -1);
+        QCOMPARE(statuses, (std::vector<int>{-1, -1, -1, 0, -1, -1}));
         QVERIFY(icmp.echo({}, hello, 100).empty());
     }
 
@@ -256,20 +250,17 @@ private slots:
                                     QStringLiteral("10.201.%1.6").arg(n)};
         std::vector<LinuxIcmp::Reply> replies;
         QVERIFY(runInNamespace(nsA, false, [&] { replies = LinuxIcmp(kindOf(socket)).echoReplies(addresses, hello, 4000); }));
-        QCOMPARE(replies.size(), size_t(addresses.size()));
-        QCOMPARE(replies[0].status, 0);     // the peer answers
+        std::vector<int> statuses;
+        for (const auto& r : replies)
+            statuses.push_back(r.status);
+        // Nobody on the own link has the eighth address: the kernel gives up the neighbour
+        // lookup (host unreachable) or the time-out comes first; never a success.
+        if (statuses.size() == addresses.size() && statuses[7] == 11010)
+            statuses[7] = 11003;
+        // The peer answers; the router says host, then net unreachable; the TTL runs out in the
+        // routing loop; no route here and an unreachable route here fail the send; loopback answers.
+        QCOMPARE(statuses, (std::vector<int>{0, 11003, 11002, 11013, 11002, 11003, 0, 11003, 11003}));
         QCOMPARE(replies[0].data, hello);
-        QCOMPARE(replies[1].status, 11003); // the router says host unreachable
-        QCOMPARE(replies[2].status, 11002); // the router says net unreachable
-        QCOMPARE(replies[3].status, 11013); // the TTL ran out in the routing loop
-        QCOMPARE(replies[4].status, 11002); // no route here: the send fails
-        QCOMPARE(replies[5].status, 11003); // an unreachable route here: the send fails
-        QCOMPARE(replies[6].status, 0);
-        // Nobody on the own link has this address: the kernel gives up the neighbour lookup
-        // (host unreachable) or the time-out comes first; never a success.
-        QVERIFY2(replies[7].status == 11003 || replies[7].status == 11010,
-                 qPrintable(QString::number(replies[7].status)));
-        QCOMPARE(replies[8].status, 11003);
     }
 
     void silentAddressesTimeOutTogether_data()
@@ -295,11 +286,9 @@ private slots:
         });
         QVERIFY(sysctl(nsB, {"net.ipv4.icmp_echo_ignore_all=0"}));
         QVERIFY(ran);
-        QCOMPARE(statuses.size(), size_t(addresses.size()));
-        QCOMPARE(statuses[0], 11010);
-        QCOMPARE(statuses[1], 0);
-        for (size_t i = 2; i < statuses.size(); ++i)
-            QCOMPARE(statuses[i], 11010);
+        std::vector<int> expected(addresses.size(), 11010);
+        expected[1] = 0;
+        QCOMPARE(statuses, expected);
         // One wait for all of them, not one per address.
         QVERIFY2(elapsed >= 490 && elapsed < 1000, qPrintable(QString::number(elapsed)));
     }
