@@ -18,19 +18,7 @@ namespace mailerror = platform::mailerror;
 
 class TestProfileMail : public QObject {
     Q_OBJECT
-private slots:
-    void init();
-    void accountsAreReadFromEveryForm();
-    void logonNeedsTheProgramAConfigurationAndTheAccount();
-    void sendDeliversThroughTheAccount();
-    void nonAsciiSubjectIsEncodedAndBodyKept();
-    void unusableRecipientFailsWithoutSending();
-    void unreachableServerGivesMsmtpsOwnWords();
-    void mailActionLogsOutcomesAndNeedsTheProfileFile();
-    void startupLogonShowsOnlyMailSystemErrors();
-
 private:
-    QString writeConfig(int port);
     MsmtpMail msmtp() const
     {
         MsmtpMail m;
@@ -41,242 +29,243 @@ private:
 
     QTemporaryDir dir_;
     QString config_;
-};
 
-void TestProfileMail::init() { config_.clear(); }
-
-QString TestProfileMail::writeConfig(int port)
-{
-    config_ = dir_.filePath(QStringLiteral("msmtprc"));
-    QFile f(config_);
-    f.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    f.write(QStringLiteral("# test configuration\n"
-                           "defaults\n"
-                           "auth off\n"
-                           "tls off\n"
-                           "\n"
-                           "account velmora\n"
-                           "host 127.0.0.1\n"
-                           "port %1\n"
-                           "from alerts@velmora.test\n"
-                           "\n"
-                           "account backup : velmora\n"
-                           "from backup@velmora.test\n")
-                .arg(port)
-                .toUtf8());
-    f.close();
-    f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    return config_;
-}
-
-void TestProfileMail::accountsAreReadFromEveryForm()
-{
-    const QString text = QStringLiteral("defaults\n"
-                                        "  account   first\r\n"
-                                        "# account commented\n"
-                                        "account second : first\n"
-                                        "account \"with blank\"\n"
-                                        "accounts notakeyword\n"
-                                        "account default : second\n"
-                                        "host account.test\n");
-    QCOMPARE(MsmtpMail::accountsIn(text),
-             (QStringList{"first", "second", "with blank", "default"}));
-}
-
-void TestProfileMail::logonNeedsTheProgramAConfigurationAndTheAccount()
-{
-    if (!haveMsmtp())
-        QSKIP("msmtp is not installed");
-    MsmtpMail none = msmtp();
-    none.program = dir_.filePath(QStringLiteral("no-such-msmtp"));
-    none.config = dir_.filePath(QStringLiteral("missing"));
-    MailResult r = none.logon(QStringLiteral("velmora"));
-    QCOMPARE(r.number, mailerror::noMailClient);
-    QVERIFY(r.number > 0); // not the mail system's own error: no box at start-up
-
-    MsmtpMail noConfig = msmtp();
-    noConfig.config = dir_.filePath(QStringLiteral("missing"));
-    r = noConfig.logon(QStringLiteral("velmora"));
-    QCOMPARE(r.number, mailerror::logonFailed);
-    QVERIFY(r.number < 0);
-    QVERIFY(!r.description.isEmpty());
-
-    writeConfig(25);
-    QVERIFY(msmtp().logon(QStringLiteral("velmora")).ok());
-    QVERIFY(msmtp().logon(QStringLiteral("backup")).ok());
-    // Compared exactly: case and trailing blanks count.
-    QCOMPARE(msmtp().logon(QStringLiteral("velmora ")).number, mailerror::logonFailed);
-    QCOMPARE(msmtp().logon(QStringLiteral("Velmora")).number, mailerror::logonFailed);
-    QCOMPARE(msmtp().logon(QString()).number, mailerror::logonFailed);
-}
-
-void TestProfileMail::sendDeliversThroughTheAccount()
-{
-    if (!haveMsmtp())
-        QSKIP("msmtp is not installed");
-    test::SmtpSink sink;
-    if (!sink.start())
-        QSKIP("aiosmtpd (python3-aiosmtpd) is not available");
-    writeConfig(sink.port());
-    MsmtpMail m = msmtp();
-    QObject context;
-    std::optional<MailResult> result;
-    // The action hands the address over with the blank the action entry keeps before it.
-    m.send(&context, QStringLiteral("velmora"), QStringLiteral(" admin@corp.test"),
-           QStringLiteral("Service Status  SRV1  Spooler  Stopped"),
-           QStringLiteral("Velmora has noticed that\r\non: 02.03.2026  at: 08:00:00\r\n\r\nAlert activated"),
-           [&](MailResult r) { result = r; });
-    QTRY_VERIFY_WITH_TIMEOUT(result.has_value(), 30000);
-    QVERIFY2(result->ok(), qPrintable(result->description));
-    QTRY_COMPARE(sink.records().size(), 1);
-    const QJsonObject r = sink.records().first();
-    QCOMPARE(r.value("mail_from").toString(), QStringLiteral("alerts@velmora.test"));
-    QCOMPARE(r.value("rcpt_tos").toArray().toVariantList(), QVariantList{QStringLiteral("admin@corp.test")});
-    const QString data = r.value("data").toString();
-    QVERIFY2(data.contains("To: admin@corp.test\r\n"), qPrintable(data));
-    QVERIFY2(data.contains("Subject: Service Status  SRV1  Spooler  Stopped\r\n"), qPrintable(data));
-    QVERIFY2(data.contains("\r\n\r\nVelmora has noticed that\r\non: 02.03.2026  at: 08:00:00\r\n\r\nAlert activated"),
-             qPrintable(data));
-}
-
-void TestProfileMail::nonAsciiSubjectIsEncodedAndBodyKept()
-{
-    const QByteArray msg = MsmtpMail::messageText(QStringLiteral("a@b.test"), QStringLiteral("Dienst gestoppt: Größe\nzwei"),
-                                                  QStringLiteral("Prüfung\r\nok"));
-    QVERIFY(msg.contains("Subject: =?UTF-8?B?"));
-    QVERIFY(!msg.contains("Gr\xc3\xb6\xc3\x9f" "e"));
-    QVERIFY(msg.contains("Content-Type: text/plain; charset=UTF-8\n"));
-    QVERIFY(msg.endsWith("\n\nPr\xc3\xbc" "fung\nok\n"));
-    // The encoded words decode to the subject with its line end turned into a blank.
-    const qsizetype from = msg.indexOf("Subject: ") + 9;
-    const QByteArray header = msg.mid(from, msg.indexOf("\nMIME-Version") - from);
-    QByteArray decoded;
-    for (QByteArray word : header.split(' ')) {
-        word = word.trimmed();
-        QVERIFY(word.startsWith("=?UTF-8?B?") && word.endsWith("?="));
-        QVERIFY(word.size() <= 75);
-        decoded += QByteArray::fromBase64(word.mid(10, word.size() - 12));
+    QString writeConfig(int port)
+    {
+        config_ = dir_.filePath(QStringLiteral("msmtprc"));
+        QFile f(config_);
+        f.open(QIODevice::WriteOnly | QIODevice::Truncate);
+        f.write(QStringLiteral("# test configuration\n"
+                               "defaults\n"
+                               "auth off\n"
+                               "tls off\n"
+                               "\n"
+                               "account velmora\n"
+                               "host 127.0.0.1\n"
+                               "port %1\n"
+                               "from alerts@velmora.test\n"
+                               "\n"
+                               "account backup : velmora\n"
+                               "from backup@velmora.test\n")
+                    .arg(port)
+                    .toUtf8());
+        f.close();
+        f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        return config_;
     }
-    QCOMPARE(QString::fromUtf8(decoded), QStringLiteral("Dienst gestoppt: Größe zwei"));
-}
 
-void TestProfileMail::unusableRecipientFailsWithoutSending()
-{
-    if (!haveMsmtp())
-        QSKIP("msmtp is not installed");
-    writeConfig(1);
-    QObject context;
-    for (const QString& bad : {QString(), QStringLiteral("   "), QStringLiteral("john smith@corp.test"),
-                               QStringLiteral("nobody"), QStringLiteral("a@b.test, c@d.test"),
-                               QStringLiteral("a@b.test\r\nBcc: x@y.test")}) {
+private slots:
+    void init() { config_.clear(); }
+
+    void accountsAreReadFromEveryForm()
+    {
+        const QString text = QStringLiteral("defaults\n"
+                                            "  account   first\r\n"
+                                            "# account commented\n"
+                                            "account second : first\n"
+                                            "account \"with blank\"\n"
+                                            "accounts notakeyword\n"
+                                            "account default : second\n"
+                                            "host account.test\n");
+        QCOMPARE(MsmtpMail::accountsIn(text),
+                 (QStringList{"first", "second", "with blank", "default"}));
+    }
+
+    void logonNeedsTheProgramAConfigurationAndTheAccount()
+    {
+        if (!haveMsmtp())
+            QSKIP("msmtp is not installed");
+        MsmtpMail none = msmtp();
+        none.program = dir_.filePath(QStringLiteral("no-such-msmtp"));
+        none.config = dir_.filePath(QStringLiteral("missing"));
+        MailResult r = none.logon(QStringLiteral("velmora"));
+        QCOMPARE(r.number, mailerror::noMailClient);
+        QVERIFY(r.number > 0); // not the mail system's own error: no box at start-up
+
+        MsmtpMail noConfig = msmtp();
+        noConfig.config = dir_.filePath(QStringLiteral("missing"));
+        r = noConfig.logon(QStringLiteral("velmora"));
+        QCOMPARE(r.number, mailerror::logonFailed);
+        QVERIFY(r.number < 0);
+        QVERIFY(!r.description.isEmpty());
+
+        writeConfig(25);
+        QVERIFY(msmtp().logon(QStringLiteral("velmora")).ok());
+        QVERIFY(msmtp().logon(QStringLiteral("backup")).ok());
+        // Compared exactly: case and trailing blanks count.
+        QCOMPARE(msmtp().logon(QStringLiteral("velmora ")).number, mailerror::logonFailed);
+        QCOMPARE(msmtp().logon(QStringLiteral("Velmora")).number, mailerror::logonFailed);
+        QCOMPARE(msmtp().logon(QString()).number, mailerror::logonFailed);
+    }
+
+    void sendDeliversThroughTheAccount()
+    {
+        if (!haveMsmtp())
+            QSKIP("msmtp is not installed");
+        test::SmtpSink sink;
+        if (!sink.start())
+            QSKIP("aiosmtpd (python3-aiosmtpd) is not available");
+        writeConfig(sink.port());
+        MsmtpMail m = msmtp();
+        QObject context;
         std::optional<MailResult> result;
-        msmtp().send(&context, QStringLiteral("velmora"), bad, QStringLiteral("s"), QStringLiteral("b"),
-                     [&](MailResult r) { result = r; });
-        QVERIFY(!result); // reported later, never inside the call
-        QTRY_VERIFY(result.has_value());
-        QCOMPARE(result->number, mailerror::recipientUnresolved);
+        // The action hands the address over with the blank the action entry keeps before it.
+        m.send(&context, QStringLiteral("velmora"), QStringLiteral(" admin@corp.test"),
+               QStringLiteral("Service Status  SRV1  Spooler  Stopped"),
+               QStringLiteral("Velmora has noticed that\r\non: 02.03.2026  at: 08:00:00\r\n\r\nAlert activated"),
+               [&](MailResult r) { result = r; });
+        QTRY_VERIFY_WITH_TIMEOUT(result.has_value(), 30000);
+        QVERIFY2(result->ok(), qPrintable(result->description));
+        QTRY_COMPARE(sink.records().size(), 1);
+        const QJsonObject r = sink.records().first();
+        QCOMPARE(r.value("mail_from").toString(), QStringLiteral("alerts@velmora.test"));
+        QCOMPARE(r.value("rcpt_tos").toArray().toVariantList(), QVariantList{QStringLiteral("admin@corp.test")});
+        const QString data = r.value("data").toString();
+        QVERIFY2(data.contains("To: admin@corp.test\r\n"), qPrintable(data));
+        QVERIFY2(data.contains("Subject: Service Status  SRV1  Spooler  Stopped\r\n"), qPrintable(data));
+        QVERIFY2(data.contains("\r\n\r\nVelmora has noticed that\r\non: 02.03.2026  at: 08:00:00\r\n\r\nAlert activated"),
+                 qPrintable(data));
     }
-}
 
-void TestProfileMail::unreachableServerGivesMsmtpsOwnWords()
-{
-    if (!haveMsmtp())
-        QSKIP("msmtp is not installed");
-    QTcpServer probe;
-    QVERIFY(probe.listen(QHostAddress::LocalHost));
-    const int closedPort = probe.serverPort();
-    probe.close();
-    writeConfig(closedPort);
-    QObject context;
-    std::optional<MailResult> result;
-    msmtp().send(&context, QStringLiteral("velmora"), QStringLiteral("admin@corp.test"), QStringLiteral("s"),
-                 QStringLiteral("b"), [&](MailResult r) { result = r; });
-    QTRY_VERIFY_WITH_TIMEOUT(result.has_value(), 30000);
-    QCOMPARE(result->number, mailerror::callFailed);
-    QVERIFY2(result->description.contains(QStringLiteral("cannot connect")), qPrintable(result->description));
-    QVERIFY(!result->description.contains(QLatin1Char('\n')));
-}
+    void nonAsciiSubjectIsEncodedAndBodyKept()
+    {
+        const QByteArray msg = MsmtpMail::messageText(QStringLiteral("a@b.test"), QStringLiteral("Dienst gestoppt: Größe\nzwei"),
+                                                      QStringLiteral("Prüfung\r\nok"));
+        QVERIFY(msg.contains("Subject: =?UTF-8?B?"));
+        QVERIFY(!msg.contains("Gr\xc3\xb6\xc3\x9f" "e"));
+        QVERIFY(msg.contains("Content-Type: text/plain; charset=UTF-8\n"));
+        QVERIFY(msg.endsWith("\n\nPr\xc3\xbc" "fung\nok\n"));
+        // The encoded words decode to the subject with its line end turned into a blank.
+        const qsizetype from = msg.indexOf("Subject: ") + 9;
+        const QByteArray header = msg.mid(from, msg.indexOf("\nMIME-Version") - from);
+        QByteArray decoded;
+        for (QByteArray word : header.split(' ')) {
+            word = word.trimmed();
+            QVERIFY(word.startsWith("=?UTF-8?B?") && word.endsWith("?="));
+            QVERIFY(word.size() <= 75);
+            decoded += QByteArray::fromBase64(word.mid(10, word.size() - 12));
+        }
+        QCOMPARE(QString::fromUtf8(decoded), QStringLiteral("Dienst gestoppt: Größe zwei"));
+    }
 
-void TestProfileMail::mailActionLogsOutcomesAndNeedsTheProfileFile()
-{
-    if (!haveMsmtp())
-        QSKIP("msmtp is not installed");
-    test::SmtpSink sink;
-    if (!sink.start())
-        QSKIP("aiosmtpd (python3-aiosmtpd) is not available");
-    writeConfig(sink.port());
-    QTemporaryDir data;
-    platform::sim::SimPlatform sim;
-    MsmtpMail real = msmtp();
-    core::RunState state;
-    state.platform = sim.platform();
-    state.platform.profilemail = &real;
-    state.datafolder = data.path();
-    sim.files.create(core::dataFile(data.path(), core::files::jobslog));
-    actions::Mailing mailing(state, nullptr);
-    const actions::MailText text{QStringLiteral("Service Status  SRV1  Spooler  Stopped"), QStringLiteral("body")};
-    auto logLines = [&] {
-        return sim.files.readLines(core::dataFile(data.path(), core::files::jobslog)).value_or(QStringList());
-    };
+    void unusableRecipientFailsWithoutSending()
+    {
+        if (!haveMsmtp())
+            QSKIP("msmtp is not installed");
+        writeConfig(1);
+        QObject context;
+        for (const QString& bad : {QString(), QStringLiteral("   "), QStringLiteral("john smith@corp.test"),
+                                   QStringLiteral("nobody"), QStringLiteral("a@b.test, c@d.test"),
+                                   QStringLiteral("a@b.test\r\nBcc: x@y.test")}) {
+            std::optional<MailResult> result;
+            msmtp().send(&context, QStringLiteral("velmora"), bad, QStringLiteral("s"), QStringLiteral("b"),
+                         [&](MailResult r) { result = r; });
+            QVERIFY(!result); // reported later, never inside the call
+            QTRY_VERIFY(result.has_value());
+            QCOMPARE(result->number, mailerror::recipientUnresolved);
+        }
+    }
 
-    // No profile file: the dispatch ends, nothing is logged.
-    std::optional<bool> goesOn;
-    mailing.subemail(QStringLiteral(" admin@corp.test"), text, [&](bool on) { goesOn = on; });
-    QCOMPARE(goesOn, std::optional<bool>(false));
-    QVERIFY(logLines().isEmpty());
+    void unreachableServerGivesMsmtpsOwnWords()
+    {
+        if (!haveMsmtp())
+            QSKIP("msmtp is not installed");
+        QTcpServer probe;
+        QVERIFY(probe.listen(QHostAddress::LocalHost));
+        const int closedPort = probe.serverPort();
+        probe.close();
+        writeConfig(closedPort);
+        QObject context;
+        std::optional<MailResult> result;
+        msmtp().send(&context, QStringLiteral("velmora"), QStringLiteral("admin@corp.test"), QStringLiteral("s"),
+                     QStringLiteral("b"), [&](MailResult r) { result = r; });
+        QTRY_VERIFY_WITH_TIMEOUT(result.has_value(), 30000);
+        QCOMPARE(result->number, mailerror::callFailed);
+        QVERIFY2(result->description.contains(QStringLiteral("cannot connect")), qPrintable(result->description));
+        QVERIFY(!result->description.contains(QLatin1Char('\n')));
+    }
 
-    sim.files.writeLines(core::dataFile(data.path(), QStringLiteral("Mailprofile")), {QStringLiteral("velmora")});
-    goesOn.reset();
-    mailing.subemail(QStringLiteral(" admin@corp.test"), text, [&](bool on) { goesOn = on; });
-    QTRY_VERIFY_WITH_TIMEOUT(goesOn.has_value(), 30000);
-    QCOMPARE(*goesOn, true);
-    QCOMPARE(state.mailprofile, QStringLiteral("velmora"));
-    QCOMPARE(logLines(), QStringList{QStringLiteral("Email sent to:  admin@corp.test")});
-    QTRY_COMPARE(sink.records().size(), 1);
+    void mailActionLogsOutcomesAndNeedsTheProfileFile()
+    {
+        if (!haveMsmtp())
+            QSKIP("msmtp is not installed");
+        test::SmtpSink sink;
+        if (!sink.start())
+            QSKIP("aiosmtpd (python3-aiosmtpd) is not available");
+        writeConfig(sink.port());
+        QTemporaryDir data;
+        platform::sim::SimPlatform sim;
+        MsmtpMail real = msmtp();
+        core::RunState state;
+        state.platform = sim.platform();
+        state.platform.profilemail = &real;
+        state.datafolder = data.path();
+        sim.files.create(core::dataFile(data.path(), core::files::jobslog));
+        actions::Mailing mailing(state, nullptr);
+        const actions::MailText text{QStringLiteral("Service Status  SRV1  Spooler  Stopped"), QStringLiteral("body")};
+        auto logLines = [&] {
+            return sim.files.readLines(core::dataFile(data.path(), core::files::jobslog)).value_or(QStringList());
+        };
 
-    // A profile that is no account: one error line, and the dispatch goes on.
-    sim.files.writeLines(core::dataFile(data.path(), core::files::mailprofile), {QStringLiteral("velmora ")});
-    goesOn.reset();
-    mailing.subemail(QStringLiteral(" admin@corp.test"), text, [&](bool on) { goesOn = on; });
-    QTRY_VERIFY(goesOn.has_value());
-    QCOMPARE(*goesOn, true);
-    QCOMPARE(logLines().size(), 2);
-    QVERIFY2(logLines().at(1).startsWith(QStringLiteral("Error on sending Email: ")), qPrintable(logLines().at(1)));
-    QCOMPARE(sink.records().size(), 1);
-}
+        // No profile file: the dispatch ends, nothing is logged.
+        std::optional<bool> goesOn;
+        mailing.subemail(QStringLiteral(" admin@corp.test"), text, [&](bool on) { goesOn = on; });
+        QCOMPARE(goesOn, std::optional<bool>(false));
+        QVERIFY(logLines().isEmpty());
 
-void TestProfileMail::startupLogonShowsOnlyMailSystemErrors()
-{
-    QTemporaryDir data;
-    platform::sim::SimPlatform sim;
-    core::RunState state;
-    state.platform = sim.platform();
-    state.datafolder = data.path();
-    actions::Mailing mailing(state, nullptr);
+        sim.files.writeLines(core::dataFile(data.path(), QStringLiteral("Mailprofile")), {QStringLiteral("velmora")});
+        goesOn.reset();
+        mailing.subemail(QStringLiteral(" admin@corp.test"), text, [&](bool on) { goesOn = on; });
+        QTRY_VERIFY_WITH_TIMEOUT(goesOn.has_value(), 30000);
+        QCOMPARE(*goesOn, true);
+        QCOMPARE(state.mailprofile, QStringLiteral("velmora"));
+        QCOMPARE(logLines(), QStringList{QStringLiteral("Email sent to:  admin@corp.test")});
+        QTRY_COMPARE(sink.records().size(), 1);
 
-    // No profile file: nothing happens.
-    mailing.checkmailprofile();
-    QVERIFY(state.usesmtp);
-    QCOMPARE(sim.profilemail.logons, 0);
+        // A profile that is no account: one error line, and the dispatch goes on.
+        sim.files.writeLines(core::dataFile(data.path(), core::files::mailprofile), {QStringLiteral("velmora ")});
+        goesOn.reset();
+        mailing.subemail(QStringLiteral(" admin@corp.test"), text, [&](bool on) { goesOn = on; });
+        QTRY_VERIFY(goesOn.has_value());
+        QCOMPARE(*goesOn, true);
+        QCOMPARE(logLines().size(), 2);
+        QVERIFY2(logLines().at(1).startsWith(QStringLiteral("Error on sending Email: ")), qPrintable(logLines().at(1)));
+        QCOMPARE(sink.records().size(), 1);
+    }
 
-    sim.files.writeLines(core::dataFile(data.path(), core::files::mailprofile), {QStringLiteral("Office")});
-    sim.profilemail.profiles = {QStringLiteral("Office")};
-    mailing.checkmailprofile();
-    QVERIFY(!state.usesmtp);
-    QCOMPARE(state.mailprofile, QStringLiteral("Office"));
-    QVERIFY(sim.boxes.shown.isEmpty());
+    void startupLogonShowsOnlyMailSystemErrors()
+    {
+        QTemporaryDir data;
+        platform::sim::SimPlatform sim;
+        core::RunState state;
+        state.platform = sim.platform();
+        state.datafolder = data.path();
+        actions::Mailing mailing(state, nullptr);
 
-    sim.profilemail.profiles.clear();
-    mailing.checkmailprofile();
-    QCOMPARE(sim.boxes.shown.size(), 1);
-    QCOMPARE(sim.boxes.shown[0].text, QStringLiteral("Error : The profile Office does not exist.\n\r\n\r"));
-    QCOMPARE(sim.boxes.shown[0].icon, platform::MsgIcon::Critical);
+        // No profile file: nothing happens.
+        mailing.checkmailprofile();
+        QVERIFY(state.usesmtp);
+        QCOMPARE(sim.profilemail.logons, 0);
 
-    // No mail client at all: silent.
-    sim.profilemail.installed = false;
-    mailing.checkmailprofile();
-    QCOMPARE(sim.boxes.shown.size(), 1);
-}
+        sim.files.writeLines(core::dataFile(data.path(), core::files::mailprofile), {QStringLiteral("Office")});
+        sim.profilemail.profiles = {QStringLiteral("Office")};
+        mailing.checkmailprofile();
+        QVERIFY(!state.usesmtp);
+        QCOMPARE(state.mailprofile, QStringLiteral("Office"));
+        QVERIFY(sim.boxes.shown.isEmpty());
+
+        sim.profilemail.profiles.clear();
+        mailing.checkmailprofile();
+        QCOMPARE(sim.boxes.texts(), QStringList{"Error : The profile Office does not exist.\n\r\n\r"});
+        QCOMPARE(sim.boxes.shown[0].icon, platform::MsgIcon::Critical);
+
+        // No mail client at all: silent.
+        sim.profilemail.installed = false;
+        mailing.checkmailprofile();
+        QCOMPARE(sim.boxes.shown.size(), 1);
+    }
+
+};
 
 QTEST_MAIN(TestProfileMail)
 #include "tst_profilemail.moc"
