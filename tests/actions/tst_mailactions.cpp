@@ -62,75 +62,72 @@ const QString kNetLine = QStringLiteral("The Net Message was successfully sent t
 class TestMailActions : public QObject {
     Q_OBJECT
 private slots:
-    void smtpAlertMailCarriesEarlierResults();
-    void profileAlertMailAndMissingProfileFileEndsTheDispatch();
-    void realSmtpAlertMailReachesAiosmtpd();
+    void smtpAlertMailCarriesEarlierResults()
+    {
+        Rig rig;
+        platform::sim::SimSmtpServer smtp;
+        smtp.listen(rig.sim.tcp, QStringLiteral("mail.corp.test"), 25);
+        rig.build();
+        QVERIFY(rig.run({QStringLiteral("Net Message Send to:  PC9 "), QStringLiteral("Alert"), QString(),
+                         QStringLiteral("Send Email to: admin@corp.test"), QString()}));
+        QCOMPARE(rig.log(), (QStringList{kNetLine, "Alert activated", "Email sent to admin@corp.test"}));
+        QCOMPARE(rig.state.netsendrecipient, QStringLiteral("PC9"));
+        QCOMPARE(rig.state.mailaddress, QStringLiteral("admin@corp.test"));
+        QCOMPARE(rig.sim.messenger.sent.value(0).recipient, QStringLiteral("PC9"));
+        QCOMPARE(smtp.commands.value(2), QStringLiteral("rcpt to: admin@corp.test"));
+        const QString msg = QString::fromLatin1(smtp.messages.value(0));
+        QVERIFY2(msg.contains("\r\nSubject: Service Status SRV1 Spooler Stopped\r\n"), qPrintable(msg));
+        QVERIFY2(msg.contains("  " + kNetLine + "  "), qPrintable(msg));
+        QVERIFY2(msg.contains("  Alert activated  "), qPrintable(msg));
+    }
+
+    void profileAlertMailAndMissingProfileFileEndsTheDispatch()
+    {
+        Rig rig;
+        rig.state.usesmtp = false;
+        rig.sim.profilemail.profiles = {QStringLiteral("Office")};
+        rig.build();
+
+        // Without the profile file the mail ends the dispatch: the later slot does not run.
+        QVERIFY(rig.run({QStringLiteral("Send Email to: admin@corp.test"), QStringLiteral("Alert"), QString(), QString(),
+                         QString()}));
+        QVERIFY(rig.log().isEmpty());
+        QVERIFY(!rig.timer6->isEnabled());
+
+        rig.sim.files.writeLines(rig.file(core::files::mailprofile), {QStringLiteral("Office")});
+        QVERIFY(rig.run({QStringLiteral("Alert"), QStringLiteral("Send Email to: admin@corp.test"), QString(), QString(),
+                         QStringLiteral("Net Message Send to: PC9")}));
+        QCOMPARE(rig.log(), (QStringList{"Alert activated", "Email sent to:  admin@corp.test", kNetLine}));
+        const auto& m = rig.sim.profilemail.sent.value(0);
+        QCOMPARE(m.profile, QStringLiteral("Office"));
+        QCOMPARE(m.recipient, QStringLiteral(" admin@corp.test"));
+        QCOMPARE(m.subject, QStringLiteral("Service Status  SRV1  Spooler  Stopped"));
+        QVERIFY2(m.body.contains(QStringLiteral("\r\nAlert activated\r\n")), qPrintable(m.body));
+    }
+
+    void realSmtpAlertMailReachesAiosmtpd()
+    {
+        test::SmtpSink sink;
+        if (!sink.start())
+            QSKIP("aiosmtpd (python3-aiosmtpd) is not available");
+        Rig rig;
+        platform::QtTcpNetwork realTcp;
+        rig.state.platform.tcp = &realTcp;
+        rig.state.smtpserver = QStringLiteral("127.0.0.1");
+        rig.state.smtpport = qint16(sink.port());
+        rig.build();
+        QVERIFY(rig.run({QStringLiteral("Alert"), QStringLiteral("Send Email to: admin@corp.test"), QString(), QString(),
+                         QString()}));
+        QCOMPARE(rig.log(), (QStringList{"Alert activated", "Email sent to admin@corp.test"}));
+        QTRY_COMPARE(sink.records().size(), 1);
+        const QJsonObject r = sink.records().first();
+        QCOMPARE(r.value("mail_from").toString(), QStringLiteral("alerts@corp.test"));
+        QCOMPARE(r.value("rcpt_tos").toArray().toVariantList(), QVariantList{QStringLiteral("admin@corp.test")});
+        QVERIFY(r.value("data").toString().contains(QStringLiteral("Subject: Service Status SRV1 Spooler Stopped\r\n")));
+        QVERIFY(r.value("data").toString().contains(QStringLiteral("  Alert activated  ")));
+    }
+
 };
-
-void TestMailActions::smtpAlertMailCarriesEarlierResults()
-{
-    Rig rig;
-    platform::sim::SimSmtpServer smtp;
-    smtp.listen(rig.sim.tcp, QStringLiteral("mail.corp.test"), 25);
-    rig.build();
-    QVERIFY(rig.run({QStringLiteral("Net Message Send to:  PC9 "), QStringLiteral("Alert"), QString(),
-                     QStringLiteral("Send Email to: admin@corp.test"), QString()}));
-    QCOMPARE(rig.log(), (QStringList{kNetLine, "Alert activated", "Email sent to admin@corp.test"}));
-    QCOMPARE(rig.state.netsendrecipient, QStringLiteral("PC9"));
-    QCOMPARE(rig.state.mailaddress, QStringLiteral("admin@corp.test"));
-    QCOMPARE(rig.sim.messenger.sent.value(0).recipient, QStringLiteral("PC9"));
-    QCOMPARE(smtp.commands.value(2), QStringLiteral("rcpt to: admin@corp.test"));
-    const QString msg = QString::fromLatin1(smtp.messages.value(0));
-    QVERIFY2(msg.contains("\r\nSubject: Service Status SRV1 Spooler Stopped\r\n"), qPrintable(msg));
-    QVERIFY2(msg.contains("  " + kNetLine + "  "), qPrintable(msg));
-    QVERIFY2(msg.contains("  Alert activated  "), qPrintable(msg));
-}
-
-void TestMailActions::profileAlertMailAndMissingProfileFileEndsTheDispatch()
-{
-    Rig rig;
-    rig.state.usesmtp = false;
-    rig.sim.profilemail.profiles = {QStringLiteral("Office")};
-    rig.build();
-
-    // Without the profile file the mail ends the dispatch: the later slot does not run.
-    QVERIFY(rig.run({QStringLiteral("Send Email to: admin@corp.test"), QStringLiteral("Alert"), QString(), QString(),
-                     QString()}));
-    QVERIFY(rig.log().isEmpty());
-    QVERIFY(!rig.timer6->isEnabled());
-
-    rig.sim.files.writeLines(rig.file(core::files::mailprofile), {QStringLiteral("Office")});
-    QVERIFY(rig.run({QStringLiteral("Alert"), QStringLiteral("Send Email to: admin@corp.test"), QString(), QString(),
-                     QStringLiteral("Net Message Send to: PC9")}));
-    QCOMPARE(rig.log(), (QStringList{"Alert activated", "Email sent to:  admin@corp.test", kNetLine}));
-    const auto& m = rig.sim.profilemail.sent.value(0);
-    QCOMPARE(m.profile, QStringLiteral("Office"));
-    QCOMPARE(m.recipient, QStringLiteral(" admin@corp.test"));
-    QCOMPARE(m.subject, QStringLiteral("Service Status  SRV1  Spooler  Stopped"));
-    QVERIFY2(m.body.contains(QStringLiteral("\r\nAlert activated\r\n")), qPrintable(m.body));
-}
-
-void TestMailActions::realSmtpAlertMailReachesAiosmtpd()
-{
-    test::SmtpSink sink;
-    if (!sink.start())
-        QSKIP("aiosmtpd (python3-aiosmtpd) is not available");
-    Rig rig;
-    platform::QtTcpNetwork realTcp;
-    rig.state.platform.tcp = &realTcp;
-    rig.state.smtpserver = QStringLiteral("127.0.0.1");
-    rig.state.smtpport = qint16(sink.port());
-    rig.build();
-    QVERIFY(rig.run({QStringLiteral("Alert"), QStringLiteral("Send Email to: admin@corp.test"), QString(), QString(),
-                     QString()}));
-    QCOMPARE(rig.log(), (QStringList{"Alert activated", "Email sent to admin@corp.test"}));
-    QTRY_COMPARE(sink.records().size(), 1);
-    const QJsonObject r = sink.records().first();
-    QCOMPARE(r.value("mail_from").toString(), QStringLiteral("alerts@corp.test"));
-    QCOMPARE(r.value("rcpt_tos").toArray().toVariantList(), QVariantList{QStringLiteral("admin@corp.test")});
-    QVERIFY(r.value("data").toString().contains(QStringLiteral("Subject: Service Status SRV1 Spooler Stopped\r\n")));
-    QVERIFY(r.value("data").toString().contains(QStringLiteral("  Alert activated  ")));
-}
 
 QTEST_MAIN(TestMailActions)
 #include "tst_mailactions.moc"
