@@ -11,6 +11,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <memory>
+
 using namespace velmora;
 using namespace velmora::core;
 using Op = platform::sim::SimTextFiles::Op;
@@ -50,18 +52,24 @@ SettingsRecord initialRecord() { return SettingsRecord{}; }
 
 class TestDataFiles : public QObject {
     Q_OBJECT
+    // A data folder of each test's own, read and written through the disk backend.
+    std::unique_ptr<QTemporaryDir> dir_;
+    platform::DiskTextFiles disk;
+    QString file(const QString& name) const { return dir_->filePath(name); }
+
 private slots:
+    void init() { dir_ = std::make_unique<QTemporaryDir>(); }
+
     // ---- data folder ----
 
     void dataFolderIsTheProgramFolderUnlessReadOnly()
     {
-        QTemporaryDir dir;
         platform::sim::SimSystem system;
-        system.program_folder = dir.path() + "/bin/";
-        system.user_data_folder = dir.path() + "/home/.local/share/velmora";
-        QCOMPARE(chooseDataFolder(system), dir.path() + "/bin");
+        system.program_folder = dir_->path() + "/bin/";
+        system.user_data_folder = dir_->path() + "/home/.local/share/velmora";
+        QCOMPARE(chooseDataFolder(system), dir_->path() + "/bin");
         system.program_folder_writable = false;
-        system.program_folder = dir.path() + "/bin"; // the sim compares this spelling
+        system.program_folder = dir_->path() + "/bin"; // the sim compares this spelling
         QCOMPARE(chooseDataFolder(system), system.user_data_folder);
         QVERIFY(QDir(system.user_data_folder).exists());
 
@@ -75,17 +83,15 @@ private slots:
 
     void writersProduceTheExactCrLfBytes()
     {
-        QTemporaryDir dir;
-        platform::DiskTextFiles files;
 
-        const QString settings = dir.filePath("Settings");
-        QVERIFY(writeSettings(files, settings, SettingsRecord::defaults(dir.path())));
+        const QString settings = file("Settings");
+        QVERIFY(writeSettings(disk, settings, SettingsRecord::defaults(dir_->path())));
         QCOMPARE(bytesOf(settings), "True\r\nTrue\r\n5\r\n1\r\nTrue\r\nTrue\r\nTrue\r\n" + QByteArray("\r\n").repeated(8)
-                                        + "False\r\nFalse\r\n1000\r\n" + dir.filePath("AutoExport.txt").toUtf8()
+                                        + "False\r\nFalse\r\n1000\r\n" + file("AutoExport.txt").toUtf8()
                                         + "\r\neof\r\n");
 
-        const QString list = dir.filePath("Computerlist");
-        QVERIFY(writeServerList(files, list, {{"FS1", false}, {"DC1", true}}));
+        const QString list = file("Computerlist");
+        QVERIFY(writeServerList(disk, list, {{"FS1", false}, {"DC1", true}}));
         QCOMPARE(bytesOf(list), QByteArray("FS1\r\nDC1\tmonitored\r\n"));
 
         // One action: the line ends in five semicolons in a row.
@@ -98,8 +104,8 @@ private slots:
         props.ipaddress = "10.0.0.1 / 255.255.255.0";
         props.responsibles = "Ann\r\nBob";
         props.remarks = "";
-        const QString server = dir.filePath("DC1");
-        QVERIFY(files.writeLines(server, propertiesFileLines(props)));
+        const QString server = file("DC1");
+        QVERIFY(disk.writeLines(server, propertiesFileLines(props)));
         QCOMPARE(bytesOf(server),
                  QByteArray("Print Spooler;Spooler;Alert;;;;;\r\n"
                             "Server;LanmanServer;Alert;Restart Service;Send Email to: ops@example.org;"
@@ -110,39 +116,35 @@ private slots:
                             "[Action list for monitoring staff]\r\n\r\n[Remarks / Comments:]\r\n\r\n[EOF]\r\n"));
 
         QCOMPARE(emptyPropertiesTemplate().size(), 16);
-        QVERIFY(files.writeLines(dir.filePath("T"), emptyPropertiesTemplate()));
-        QCOMPARE(bytesOf(dir.filePath("T")), templateBytes);
+        QVERIFY(disk.writeLines(file("T"), emptyPropertiesTemplate()));
+        QCOMPARE(bytesOf(file("T")), templateBytes);
     }
 
     // ---- round trips ----
 
     void settingsRoundTrip()
     {
-        QTemporaryDir dir;
-        platform::DiskTextFiles files;
-        SettingsRecord r = SettingsRecord::defaults(dir.path());
+        SettingsRecord r = SettingsRecord::defaults(dir_->path());
         r.popupalert = r.reporterrors = false;
         r.autoexport = true;
         r.reportleft = "1200";
         r.reporttop = "-300";
         r.alertleft = "0";
-        r.autoexportfile = dir.filePath("Ausfuhr – März.txt");
-        QVERIFY(writeSettings(files, dir.filePath("Settings"), r));
+        r.autoexportfile = file("Ausfuhr – März.txt");
+        QVERIFY(writeSettings(disk, file("Settings"), r));
         SettingsRecord back;
-        readSettings(files, dir.filePath("Settings"), back);
+        readSettings(disk, file("Settings"), back);
         QVERIFY(!back.popupalert && back.reportascending && !back.reporterrors && back.autoexport);
-        QVERIFY(writeSettings(files, dir.filePath("Again"), back));
-        QCOMPARE(bytesOf(dir.filePath("Again")), bytesOf(dir.filePath("Settings")));
-        QCOMPARE(files.lineCount(dir.filePath("Again")), 20);
+        QVERIFY(writeSettings(disk, file("Again"), back));
+        QCOMPARE(bytesOf(file("Again")), bytesOf(file("Settings")));
+        QCOMPARE(disk.lineCount(file("Again")), 20);
     }
 
     void serverListAndPropertiesRoundTrip()
     {
-        QTemporaryDir dir;
-        platform::DiskTextFiles files;
         const std::vector<ServerListLine> servers{{"DC1", true}, {"FS1", false}, {"WEB-01", true}};
-        QVERIFY(writeServerList(files, dir.filePath("Computerlist"), servers));
-        QCOMPARE(readServerList(files, dir.filePath("Computerlist")), servers);
+        QVERIFY(writeServerList(disk, file("Computerlist"), servers));
+        QCOMPARE(readServerList(disk, file("Computerlist")), servers);
 
         ServerProperties props;
         props.recordlines = {recordLineText(service("Print Spooler", "Spooler", {"Alert"})), "a hand-written note",
@@ -154,10 +156,10 @@ private slots:
         props.responsibles = "Ann\r\n\r\nBob";
         props.staffactions = "1. call Ann\r\n2. restart";
         props.remarks = "ends with a blank line\r\n";
-        const QString path = dir.filePath("DC1");
-        QVERIFY(files.writeLines(path, propertiesFileLines(props)));
-        QCOMPARE(parseProperties(*files.readLines(path)), props);
-        const auto services = readMonitoredServices(files, path);
+        const QString path = file("DC1");
+        QVERIFY(disk.writeLines(path, propertiesFileLines(props)));
+        QCOMPARE(parseProperties(*disk.readLines(path)), props);
+        const auto services = readMonitoredServices(disk, path);
         QCOMPARE(services.size(), size_t(1));
         QCOMPARE(services[0], service("Print Spooler", "Spooler", {"Alert", "", "", "", ""}));
 
@@ -233,29 +235,27 @@ private slots:
 
     void intervalAndSmtpFiles()
     {
-        QTemporaryDir dir;
-        platform::DiskTextFiles files;
-        const QString interval = dir.filePath("Interval");
-        QCOMPARE(readIntervalText(files, interval), QString());
+        const QString interval = file("Interval");
+        QCOMPARE(readIntervalText(disk, interval), QString());
         putBytes(interval, "30\r\nxyz");
-        QCOMPARE(readIntervalText(files, interval), QString("30"));
+        QCOMPARE(readIntervalText(disk, interval), QString("30"));
         putBytes(interval, "45");
-        QCOMPARE(readIntervalText(files, interval), QString("45"));
+        QCOMPARE(readIntervalText(disk, interval), QString("45"));
 
-        const QString smtp = dir.filePath("smtpserver"); // case-blind name
+        const QString smtp = file("smtpserver"); // case-blind name
         putBytes(smtp, "mail.example.org\r\n587\r\nvelmora@example.org");
-        auto s = readSmtpSettings(files, dir.filePath(files::smtpserver));
+        auto s = readSmtpSettings(disk, file(files::smtpserver));
         QCOMPARE(s.server, QString("mail.example.org"));
         QCOMPARE(s.port, qint16(587));
         QCOMPARE(s.sender, QString("velmora@example.org"));
         for (const QByteArray& port : {QByteArray("70000"), QByteArray("32768"), QByteArray("25x"), QByteArray("")}) {
             putBytes(smtp, "host\r\n" + port + "\r\nme@example.org\r\n");
-            s = readSmtpSettings(files, smtp);
+            s = readSmtpSettings(disk, smtp);
             QCOMPARE(s.port, qint16(0));
             QCOMPARE(s.sender, QString("me@example.org"));
         }
         putBytes(smtp, "host\r\n");
-        s = readSmtpSettings(files, smtp);
+        s = readSmtpSettings(disk, smtp);
         QCOMPARE(s.server, QString("host"));
         QCOMPARE(s.port, qint16(0));
         QCOMPARE(s.sender, QString());
@@ -273,17 +273,15 @@ private slots:
 
     void missingSettingsGiveDefaultsAndKeepPositions()
     {
-        QTemporaryDir dir;
-        platform::DiskTextFiles files;
         SettingsRecord r = initialRecord();
         r.mainleft = "600";
-        readSettings(files, dir.filePath("Settings"), r);
+        readSettings(disk, file("Settings"), r);
         QVERIFY(r.popupalert && r.reportascending && r.reporterrors && r.reportrunning && r.reportnotrunning);
         QVERIFY(!r.autoexport && !r.autoexportoverwrite);
         QCOMPARE(r.reportinterval, QString("5"));
         QCOMPARE(r.reportsortcolumn, QString("1"));
         QCOMPARE(r.autoexportcount, QString("1000"));
-        QCOMPARE(r.autoexportfile, dir.filePath("AutoExport.txt"));
+        QCOMPARE(r.autoexportfile, file("AutoExport.txt"));
         QCOMPARE(r.mainleft, QString("600"));
         QCOMPARE(r.reportleft, QString());
         QCOMPARE(r.endmarker, QString("eof"));
@@ -291,14 +289,12 @@ private slots:
 
     void damagedSettingsStopAtTheFirstBadLine()
     {
-        QTemporaryDir dir;
-        platform::DiskTextFiles files;
-        const QString path = dir.filePath("Settings");
+        const QString path = file("Settings");
 
         // Line 2 is not a Boolean: line 1 is read, the rest keeps the initial values.
         putBytes(path, "True\r\nmaybe\r\n7\r\n2\r\nTrue\r\n");
         SettingsRecord r = initialRecord();
-        readSettings(files, path, r);
+        readSettings(disk, path, r);
         QVERIFY(r.popupalert);
         QVERIFY(!r.reportascending);
         QCOMPARE(r.reportinterval, QString());
@@ -310,7 +306,7 @@ private slots:
         putBytes(path, "False\r\nFalse\r\n10\r\n3\r\nTrue\r\nFALSE\r\n1\r\n100\r\n");
         r = initialRecord();
         r.mainleft = "777";
-        readSettings(files, path, r);
+        readSettings(disk, path, r);
         QVERIFY(!r.popupalert && !r.reportascending && r.reporterrors && !r.reportrunning && r.reportnotrunning);
         QCOMPARE(r.reportinterval, QString("10"));
         QCOMPARE(r.reportleft, QString("100"));
@@ -319,15 +315,15 @@ private slots:
         QCOMPARE(r.autoexportcount, QString());
 
         // CR-only line ends and a last line without an end are read like any other.
-        SettingsRecord full = SettingsRecord::defaults(dir.path());
+        SettingsRecord full = SettingsRecord::defaults(dir_->path());
         full.alerttop = "45";
-        QVERIFY(writeSettings(files, path, full));
+        QVERIFY(writeSettings(disk, path, full));
         QByteArray bytes = bytesOf(path).replace("\r\n", "\r");
         bytes.chop(1);
         putBytes(path, bytes);
         r = initialRecord();
         r.endmarker.clear();
-        readSettings(files, path, r);
+        readSettings(disk, path, r);
         QCOMPARE(r.alerttop, QString("45"));
         QCOMPARE(r.autoexportfile, full.autoexportfile);
         QCOMPARE(r.endmarker, QString("eof"));
@@ -378,53 +374,50 @@ private slots:
 
     void lookInFileTidiesAndCompletes()
     {
-        QTemporaryDir dir;
-        platform::DiskTextFiles files;
-        const QString path = dir.filePath("DC1");
+        const QString path = file("DC1");
 
-        QVERIFY(lookInFile(files, path));
+        QVERIFY(lookInFile(disk, path));
         QVERIFY(!QFile::exists(path)); // a missing file stays missing
 
         putBytes(path, "\r\nPrint Spooler;Spooler;Alert;;;;;\r\n\r\nnote\r\n\r\n");
-        QVERIFY(lookInFile(files, path));
+        QVERIFY(lookInFile(disk, path));
         QCOMPARE(bytesOf(path), "Print Spooler;Spooler;Alert;;;;;\r\nnote\r\n" + templateBytes);
 
         // Blank lines inside the block stay; a last line without a line end is lost.
         const QByteArray withBlock = "\r\nA;a;;;;;;\r\n[Properties:]\r\n\r\n\r\n[EOF]\r\n";
         putBytes(path, withBlock + "tail");
-        QVERIFY(lookInFile(files, path));
+        QVERIFY(lookInFile(disk, path));
         QCOMPARE(bytesOf(path), withBlock.mid(2));
-        QVERIFY(lookInFile(files, path));
+        QVERIFY(lookInFile(disk, path));
         QCOMPARE(bytesOf(path), withBlock.mid(2));
 
         putBytes(path, "");
-        QVERIFY(lookInFile(files, path));
+        QVERIFY(lookInFile(disk, path));
         QCOMPARE(bytesOf(path), templateBytes);
 
         // The name is matched without regard to case.
-        putBytes(dir.filePath("fs1"), "\r\n");
-        QVERIFY(lookInFile(files, dir.filePath("FS1")));
-        QCOMPARE(bytesOf(dir.filePath("fs1")), templateBytes);
-        QVERIFY(!QFile::exists(dir.filePath("FS1")));
+        putBytes(file("fs1"), "\r\n");
+        QVERIFY(lookInFile(disk, file("FS1")));
+        QCOMPARE(bytesOf(file("fs1")), templateBytes);
+        QVERIFY(!QFile::exists(file("FS1")));
     }
 
     void lookInFileNeverLosesAFileItCannotRewrite()
     {
-        QTemporaryDir dir;
-        platform::sim::SimTextFiles files;
-        const QString path = dir.filePath("DC1");
+        platform::sim::SimTextFiles disk;
+        const QString path = file("DC1");
         const QByteArray old = "\r\nA;a;Alert;;;;;\r\n";
         putBytes(path, old);
-        files.failOn(Op::Read, "DC1");
-        QVERIFY(!lookInFile(files, path));
+        disk.failOn(Op::Read, "DC1");
+        QVERIFY(!lookInFile(disk, path));
         QCOMPARE(bytesOf(path), old);
-        files.clearFailures();
-        files.failOn(Op::Write, "DC1");
-        QVERIFY(!lookInFile(files, path));
+        disk.clearFailures();
+        disk.failOn(Op::Write, "DC1");
+        QVERIFY(!lookInFile(disk, path));
         QCOMPARE(bytesOf(path), old);
     }
 
-    // ---- broken files: every reader survives and keeps what the rules say ----
+    // ---- broken disk: every reader survives and keeps what the rules say ----
 
     void brokenFiles_data()
     {
@@ -453,59 +446,55 @@ private slots:
     {
         QFETCH(QByteArray, bytes);
         QFETCH(bool, present);
-        QTemporaryDir dir;
-        platform::DiskTextFiles files;
         const QStringList names{"Settings", "Computerlist", "Computers", "Interval", "SMTPServer", "DC1"};
         if (present)
             for (const QString& n : names)
-                putBytes(dir.filePath(n), bytes);
+                putBytes(file(n), bytes);
 
         SettingsRecord r = initialRecord();
-        readSettings(files, dir.filePath("Settings"), r);
+        readSettings(disk, file("Settings"), r);
         QCOMPARE(r.endmarker, QString("eof"));
         if (present) // none of these has a Boolean first line: nothing is taken
             QVERIFY(!r.popupalert && r.reportinterval.isEmpty());
 
-        for (const ServerListLine& e : readServerList(files, dir.filePath("Computerlist")))
+        for (const ServerListLine& e : readServerList(disk, file("Computerlist")))
             QVERIFY(!e.name.trimmed().isEmpty());
-        for (const QString& n : readMonitoredServers(files, dir.filePath("Computers")))
+        for (const QString& n : readMonitoredServers(disk, file("Computers")))
             QVERIFY(!n.trimmed().isEmpty());
-        readIntervalText(files, dir.filePath("Interval"));
-        readSmtpSettings(files, dir.filePath("SMTPServer"));
+        readIntervalText(disk, file("Interval"));
+        readSmtpSettings(disk, file("SMTPServer"));
 
-        const auto services = readMonitoredServices(files, dir.filePath("DC1"));
-        const auto lines = files.readLines(dir.filePath("DC1"));
+        const auto services = readMonitoredServices(disk, file("DC1"));
+        const auto lines = disk.readLines(file("DC1"));
         QCOMPARE(lines.has_value(), present);
         const ServerProperties props = parseProperties(lines.value_or(QStringList{}));
         QVERIFY(size_t(props.recordlines.size()) >= services.size());
 
-        QVERIFY(lookInFile(files, dir.filePath("DC1")));
-        QCOMPARE(QFile::exists(dir.filePath("DC1")), present);
+        QVERIFY(lookInFile(disk, file("DC1")));
+        QCOMPARE(QFile::exists(file("DC1")), present);
         if (present) {
             // Afterwards the file always has a properties block and still every record.
-            const QStringList after = *files.readLines(dir.filePath("DC1"));
+            const QStringList after = *disk.readLines(file("DC1"));
             QVERIFY(after.contains("[Properties:]"));
-            QCOMPARE(readMonitoredServices(files, dir.filePath("DC1")).size(), services.size());
+            QCOMPARE(readMonitoredServices(disk, file("DC1")).size(), services.size());
         }
     }
 
     void brokenFilesKeepWhatTheyCan()
     {
-        QTemporaryDir dir;
-        platform::DiskTextFiles files;
         // "Computerlist" keeps a last line without an end, "Computers" counts only ended lines.
         const QByteArray list = "\r\nDC1\tmonitored\rFS1\n\r\nDC2\tMonitored\r\nWEB1";
-        putBytes(dir.filePath("Computerlist"), list);
-        putBytes(dir.filePath("Computers"), list);
+        putBytes(file("Computerlist"), list);
+        putBytes(file("Computers"), list);
         const std::vector<ServerListLine> want{{"DC1", true}, {"FS1", false}, {"DC2\tMonitored", false}, {"WEB1", false}};
-        QCOMPARE(readServerList(files, dir.filePath("Computerlist")), want);
-        QCOMPARE(readMonitoredServers(files, dir.filePath("Computers")),
+        QCOMPARE(readServerList(disk, file("Computerlist")), want);
+        QCOMPARE(readMonitoredServers(disk, file("Computers")),
                  (QStringList{"DC1\tmonitored", "FS1", "DC2\tMonitored"}));
 
-        const QString server = dir.filePath("DC1");
+        const QString server = file("DC1");
         putBytes(server, "Print Spooler;Spooler;Alert;;;;;\r\n\r\nno semicolon at the end\r\n"
                          "W32Time;W32Time;Restart Service;Alert;;;;\r\n[Properties:]\r\nx;y;;;;;;\r\n");
-        const auto services = readMonitoredServices(files, server);
+        const auto services = readMonitoredServices(disk, server);
         QCOMPARE(services.size(), size_t(2));
         QCOMPARE(services[1], service("W32Time", "W32Time", {"Restart Service", "Alert"}));
     }
