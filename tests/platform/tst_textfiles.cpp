@@ -7,6 +7,7 @@
 #include <QTest>
 
 #include <csignal>
+#include <memory>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -36,7 +37,14 @@ QStringList entries(const QString& dir)
 
 class TestTextFiles : public QObject {
     Q_OBJECT
+    // A folder of each test's own.
+    std::unique_ptr<QTemporaryDir> dir_;
+    DiskTextFiles files;
+    QString file(const QString& name) const { return dir_->filePath(name); }
+
 private slots:
+    void init() { dir_ = std::make_unique<QTemporaryDir>(); }
+
     void splitRecognisesEveryLineEnd_data()
     {
         QTest::addColumn<QByteArray>("bytes");
@@ -64,56 +72,50 @@ private slots:
 
     void readersSkipTheUnterminatedLastLineUnlessAsked()
     {
-        QTemporaryDir dir;
-        DiskTextFiles files;
-        const QString path = dir.filePath("Computers");
+        const QString path = file("Computers");
         putBytes(path, "DC1\r\nFS1\nWEB1");
         QCOMPARE(*files.readLines(path), (QStringList{"DC1", "FS1"}));
         QCOMPARE(*files.readLines(path, true), (QStringList{"DC1", "FS1", "WEB1"}));
         QCOMPARE(files.lineCount(path), 2);
         QCOMPARE(*files.readAll(path), QString("DC1\r\nFS1\nWEB1"));
 
-        QVERIFY(!files.readLines(dir.filePath("missing")));
-        QVERIFY(!files.readAll(dir.filePath("missing")));
-        QCOMPARE(files.lineCount(dir.filePath("missing")), -1);
+        QVERIFY(!files.readLines(file("missing")));
+        QVERIFY(!files.readAll(file("missing")));
+        QCOMPARE(files.lineCount(file("missing")), -1);
     }
 
     void namesMatchWithoutRegardToCase()
     {
-        QTemporaryDir dir;
-        DiskTextFiles files;
-        QVERIFY(files.writeLines(dir.filePath("jobs.log"), {"one"}));
-        const QString other = dir.filePath("Jobs.log");
+        QVERIFY(files.writeLines(file("jobs.log"), {"one"}));
+        const QString other = file("Jobs.log");
         QVERIFY(files.exists(other));
-        QCOMPARE(files.resolve(other), dir.filePath("jobs.log"));
+        QCOMPARE(files.resolve(other), file("jobs.log"));
         QCOMPARE(*files.readLines(other), QStringList{"one"});
-        QCOMPARE(files.size(dir.filePath("JOBS.LOG")), 5);
+        QCOMPARE(files.size(file("JOBS.LOG")), 5);
 
         // Writers keep the spelling that is on disk instead of creating a second file.
-        QVERIFY(files.appendLines(dir.filePath("JOBS.LOG"), {"two"}));
+        QVERIFY(files.appendLines(file("JOBS.LOG"), {"two"}));
         QVERIFY(files.writeLines(other, {"three", "four"}));
-        QCOMPARE(entries(dir.path()), QStringList{"jobs.log"});
-        QCOMPARE(bytesOf(dir.filePath("jobs.log")), QByteArray("three\r\nfour\r\n"));
-        QVERIFY(files.create(dir.filePath("Jobs.LOG")));
-        QCOMPARE(entries(dir.path()), QStringList{"jobs.log"});
+        QCOMPARE(entries(dir_->path()), QStringList{"jobs.log"});
+        QCOMPARE(bytesOf(file("jobs.log")), QByteArray("three\r\nfour\r\n"));
+        QVERIFY(files.create(file("Jobs.LOG")));
+        QCOMPARE(entries(dir_->path()), QStringList{"jobs.log"});
         QCOMPARE(files.size(other), 0);
 
-        QVERIFY(files.remove(dir.filePath("JOBS.log")));
-        QVERIFY(entries(dir.path()).isEmpty());
+        QVERIFY(files.remove(file("JOBS.log")));
+        QVERIFY(entries(dir_->path()).isEmpty());
         // A new file takes the spelling it is given.
-        QVERIFY(files.writeLines(dir.filePath("MailProfile"), {"Outlook"}));
-        QCOMPARE(entries(dir.path()), QStringList{"MailProfile"});
+        QVERIFY(files.writeLines(file("MailProfile"), {"Outlook"}));
+        QCOMPARE(entries(dir_->path()), QStringList{"MailProfile"});
     }
 
     void writeLinesReplacesWithCrLfAndLeavesNoTemporaryFile()
     {
-        QTemporaryDir dir;
-        DiskTextFiles files;
-        const QString path = dir.filePath("Settings");
+        const QString path = file("Settings");
         putBytes(path, QByteArray(5000, 'x'));
         QVERIFY(files.writeLines(path, {"True", "", "eof"}));
         QCOMPARE(bytesOf(path), QByteArray("True\r\n\r\neof\r\n"));
-        QCOMPARE(entries(dir.path()), QStringList{"Settings"});
+        QCOMPARE(entries(dir_->path()), QStringList{"Settings"});
         QVERIFY(files.writeLines(path, {}));
         QCOMPARE(files.size(path), 0);
         QVERIFY(files.exists(path));
@@ -121,9 +123,7 @@ private slots:
 
     void failedWriteLeavesTheOldFileWhole()
     {
-        QTemporaryDir dir;
-        DiskTextFiles files;
-        const QString path = dir.filePath("Computerlist");
+        const QString path = file("Computerlist");
         const QByteArray old("DC1\tmonitored\r\nFS1\r\n");
         putBytes(path, old);
         const QStringList big(2000, QString(100, QLatin1Char('y')));
@@ -140,24 +140,22 @@ private slots:
         std::signal(SIGXFSZ, oldHandler);
         QVERIFY(!written);
         QCOMPARE(bytesOf(path), old);
-        QCOMPARE(entries(dir.path()), QStringList{"Computerlist"});
+        QCOMPARE(entries(dir_->path()), QStringList{"Computerlist"});
 
         // A folder that cannot be written: the temporary file cannot be made.
         if (geteuid() == 0)
             QSKIP("root writes into read-only folders; the read-only case needs a normal user");
-        QVERIFY(QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::ExeOwner));
+        QVERIFY(QFile::setPermissions(dir_->path(), QFile::ReadOwner | QFile::ExeOwner));
         const bool intoReadOnly = files.writeLines(path, {"lost"});
-        QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QFile::setPermissions(dir_->path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         QVERIFY(!intoReadOnly);
         QCOMPARE(bytesOf(path), old);
-        QCOMPARE(entries(dir.path()), QStringList{"Computerlist"});
+        QCOMPARE(entries(dir_->path()), QStringList{"Computerlist"});
     }
 
     void appendLinesCreatesAndExtends()
     {
-        QTemporaryDir dir;
-        DiskTextFiles files;
-        const QString path = dir.filePath("Jobs.log");
+        const QString path = file("Jobs.log");
         QVERIFY(files.appendLines(path, {"first"}));
         QVERIFY(files.appendLines(path, {"second", "third"}));
         QCOMPARE(bytesOf(path), QByteArray("first\r\nsecond\r\nthird\r\n"));
@@ -165,26 +163,22 @@ private slots:
         putBytes(path, "a\r\ntail");
         QVERIFY(files.appendLines(path, {"b"}));
         QCOMPARE(*files.readLines(path), (QStringList{"a", "tailb"}));
-        QVERIFY(!files.appendLines(dir.filePath("no/such/folder/x"), {"x"}));
+        QVERIFY(!files.appendLines(file("no/such/folder/x"), {"x"}));
     }
 
     void nonAsciiTextRoundTripsAsUtf8()
     {
-        QTemporaryDir dir;
-        DiskTextFiles files;
-        const QString path = dir.filePath("SRV-ÄÖÜ");
+        const QString path = file("SRV-ÄÖÜ");
         const QStringList lines{QStringLiteral("Größe — Ω"), QStringLiteral("日本語 サーバ"), QStringLiteral("😀")};
         QVERIFY(files.writeLines(path, lines));
         QCOMPARE(*files.readLines(path), lines);
         QCOMPARE(bytesOf(path), (lines.join("\r\n") + "\r\n").toUtf8());
-        QVERIFY(files.exists(dir.filePath("srv-ÄÖÜ")));
+        QVERIFY(files.exists(file("srv-ÄÖÜ")));
     }
 
     void sizeExistsAndRemove()
     {
-        QTemporaryDir dir;
-        DiskTextFiles files;
-        const QString path = dir.filePath("Interval");
+        const QString path = file("Interval");
         QCOMPARE(files.size(path), -1);
         QVERIFY(!files.remove(path));
         QVERIFY(files.writeLines(path, {"30"}));
@@ -192,9 +186,9 @@ private slots:
         QVERIFY(files.remove(path));
         QVERIFY(!files.exists(path));
         // A folder named like a server is not a file.
-        QVERIFY(QDir(dir.path()).mkdir("DC1"));
-        QVERIFY(!files.exists(dir.filePath("DC1")));
-        QVERIFY(!files.readLines(dir.filePath("DC1")));
+        QVERIFY(QDir(dir_->path()).mkdir("DC1"));
+        QVERIFY(!files.exists(file("DC1")));
+        QVERIFY(!files.readLines(file("DC1")));
     }
 };
 
