@@ -21,6 +21,8 @@
 #include <QTest>
 #include <QTreeWidget>
 
+#include <type_traits>
+
 using namespace velmora;
 using monitoring::AlertSetupWindow;
 using monitoring::SetupWindow;
@@ -30,27 +32,20 @@ namespace svcstate = platform::svcstate;
 
 namespace {
 
-QStringList texts(const QListWidget* list)
+// The texts of a list, of a tree's top level (first column) or of a combo box, in order.
+template <typename Widget>
+QStringList texts(const Widget* w)
 {
     QStringList out;
-    for (int i = 0; i < list->count(); ++i)
-        out << list->item(i)->text();
-    return out;
-}
-
-QStringList texts(const QTreeWidget* view)
-{
-    QStringList out;
-    for (int i = 0; i < view->topLevelItemCount(); ++i)
-        out << view->topLevelItem(i)->text(0);
-    return out;
-}
-
-QStringList comboTexts(const QComboBox* combo)
-{
-    QStringList out;
-    for (int i = 0; i < combo->count(); ++i)
-        out << combo->itemText(i);
+    if constexpr (std::is_same_v<Widget, QTreeWidget>)
+        for (int i = 0; i < w->topLevelItemCount(); ++i)
+            out << w->topLevelItem(i)->text(0);
+    else if constexpr (std::is_same_v<Widget, QComboBox>)
+        for (int i = 0; i < w->count(); ++i)
+            out << w->itemText(i);
+    else
+        for (int i = 0; i < w->count(); ++i)
+            out << w->item(i)->text();
     return out;
 }
 
@@ -257,7 +252,7 @@ private slots:
         QCOMPARE(f.readBytes("Computers"), QByteArray("SRV1\r\n"));
         QCOMPARE(f.readBytes("Interval"), QByteArray("45\r\n"));
         QCOMPARE(f.w().state.checkinterval, QStringLiteral("45"));
-        QCOMPARE(comboTexts(f.w().Combo1), QStringList{"SRV1"});
+        QCOMPARE(texts(f.w().Combo1), QStringList{"SRV1"});
         QCOMPARE(shell::MainWindow::serverIcon(f.w().findServer("SRV1")), 9);
         QCOMPARE(f.w().Text1->text(), QStringLiteral("SRV1")); // the combo did not move the main window
 
@@ -267,7 +262,7 @@ private slots:
         f.window.reset();
         f.sim.app = {};
         f.launch();
-        QCOMPARE(comboTexts(f.w().Combo1), QStringList{"SRV1"});
+        QCOMPARE(texts(f.w().Combo1), QStringList{"SRV1"});
         QCOMPARE(shell::MainWindow::serverIcon(f.w().findServer("SRV1")), 9);
         QCOMPARE(f.form2().Label5->text(), QStringLiteral("45"));
         f.open();
@@ -549,7 +544,7 @@ private slots:
         f.writeFile("Computers", {"SRV2", "SRV1"});
         f.writeFile("SRV1", QStringList{"Print Spooler;spooler;Alert;;;;;", "junk before the block"} + emptyBlock());
         f.launch();
-        QCOMPARE(comboTexts(f.w().Combo1), (QStringList{"SRV2", "SRV1"}));
+        QCOMPARE(texts(f.w().Combo1), (QStringList{"SRV2", "SRV1"}));
         f.open();
         f.form2().Command2->click();
         QCOMPARE(f.sim.boxes.texts(), QStringList{"Please select a Service!        "});
@@ -558,7 +553,7 @@ private slots:
         f.form2().Command2->click();
         QVERIFY(f.form2().entries().empty());
         QCOMPARE(f.form2().List7->count(), 0);
-        QCOMPARE(comboTexts(f.w().Combo1), QStringList{"SRV2"}); // at once, before OK
+        QCOMPARE(texts(f.w().Combo1), QStringList{"SRV2"}); // at once, before OK
         f.form2().Command2->click();
         QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("No Services listed!        "));
         f.form2().Command3->click();
@@ -577,9 +572,9 @@ private slots:
         f.open();
         f.selectMonitored(1);
         f.form2().Command2->click();
-        QCOMPARE(comboTexts(f.w().Combo1), QStringList{});
+        QCOMPARE(texts(f.w().Combo1), QStringList{});
         f.form2().Command3->click();
-        QCOMPARE(comboTexts(f.w().Combo1), QStringList{"SRV1"});
+        QCOMPARE(texts(f.w().Combo1), QStringList{"SRV1"});
         QCOMPARE(f.readBytes("Computers"), QByteArray("SRV1\r\n"));
         QCOMPARE(f.lines("SRV1").first(), QStringLiteral("Print Spooler;spooler;Alert;;;;;"));
     }
