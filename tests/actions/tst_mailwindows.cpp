@@ -397,7 +397,7 @@ private slots:
         QVERIFY(d->Command1->isEnabled() && !d->Command2->isEnabled());
     }
 
-    void dialogSwitchesToProfileAndLogsOn()
+    void dialogSwitchesToProfileAndLogsOnOrKeepsAFailingOne()
     {
         World world("SMTPServer", {"mail.corp.test", "25", "a@corp.test"});
         world.fx.sim.profilemail.profiles = {QStringLiteral("Office")};
@@ -407,28 +407,24 @@ private slots:
         QCOMPARE(d->Text2->text(), QString());
         d->OKButton->click();
         QCOMPARE(world.texts(), QStringList{kNoProfile});
+        // A profile whose logon fails is stored all the same, and the dialog stays.
+        d->Text1->setText(QStringLiteral("Nope"));
+        d->OKButton->click();
+        QCOMPARE(world.texts().mid(1), QStringList{"Error : The profile Nope does not exist.\n\r\n\r"});
+        QCOMPARE(world.icons().value(1), MsgIcon::Critical);
+        QVERIFY(d->isVisible());
+        QCOMPARE(world.fx.readBytes("MailProfile"), QByteArray("Nope\r\n"));
+
         d->Text1->setText(QStringLiteral("Office"));
         const int logons = world.fx.sim.profilemail.logons;
         d->OKButton->click();
-        QCOMPARE(world.boxes().size(), 1);
+        QCOMPARE(world.boxes().size(), 2);
         QVERIFY(!d->isVisible());
         QCOMPARE(world.fx.sim.profilemail.logons, logons + 1);
         QVERIFY(!world.fx.fileExists("SMTPServer"));
         QCOMPARE(world.fx.readBytes("MailProfile"), QByteArray("Office\r\n"));
         QVERIFY(!world.w->state.usesmtp);
         QCOMPARE(world.w->state.mailprofile, QStringLiteral("Office"));
-    }
-
-    void dialogKeepsAProfileWhoseLogonFails()
-    {
-        World world;
-        actions::EmailOptionsDialog* d = world.options(&actions::EmailOptionsDialog::Option1);
-        d->Text1->setText(QStringLiteral("Nope"));
-        d->OKButton->click();
-        QCOMPARE(world.texts(), QStringList{"Error : The profile Nope does not exist.\n\r\n\r"});
-        QCOMPARE(world.icons(), QList<MsgIcon>{MsgIcon::Critical});
-        QVERIFY(d->isVisible());
-        QCOMPARE(world.fx.readBytes("MailProfile"), QByteArray("Nope\r\n"));
     }
 
     void dialogDisablingAsksAndCancelKeepsTheFile()
@@ -457,7 +453,7 @@ private slots:
         QVERIFY(!d->Check1->isChecked());
     }
 
-    void dialogPortFieldTakesOnlyNumbersAndOption2Refills25()
+    void dialogPortFieldTakesOnlyNumbersOption2Refills25AndCancelSavesNothing()
     {
         World world;
         actions::EmailOptionsDialog* d = world.options(&actions::EmailOptionsDialog::Option2);
@@ -472,6 +468,15 @@ private slots:
         d->Text3->setText(QStringLiteral("2525"));
         d->Option2->click();
         QCOMPARE(d->Text3->text(), QStringLiteral("25"));
+
+        // Cancel saves nothing and hides the alert setup.
+        int setupHidden = 0;
+        world.mail->hideSetupAlert = [&] { ++setupHidden; };
+        d->CancelButton->click();
+        QVERIFY(!d->isVisible());
+        QCOMPARE(setupHidden, 1);
+        QVERIFY(!world.fx.fileExists("SMTPServer"));
+        QCOMPARE(world.boxes().size(), 1);
     }
 
     void dialogTestButtonsSaveAndOpenTheTestWindows()
@@ -501,21 +506,6 @@ private slots:
         QCOMPARE(world.fx.readBytes("MailProfile"), QByteArray("Office\r\n"));
         QVERIFY(d->isVisible() && world.mail->form8()->isVisible());
         QCOMPARE(world.mail->form8()->Text7->text(), QStringLiteral("Office"));
-    }
-
-    void dialogCancelSavesNothingAndHidesSetupAlert()
-    {
-        World world;
-        int setupHidden = 0;
-        world.mail->hideSetupAlert = [&] { ++setupHidden; };
-        actions::EmailOptionsDialog* d = world.options(&actions::EmailOptionsDialog::Option2);
-        d->Text2->setText(QStringLiteral("mail.corp.test"));
-        d->Text4->setText(QStringLiteral("alerts@corp.test"));
-        d->CancelButton->click();
-        QVERIFY(!d->isVisible());
-        QCOMPARE(setupHidden, 1);
-        QVERIFY(!world.fx.fileExists("SMTPServer"));
-        QVERIFY(world.boxes().isEmpty());
     }
 
     // ---- start-up ----
