@@ -205,11 +205,18 @@ void ActionDispatcher::substartprogram(const QString& progtostart, Continue cont
 {
     if (dataFolder_)
         dataFolder_();
-    const int code = state_.platform.opener->open(progtostart);
-    const QString line = code > 32 ? QStringLiteral("Program started: ") + progtostart
-                                   : QStringLiteral("Error starting program: ") + progtostart + QLatin1Char(' ') +
-                                         startErrorText(code);
-    cont(logResult(line, state_.programresult));
+    // Opening may wait seconds for the desktop's launcher, so it runs on a worker thread; the
+    // action line is written, and the next action started, once it has answered.
+    platform::FileOpener* opener = state_.platform.opener;
+    state_.platform.worker->run(this, [this, opener, progtostart, cont]() -> std::function<void()> {
+        const int code = opener->open(progtostart);
+        return [this, code, progtostart, cont] {
+            const QString line = code > 32 ? QStringLiteral("Program started: ") + progtostart
+                                           : QStringLiteral("Error starting program: ") + progtostart +
+                                                 QLatin1Char(' ') + startErrorText(code);
+            cont(logResult(line, state_.programresult));
+        };
+    });
 }
 
 void ActionDispatcher::subrestart(const QString& computername, const QString& service, Continue cont)

@@ -136,10 +136,17 @@ void JobLog::showlogfile()
 {
     // The viewer is handed the lower-case spelling; resolve() finds the file under any case.
     const QString file = p_.files->resolve(core::dataFile(dataFolder_(), QStringLiteral("jobs.log")));
-    const int result = p_.opener->open(file);
-    if (result > 32)
-        return;
-    p_.boxes->show(openErrorText(result), MsgIcon::Critical, MsgButtons::Ok);
+    if (!context_)
+        context_ = std::make_unique<QObject>();
+    platform::FileOpener* opener = p_.opener;
+    platform::MessageBoxes* boxes = p_.boxes;
+    p_.worker->run(context_.get(), [opener, boxes, file]() -> std::function<void()> {
+        const int result = opener->open(file);
+        return [boxes, result] {
+            if (result <= 32)
+                boxes->show(openErrorText(result), MsgIcon::Critical, MsgButtons::Ok);
+        };
+    });
 }
 
 void JobLog::deletelogfile()

@@ -13,7 +13,9 @@
 #include <QDateTime>
 #include <QLocale>
 #include <QString>
+#include <QObject>
 #include <functional>
+#include <memory>
 
 namespace velmora::joblog {
 
@@ -68,7 +70,9 @@ public:
     // Size in bytes, -1 when there is no log.
     qint64 size();
 
-    // "Show Logfile": opens the log in the user's viewer; a failure is shown in a box.
+    // "Show Logfile": opens the log in the user's viewer; a failure is shown in a box. The open
+    // runs on a worker thread (a launcher may take seconds to answer); the box follows once it
+    // has answered, unless this log object is gone by then.
     void showlogfile();
     // "Delele Logfile": asks, deletes, and recreates the log empty.
     void deletelogfile();
@@ -82,6 +86,8 @@ private:
     platform::Platform p_;
     std::function<QString()> dataFolder_;
     QLocale locale_ = QLocale::system();
+    // Guards completions of work handed to the worker: destroyed with this object.
+    std::unique_ptr<QObject> context_;
 };
 
 } // namespace velmora::joblog

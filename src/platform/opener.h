@@ -13,6 +13,9 @@ public:
     //   2   the file does not exist           3   its folder does not exist
     //   5   access denied (cannot be read)    11  a program file that cannot be started
     //   31  no application is associated with the file's type (or none can be started)
+    // May block for seconds while a launcher looks for the application, so callers on the
+    // user-interface thread run it through a Worker. It may be called from any thread, also
+    // from several at once.
     virtual int open(const QString& file, const QString& parameters = {}) = 0;
 };
 

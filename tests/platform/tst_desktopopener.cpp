@@ -1,13 +1,20 @@
 // Opening files with the desktop's application: the result codes for missing and unreadable
 // files, a type with no application, a type with one (a real launch through the association
-// database of a home folder of the test's own), and program files.
+// database of a home folder of the test's own), and program files. Then opening from a worker
+// thread of the real thread-pool worker: a launcher that takes its time holds up neither the
+// user-interface thread's event loop nor the answer's way back to it, and a launcher that
+// outlives the wait is still reaped when it ends.
 #include "platform/linux/desktopopener.h"
+#include "platform/linux/linuxplatform.h"
 
 #include <QDir>
 #include <QFile>
+#include <QPointer>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QThread>
+#include <QTimer>
 
 #include <unistd.h>
 
@@ -88,6 +95,59 @@ private:
     QList<Saved> saved_;
 };
 
+// Puts a fake "gio" first on PATH. It writes its process id and arguments to started, waits
+// until the test creates release, then exits with exitCode.
+class SlowLauncher {
+public:
+    explicit SlowLauncher(int exitCode = 0)
+    {
+        savedPath_ = qgetenv("PATH");
+        const QByteArray bin = QFile::encodeName(dir.filePath("bin"));
+        writeFile(dir.filePath("bin/gio"),
+                  "#!/bin/sh\nprintf '%s %s %s' \"$$\" \"$1\" \"$2\" > '" + QFile::encodeName(started()) +
+                      "'\nwhile [ ! -e '" + QFile::encodeName(releaseFile()) + "' ]; do sleep 0.02; done\nexit " +
+                      QByteArray::number(exitCode) + "\n",
+                  true);
+        qputenv("PATH", bin + ':' + savedPath_);
+    }
+    ~SlowLauncher()
+    {
+        release();
+        qputenv("PATH", savedPath_);
+    }
+    QString started() const { return dir.filePath("started"); }
+    QString releaseFile() const { return dir.filePath("release"); }
+    void release() { writeFile(releaseFile(), "go"); }
+    // The launcher's arguments once it runs, else empty.
+    QString arguments() const { return QString::fromUtf8(readFile(started())).section(QLatin1Char(' '), 1); }
+    qint64 pid() const { return QString::fromUtf8(readFile(started())).section(QLatin1Char(' '), 0, 0).toLongLong(); }
+    QTemporaryDir dir;
+
+private:
+    QByteArray savedPath_;
+};
+
+// Counts the turns of the calling thread's event loop.
+class LoopTicks {
+public:
+    LoopTicks()
+    {
+        timer_.setInterval(5);
+        QObject::connect(&timer_, &QTimer::timeout, [this] { ++count; });
+        timer_.start();
+    }
+    int count = 0;
+
+private:
+    QTimer timer_;
+};
+
+// Whether a process of this id still exists, a zombie not yet reaped included.
+bool processExists(qint64 pid)
+{
+    return pid > 0 && QFileInfo::exists(QStringLiteral("/proc/%1").arg(pid));
+}
+
 } // namespace
 
 class TestDesktopOpener : public QObject {
@@ -146,6 +206,109 @@ private slots:
                   true);
         QVERIFY(DesktopOpener().open(program, QStringLiteral("-x \"two words\"")) > 32);
         QTRY_COMPARE_WITH_TIMEOUT(readFile(marker), "-x|two words|" + QFile::encodeName(dir.path()), 20000);
+    }
+
+    // ---- from a worker thread ----
+
+    void aSlowLauncherHoldsUpNeitherTheEventLoopNorTheAnswer_data()
+    {
+        QTest::addColumn<int>("launcherExit");
+        QTest::addColumn<bool>("opened");
+        QTest::newRow("found an application") << 0 << true;
+        QTest::newRow("found none") << 4 << false;
+    }
+    void aSlowLauncherHoldsUpNeitherTheEventLoopNorTheAnswer()
+    {
+        QFETCH(int, launcherExit);
+        QFETCH(bool, opened);
+        SlowLauncher launcher(launcherExit);
+        const QString file = launcher.dir.filePath("Jobs.log");
+        writeFile(file, "x\r\n");
+        velmora::platform::LinuxPlatform real;
+        DesktopOpener opener;
+        QObject context;
+        int code = -1;
+        QThread* openedOn = nullptr;
+        QThread* answeredOn = nullptr;
+        LoopTicks ticks;
+
+        real.platform().worker->run(&context, [&]() -> std::function<void()> {
+            openedOn = QThread::currentThread();
+            const int result = opener.open(file);
+            return [&, result] {
+                answeredOn = QThread::currentThread();
+                code = result;
+            };
+        });
+        // The launcher runs and waits; meanwhile this thread's loop goes on turning.
+        QTRY_COMPARE_WITH_TIMEOUT(launcher.arguments(), QStringLiteral("open ") + file, 20000);
+        const int before = ticks.count;
+        QTRY_VERIFY_WITH_TIMEOUT(ticks.count >= before + 5, 20000);
+        QCOMPARE(code, -1);
+
+        launcher.release();
+        QTRY_VERIFY_WITH_TIMEOUT(code != -1, 20000);
+        QCOMPARE(code > 32, opened);
+        if (!opened)
+            QCOMPARE(code, 31);
+        QVERIFY(openedOn != QThread::currentThread());
+        QCOMPARE(answeredOn, QThread::currentThread());
+    }
+
+    void aLauncherStillRunningAfterTheWaitIsReapedWhenItEnds()
+    {
+        SlowLauncher launcher;
+        const QString file = launcher.dir.filePath("Jobs.log");
+        writeFile(file, "x\r\n");
+        velmora::platform::LinuxPlatform real;
+        DesktopOpener opener;
+        opener.launcher_wait_ms = 300;
+        QObject context;
+        int code = -1;
+
+        real.platform().worker->run(&context, [&]() -> std::function<void()> {
+            const int result = opener.open(file);
+            return [&, result] { code = result; };
+        });
+        // Taken for the application itself: opened, and still running.
+        QTRY_VERIFY_WITH_TIMEOUT(code != -1, 20000);
+        QVERIFY(code > 32);
+        const qint64 pid = launcher.pid();
+        QVERIFY(processExists(pid));
+
+        // Its end is seen by this thread's loop, which reaps it: no zombie is left behind, even
+        // though the worker thread that started it has long moved on.
+        launcher.release();
+        QTRY_VERIFY_WITH_TIMEOUT(!processExists(pid), 20000);
+    }
+
+    void severalThreadsOpenAtOnce()
+    {
+        if (!haveLauncher())
+            QSKIP("neither gio nor xdg-open is installed");
+        IsolatedDesktop desktop;
+        const QString marker = desktop.dir.filePath("opened");
+        desktop.addTextViewer(marker);
+        const QString file = desktop.dir.filePath("Jobs.log");
+        const QString missing = desktop.dir.filePath("gone/Jobs.log");
+        writeFile(file, "x\r\n");
+        velmora::platform::LinuxPlatform real;
+        DesktopOpener opener;
+        QObject context;
+        QList<int> codes(4, -1);
+        for (int i = 0; i < codes.size(); ++i) {
+            const QString which = i % 2 == 0 ? file : missing;
+            real.platform().worker->run(&context, [&, i, which]() -> std::function<void()> {
+                const int result = opener.open(which);
+                return [&, i, result] { codes[i] = result; };
+            });
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(!codes.contains(-1), 30000);
+        QVERIFY(codes[0] > 32);
+        QCOMPARE(codes[1], 3);
+        QVERIFY(codes[2] > 32);
+        QCOMPARE(codes[3], 3);
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(marker), QFile::encodeName(file), 20000);
     }
 };
 
