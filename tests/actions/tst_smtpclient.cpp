@@ -143,19 +143,22 @@ private slots:
         QVERIFY2(de.contains(expected.toLatin1()), de.constData());
     }
 
-    // An error answer or none at all, at any step: the wait runs out, nothing more is sent (no
-    // QUIT either) and the connection is closed.
+    // An error answer, none at all, or a hang-up during a wait: the wait runs out, nothing more
+    // is sent (no QUIT either) and the connection is closed.
     void badAnswerAtAnyStepFailsAfterSixteenSeconds_data()
     {
         QTest::addColumn<int>("step");
         QTest::addColumn<int>("commandsSent");
         QTest::addColumn<QString>("answer");
         QTest::addColumn<QString>("logLine");
+        QTest::addColumn<bool>("hangUp");
         for (int step = 0; step < kSteps.size(); ++step) {
             const auto [name, sent] = kSteps[step];
-            QTest::addRow("error at %s", name) << step << sent << "554 5.7.1 refused" << SmtpClient::kNoValidResponse;
-            QTest::addRow("silence at %s", name) << step << sent << "" << SmtpClient::kTimeOut;
+            QTest::addRow("error at %s", name) << step << sent << "554 5.7.1 refused" << SmtpClient::kNoValidResponse
+                                               << false;
+            QTest::addRow("silence at %s", name) << step << sent << "" << SmtpClient::kTimeOut << false;
         }
+        QTest::newRow("hang-up at rcpt to") << int(SimSmtpServer::RcptTo) << 3 << "" << SmtpClient::kTimeOut << true;
     }
     void badAnswerAtAnyStepFailsAfterSixteenSeconds()
     {
@@ -163,9 +166,13 @@ private slots:
         QFETCH(int, commandsSent);
         QFETCH(QString, answer);
         QFETCH(QString, logLine);
+        QFETCH(bool, hangUp);
         SimRig sim;
         auto& [net, server, rig] = sim;
-        server.answer[step] = answer;
+        if (hangUp)
+            server.hangUpAt = SimSmtpServer::Step(step);
+        else
+            server.answer[step] = answer;
         rig.send(sampleMail());
         QVERIFY(rig.client->sending());
         rig.waitOut();
@@ -175,18 +182,6 @@ private slots:
         QVERIFY(!rig.client->sending());
         rig.clock.advance(60000);
         QCOMPARE(rig.completions, 1);
-    }
-
-    void hangUpDuringAWaitTimesOut()
-    {
-        SimRig sim;
-        auto& [net, server, rig] = sim;
-        server.hangUpAt = SimSmtpServer::RcptTo;
-        rig.send(sampleMail());
-        QVERIFY(!rig.result);
-        rig.clock.advance(16000);
-        QCOMPARE(rig.result, std::optional<bool>(false));
-        QCOMPARE(rig.log, QStringList{SmtpClient::kTimeOut});
     }
 
     void sendOnAClosedConnectionEndsWithoutLogLine()
