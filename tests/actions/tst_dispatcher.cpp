@@ -1,17 +1,23 @@
 // The action dispatcher on the simulated platform: which actions an entry starts, the job-log
 // line and result text of every local action on success and failure, the slot order, the
 // 5000 ms restart wait on the simulated clock, queued dispatches, a lost log line ending the
-// dispatch, the transport hooks, and a real program started through the desktop opener.
+// dispatch, the transport hooks, and a real program started through the desktop opener. A slow
+// open on the real thread-pool worker leaves the window's event loop turning and keeps the
+// action lines in order.
 #include "actions/alertmail.h"
 #include "actions/dispatcher.h"
 #include "core/runstate.h"
 #include "platform/linux/desktopopener.h"
+#include "platform/linux/linuxplatform.h"
 #include "platform/sim/simplatform.h"
 
 #include <QFile>
+#include <QMutex>
+#include <QSemaphore>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 using namespace velmora;
 using actions::Action;
@@ -67,6 +73,34 @@ struct World {
                                     return state.datafolder;
                                 }};
     int dones = 0;
+};
+
+// An opener that answers 42 only once the test opens its gate, one call per release, and
+// notes how many lines the job log held when each call came in.
+class GatedOpener : public platform::FileOpener {
+public:
+    explicit GatedOpener(QString log) : log_(std::move(log)) {}
+    int open(const QString&, const QString&) override
+    {
+        QFile f(log_);
+        const int lines = f.open(QIODevice::ReadOnly) ? int(f.readAll().count("\r\n")) : -1;
+        {
+            QMutexLocker lock(&mutex_);
+            linesAtCall_.append(lines);
+        }
+        return gate.tryAcquire(1, 20000) ? 42 : 0;
+    }
+    QList<int> linesAtCall()
+    {
+        QMutexLocker lock(&mutex_);
+        return linesAtCall_;
+    }
+    QSemaphore gate;
+
+private:
+    QString log_;
+    QMutex mutex_;
+    QList<int> linesAtCall_;
 };
 
 struct WorldWithSignal : World {
@@ -195,6 +229,8 @@ private slots:
         World w;
         w.sim.opener.result = code;
         QVERIFY(w.run({"Start program: " + path, "", "", "", ""}));
+        // The open may wait on the desktop's launcher: it goes through the worker.
+        QCOMPARE(w.sim.worker.jobs, 1);
         QCOMPARE(w.sim.opener.opened.size(), 1);
         QCOMPARE(w.sim.opener.opened[0].file, path);
         QCOMPARE(w.lines(), QStringList{line});
@@ -366,6 +402,36 @@ private slots:
         QFile(w.log()).open(QIODevice::WriteOnly);
         QVERIFY(w.run({"Start program: /p", "", "", "", ""}));
         QCOMPARE(w.lines(), QStringList{"Program started: /p"});
+    }
+
+    void aSlowOpenKeepsTheWindowTurningAndTheActionsInOrder()
+    {
+        World w;
+        GatedOpener opener(w.log());
+        platform::LinuxPlatform real; // its thread-pool worker
+        w.state.platform.opener = &opener;
+        w.state.platform.worker = real.platform().worker;
+        int ticks = 0;
+        QTimer ticker;
+        ticker.setInterval(5);
+        QObject::connect(&ticker, &QTimer::timeout, [&ticks] { ++ticks; });
+        ticker.start();
+
+        QVERIFY(!w.run({"Start program: /p", "Start program: /q", "", "", ""}));
+        QTRY_COMPARE_WITH_TIMEOUT(opener.linesAtCall().size(), 1, 20000);
+        const int before = ticks;
+        QTRY_VERIFY_WITH_TIMEOUT(ticks >= before + 5, 20000); // the window's loop goes on
+        QVERIFY(w.lines().isEmpty());
+
+        // The first line is written once its open has answered, and before the next open.
+        opener.gate.release();
+        QTRY_COMPARE_WITH_TIMEOUT(opener.linesAtCall().size(), 2, 20000);
+        QCOMPARE(w.lines(), QStringList{"Program started: /p"});
+        QCOMPARE(w.dones, 0);
+        opener.gate.release();
+        QTRY_COMPARE_WITH_TIMEOUT(w.dones, 1, 20000);
+        QCOMPARE(w.lines(), (QStringList{"Program started: /p", "Program started: /q"}));
+        QCOMPARE(opener.linesAtCall(), (QList<int>{0, 1}));
     }
 
     void realProgramIsStartedThroughTheDesktopOpener()

@@ -247,6 +247,8 @@ private slots:
         w.log.ensurejoblog();
         w.sim.opener.script(code);
         w.log.showlogfile();
+        // The open may wait on the desktop's launcher: it goes through the worker.
+        QCOMPARE(w.sim.worker.jobs, 1);
         QCOMPARE(w.sim.opener.opened.size(), 1);
         QCOMPARE(w.sim.opener.opened[0].file, w.file());
         QCOMPARE(w.sim.opener.opened[0].parameters, QString());
