@@ -1,0 +1,96 @@
+// The monitor against a real D-Bus daemon with a mocked systemd: a unit stopped from outside is
+// found by the next scan, logged, shown in the alert window, beeped about and restarted, and
+// the scan after that finds it running again.
+#include "joblog/alertwindow.h"
+#include "joblog/logandalerts.h"
+#include "platform/linux/systemdservices.h"
+#include "support/mockbus.h"
+#include "support/windowfixture.h"
+
+#include <QPushButton>
+#include <QTest>
+#include <QTreeWidget>
+
+using namespace velmora;
+using testsupport::MockSystemdBus;
+
+namespace {
+
+const char* kUnits = R"([
+ {"name": "web.service", "description": "Web server", "state": "active", "file_state": "enabled"},
+ {"name": "cron.service", "description": "Regular background jobs", "state": "active", "file_state": "enabled"}
+])";
+
+QStringList logWithoutTimes(const test::WindowFixture& f)
+{
+    QStringList out;
+    for (const QString& line : QString::fromUtf8(f.readBytes("Jobs.log")).split("\r\n", Qt::SkipEmptyParts)) {
+        const qsizetype tab = line.indexOf('\t');
+        out << (tab < 0 ? line : line.mid(tab + 1));
+    }
+    return out;
+}
+
+} // namespace
+
+class TestMonitorSystemd : public QObject {
+    Q_OBJECT
+private slots:
+    void stoppedUnitIsAlertedAndRestarted()
+    {
+        if (const QString missing = testsupport::mockBusMissing(); !missing.isEmpty())
+            QSKIP(qPrintable(missing));
+        MockSystemdBus bus;
+        const QString error = bus.start(QString::fromUtf8(kUnits));
+        QVERIFY2(error.isEmpty(), qPrintable(error));
+
+        platform::SystemdServices::Options options;
+        options.localAddress = bus.address();
+        options.localName = QStringLiteral("testhost");
+        options.controlPath = [](const QString&) { return QString(); };
+        platform::SystemdServices systemd(options);
+
+        test::WindowFixture f;
+        f.sim.system.computer_name = "testhost";
+        f.sim.icmp.addComputer("TESTHOST", "127.0.0.1", 0);
+        f.writeFile("Computerlist", {"TESTHOST\tmonitored"});
+        f.writeFile("Computers", {"TESTHOST"});
+        f.writeFile("TESTHOST", {"Web server;web.service;Alert;Restart Service;;;;", "Jobs;cron.service;;;;;;",
+                                 "[Properties:]", "[EOF]"});
+        f.writeFile("Interval", {"1"});
+        auto p = f.sim.platform();
+        p.services = &systemd;
+        f.window = std::make_unique<shell::MainWindow>(p);
+        auto& w = *f.window;
+        w.load();
+        f.sim.clock.advance(1000);
+        QCOMPARE(logWithoutTimes(f), (QStringList{"TESTHOST\tweb.service\tRunning", "TESTHOST\tcron.service\tRunning"}));
+
+        // Someone stops the web server.
+        auto web = systemd.openService(systemd.openManager({}), "web.service");
+        QCOMPARE(systemd.stop(web), 0);
+
+        f.sim.clock.advance(60000);
+        QCOMPARE(logWithoutTimes(f).mid(2), (QStringList{"TESTHOST\tweb.service\tStopped", "Alert activated"}));
+        auto* form4 = w.logandalerts->alertwindow();
+        QCOMPARE(form4->ListView1->topLevelItemCount(), 1);
+        QCOMPARE(form4->ListView1->topLevelItem(0)->text(3), QStringLiteral("web.service"));
+        QVERIFY(w.Timer6->isEnabled());
+        f.sim.clock.advance(1000);
+        QVERIFY(!f.sim.beeper.beeps.isEmpty());
+        QCOMPARE(f.sim.beeper.beeps.first().frequency, 1300);
+        // The restart's five-second wait, then the rest of the scan.
+        f.sim.clock.advance(4000);
+        QCOMPARE(logWithoutTimes(f).mid(4), (QStringList{"Attemp to restart service : web.service Successfull",
+                                                         "TESTHOST\tcron.service\tRunning"}));
+        QCOMPARE(systemd.queryStatus(web).state, platform::svcstate::running);
+
+        f.sim.clock.advance(55000);
+        QCOMPARE(logWithoutTimes(f).mid(6), (QStringList{"TESTHOST\tweb.service\tRunning", "TESTHOST\tcron.service\tRunning"}));
+        w.Command12->click(); // Reset Alert
+        QVERIFY(!w.Timer6->isEnabled());
+    }
+};
+
+QTEST_MAIN(TestMonitorSystemd)
+#include "tst_monitorsystemd.moc"
