@@ -808,8 +808,12 @@ void MainWindow::validate(const QString& server, std::function<void()> done)
 
 void MainWindow::unvalidate(const QString& computername)
 {
-    if (computername != state.localcomputer)
-        p_.net->cancel(computername);
+    if (computername == state.localcomputer)
+        return;
+    p_.net->cancel(computername);
+    // The service manager's connection ran through the closed one; the next call connects anew.
+    if (p_.services)
+        p_.services->disconnect(computername);
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -396,6 +396,8 @@ private slots:
         w.unvalidate(w.state.localcomputer);
         w.unvalidate("SRV1");
         QCOMPARE(f.sim.net.cancelled, QStringList{"SRV1"});
+        // The service manager's connection through it is dropped as well.
+        QCOMPARE(f.sim.services.calls().filter("disconnect"), QStringList{"disconnect SRV1"});
     }
 
     void damagedFilesStillStart()
