@@ -11,7 +11,40 @@
 
 namespace velmora::platform::sim {
 
-class SimProfileMail : public ProfileMail {
+// Completions that run at once, or wait for release() while hold is set.
+class HeldCompletions {
+public:
+    // Runs done(result) on the context's thread, unless the context is gone by then.
+    template <typename Result>
+    void complete(QObject* context, std::function<void(Result)> done, Result result)
+    {
+        QPointer<QObject> guard(context);
+        auto finish = [guard, done = std::move(done), result] {
+            if (guard)
+                done(result);
+        };
+        if (hold)
+            held_.append(finish);
+        else
+            finish();
+    }
+    // Completes the held ones, oldest first.
+    void release()
+    {
+        const auto pending = held_;
+        held_.clear();
+        for (const auto& f : pending)
+            f();
+    }
+    int pending() const { return int(held_.size()); }
+
+    bool hold = false; // keep completions until release()
+
+private:
+    QList<std::function<void()>> held_;
+};
+
+class SimProfileMail : public ProfileMail, public HeldCompletions {
 public:
     struct Mail {
         QString profile, recipient, subject, body;
@@ -35,38 +68,17 @@ public:
             r = send_result;
         if (r.ok())
             sent.append({profile, recipient, subject, body});
-        QPointer<QObject> guard(context);
-        auto finish = [guard, done, r] {
-            if (guard)
-                done(r);
-        };
-        if (hold)
-            held_.append(finish);
-        else
-            finish();
+        complete(context, std::move(done), r);
     }
-    // Completes the held sends, oldest first.
-    void release()
-    {
-        const auto pending = held_;
-        held_.clear();
-        for (const auto& f : pending)
-            f();
-    }
-    int pending() const { return int(held_.size()); }
 
     QStringList profiles;     // the profiles a logon finds
     bool installed = true;    // false: no mail client at all
     MailResult send_result;   // what a send answers after a good logon and recipient
-    bool hold = false;        // keep completions until release()
     QList<Mail> sent;
     int logons = 0;
-
-private:
-    QList<std::function<void()>> held_;
 };
 
-class SimNetMessenger : public NetMessenger {
+class SimNetMessenger : public NetMessenger, public HeldCompletions {
 public:
     struct Message {
         QString recipient, text;
@@ -75,32 +87,11 @@ public:
               std::function<void(int)> done) override
     {
         sent.append({recipient, text});
-        QPointer<QObject> guard(context);
-        const int code = result;
-        auto finish = [guard, done, code] {
-            if (guard)
-                done(code);
-        };
-        if (hold)
-            held_.append(finish);
-        else
-            finish();
+        complete(context, std::move(done), result);
     }
-    void release()
-    {
-        const auto pending = held_;
-        held_.clear();
-        for (const auto& f : pending)
-            f();
-    }
-    int pending() const { return int(held_.size()); }
 
     int result = 0;      // the code every send answers
-    bool hold = false;   // keep completions until release()
     QList<Message> sent;
-
-private:
-    QList<std::function<void()>> held_;
 };
 
 } // namespace velmora::platform::sim
