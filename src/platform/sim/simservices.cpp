@@ -327,20 +327,28 @@ void SimServices::beginTransition(Entry& e, int pendingState, int target, int ms
     e.pending = Pending{target, clock_.now().addMSecs(ms)};
 }
 
+SimServices::Entry* SimServices::controlled(const ServiceHandle& service, Call call, const char* name, int& code)
+{
+    settle();
+    log(name, service.computer, service.name);
+    code = !service.valid() ? svcerror::invalidHandle : injected(call, service.computer, service.name);
+    if (code == 0)
+        code = checkComputer(service.computer);
+    if (code != 0)
+        return nullptr;
+    Entry* e = findService(service.computer, service.name);
+    if (!e)
+        code = svcerror::noSuchService;
+    return e;
+}
+
 int SimServices::start(const ServiceHandle& service)
 {
     std::lock_guard lock(mutex_);
-    settle();
-    log("start", service.computer, service.name);
-    if (!service.valid())
-        return svcerror::invalidHandle;
-    if (const int code = injected(Call::Start, service.computer, service.name))
-        return code;
-    if (const int code = checkComputer(service.computer))
-        return code;
-    Entry* e = findService(service.computer, service.name);
+    int code = 0;
+    Entry* e = controlled(service, Call::Start, "start", code);
     if (!e)
-        return svcerror::noSuchService;
+        return code;
     if (e->service.state != svcstate::stopped)
         return svcerror::alreadyRunning;
     if (e->service.startType == svcstart::disabled)
@@ -368,17 +376,10 @@ int SimServices::start(const ServiceHandle& service)
 int SimServices::stop(const ServiceHandle& service)
 {
     std::lock_guard lock(mutex_);
-    settle();
-    log("stop", service.computer, service.name);
-    if (!service.valid())
-        return svcerror::invalidHandle;
-    if (const int code = injected(Call::Stop, service.computer, service.name))
-        return code;
-    if (const int code = checkComputer(service.computer))
-        return code;
-    Entry* e = findService(service.computer, service.name);
+    int code = 0;
+    Entry* e = controlled(service, Call::Stop, "stop", code);
     if (!e)
-        return svcerror::noSuchService;
+        return code;
     if (e->service.state == svcstate::stopped)
         return svcerror::notActive;
     for (const auto& [d, depth] : dependentsOf(*findComputer(service.computer), service.name))

@@ -97,6 +97,8 @@ private:
     Computer* findComputer(const QString& computer);
     Entry* findService(const QString& computer, const QString& name);
     void settle();
+    // The common checks of a start or stop: the service, or null with the refusal in code.
+    Entry* controlled(const ServiceHandle& service, Call call, const char* name, int& code);
     int injected(Call call, const QString& computer, const QString& service);
     void log(const char* call, const QString& computer, const QString& service = {});
     int checkComputer(const QString& computer);
