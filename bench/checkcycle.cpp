@@ -7,6 +7,7 @@
 #include "platform/linux/linuxplatform.h"
 #include "platform/sim/simplatform.h"
 #include "shell/mainwindow.h"
+#include "shell/program.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -112,7 +113,8 @@ int main(int argc, char** argv)
     p.worker = real.platform().worker;
     p.services = &slow;
 
-    shell::MainWindow window(p);
+    shell::Program program(p);
+    shell::MainWindow& window = *program.window;
     QElapsedTimer clock;
     qint64 cycleMs = -1, maxStall = 0, lastTick = 0;
     bool measuring = false;
@@ -126,14 +128,14 @@ int main(int argc, char** argv)
     });
 
     int finished = 0;
-    QObject::connect(window.checkcycle, &monitoring::CheckCycle::scanFinished, [&] {
+    QObject::connect(program.checkcycle, &monitoring::CheckCycle::scanFinished, [&] {
         if (++finished == 1) {
             // The start-up scan is done; measure a second one from a quiet event loop.
             QTimer::singleShot(100, &app, [&] {
                 clock.restart();
                 lastTick = 0;
                 measuring = true;
-                window.checkcycle->trigger();
+                program.checkcycle->trigger();
             });
         } else {
             cycleMs = clock.elapsed();
@@ -143,7 +145,7 @@ int main(int argc, char** argv)
     });
     clock.start();
     probe.start();
-    window.load();
+    program.load();
     QTimer::singleShot(60000, &app, [&] { app.quit(); });
     app.exec();
 

@@ -5,6 +5,7 @@
 #include "platform/linux/linuxplatform.h"
 #include "platform/sim/simplatform.h"
 #include "shell/mainwindow.h"
+#include "shell/program.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -51,12 +52,13 @@ int main(int argc, char** argv)
     });
 
     clock.start();
-    shell::MainWindow window(p);
+    shell::Program program(p);
+    shell::MainWindow& window = *program.window;
     QObject::connect(&window, &shell::MainWindow::serverListReady, [&] {
         iconsMs = clock.elapsed();
         QTimer::singleShot(200, &app, [&] { app.quit(); });
     });
-    window.load();
+    program.load();
     // load() returns once the window is shown and filled; the pings go on in the background.
     QTimer::singleShot(0, &app, [&] { shownMs = clock.elapsed(); });
     maxStall = clock.elapsed();

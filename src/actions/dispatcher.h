@@ -21,6 +21,7 @@
 // the user-interface thread after the last one. Calls made while a dispatch runs are queued
 // and run in call order, so the job-log lines of two services never interleave. The window is
 // never blocked.
+#include "actions/actionrunner.h"
 #include "core/serverfile.h"
 #include "joblog/joblog.h"
 
@@ -68,7 +69,7 @@ std::vector<PlannedAction> planEntry(const QString& entry);
 // or less (empty for codes without a text).
 QString startErrorText(int code);
 
-class ActionDispatcher : public QObject {
+class ActionDispatcher : public QObject, public ActionRunner {
     Q_OBJECT
 public:
     using Done = std::function<void()>;
@@ -76,9 +77,9 @@ public:
     // the dispatch, as for the local actions).
     using Continue = std::function<void(bool ok)>;
 
-    // alertSignal is the main window's Timer6. dataFolder re-reads the data folder from the
-    // main window's field and returns it; the job log is found there on every line.
-    ActionDispatcher(core::RunState& state, platform::Timer* alertSignal, std::function<QString()> dataFolder,
+    // alertSignal is the main window's Timer6. dataFolder returns the data folder the job log is
+    // found in (empty: the run state's).
+    ActionDispatcher(core::RunState& state, platform::Timer* alertSignal, std::function<QString()> dataFolder = {},
                      QObject* parent = nullptr);
 
     // Runs the five slots of a failed service. The check cycle sets currentserver,
@@ -87,7 +88,7 @@ public:
     void runactions(const QString& server, const QString& service, const QString& serviceState,
                     const std::array<QString, 5>& actions, Done done);
     // The same for a record: its key name, and the state from state.currentstate.
-    void runactions(const QString& server, const core::MonitoredService& record, Done done);
+    void runactions(const QString& server, const core::MonitoredService& record, Done done) override;
 
     // Whether a dispatch is running or queued.
     bool busy() const { return current_.has_value() || !queue_.empty(); }

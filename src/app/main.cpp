@@ -1,6 +1,7 @@
 #include "platform/linux/linuxplatform.h"
-#include "shell/icons.h"
+#include "platform/icons.h"
 #include "shell/mainwindow.h"
+#include "shell/program.h"
 
 #include <QApplication>
 #include <QGuiApplication>
@@ -14,11 +15,12 @@ int main(int argc, char** argv)
     QApplication::setApplicationName(QStringLiteral("velmora"));
     QApplication::setOrganizationName(QStringLiteral("velmora"));
     QApplication::setQuitOnLastWindowClosed(false);
-    QApplication::setWindowIcon(velmora::shell::programIcon());
+    QApplication::setWindowIcon(velmora::platform::programIcon());
 
     velmora::platform::LinuxPlatform backends;
     auto platform = backends.platform();
-    velmora::shell::MainWindow window(platform);
+    velmora::shell::Program program(platform);
+    velmora::shell::MainWindow& window = *program.window;
 
     // scripts/run --screenshot: once the server list shows its icons, save the screen and leave
     // the way "Exit" does, without writing any file.
@@ -34,7 +36,7 @@ int main(int argc, char** argv)
         });
     }
 
-    window.load();
+    program.load();
     if (platform.app->ended())
         return 0;
     return app.exec();

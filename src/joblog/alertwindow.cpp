@@ -119,8 +119,7 @@ AlertWindow::AlertWindow(LogAndAlerts& owner, QWidget* parent) : QWidget(parent,
     connect(Command2, &QPushButton::clicked, this, [this] { owner_.clearalert(); });
     connect(Command3, &QPushButton::clicked, this, [this] { owner_.resetalert(); });
     connect(Command4, &QPushButton::clicked, this, [this] {
-        if (owner_.hooks().checkservicesnow)
-            owner_.hooks().checkservicesnow();
+        owner_.requestCheckNow();
     });
     connect(mnuf4gotoservice, &QAction::triggered, this, &AlertWindow::gotoservice);
     connect(ListView1, &QTreeWidget::itemDoubleClicked, this, &AlertWindow::gotoservice);
@@ -177,7 +176,6 @@ void AlertWindow::activate()
     rememberPosition(0, 1);
     if (isMinimized())
         showNormal();
-    owner_.datafolder();
     owner_.updatelogsize(SizeCaption::Activation);
 }
 
@@ -226,9 +224,9 @@ void AlertWindow::gotoservice()
     if (ListView1->topLevelItemCount() == 0)
         return;
     const QTreeWidgetItem* item = ListView1->currentItem();
-    if (!item || !owner_.hooks().gotoservice)
+    if (!item)
         return;
-    owner_.hooks().gotoservice(item->text(2), item->text(3));
+    owner_.requestGotoService(item->text(2), item->text(3));
 }
 
 } // namespace velmora::joblog

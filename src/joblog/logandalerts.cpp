@@ -2,6 +2,8 @@
 
 #include "joblog/alertwindow.h"
 
+#include <QLabel>
+#include <QPlainTextEdit>
 #include <QTreeWidget>
 
 namespace velmora::joblog {
@@ -9,11 +11,13 @@ namespace velmora::joblog {
 namespace {
 constexpr int kBeepHz = 1300;
 constexpr int kBeepMs = 500;
+const QString kFailedServices = QStringLiteral("Failed Services :");
+const QString kAllServices = QStringLiteral("All Services to be monitored :");
 } // namespace
 
-LogAndAlerts::LogAndAlerts(core::RunState& state, platform::Timer* signalTimer, Hooks hooks, QWidget* windowParent)
-    : QObject(nullptr), state_(state), timer_(signalTimer), hooks_(std::move(hooks)), windowParent_(windowParent),
-      log_(state.platform, [this] { return datafolder(); })
+LogAndAlerts::LogAndAlerts(core::RunState& state, platform::Timer* signalTimer, QWidget* windowParent)
+    : QObject(nullptr), state_(state), timer_(signalTimer), windowParent_(windowParent),
+      log_(state.platform, [&state] { return state.datafolder; })
 {
     if (timer_)
         connect(timer_, &platform::Timer::timeout, this, &LogAndAlerts::beep);
@@ -22,13 +26,6 @@ LogAndAlerts::LogAndAlerts(core::RunState& state, platform::Timer* signalTimer, 
 LogAndAlerts::~LogAndAlerts()
 {
     delete window_.data();
-}
-
-QString LogAndAlerts::datafolder()
-{
-    if (hooks_.datafolder)
-        state_.datafolder = hooks_.datafolder();
-    return state_.datafolder;
 }
 
 AlertWindow* LogAndAlerts::alertwindow()
@@ -58,6 +55,37 @@ void LogAndAlerts::addalertrow(const QString& server, const QString& service, co
                                const QString& actions)
 {
     alertwindow()->addrow(log_.now(), server, service, state, actions);
+}
+
+void LogAndAlerts::addcheckrow(const QString& server, const QString& service, const QString& shown,
+                               const QString& actions, bool red)
+{
+    AlertWindow* w = alertwindow();
+    w->Label1->setText(QStringLiteral("Interval in turn"));
+    w->addrow(log_.now(), server, service, shown, actions, red);
+}
+
+void LogAndAlerts::beginTimedScan()
+{
+    AlertWindow* w = alertwindow();
+    if (w->Label2->text() == kAllServices) {
+        w->Text1->clear();
+        w->ListView1->clear();
+    }
+    w->Label2->setText(kFailedServices);
+}
+
+void LogAndAlerts::beginImmediateCheck()
+{
+    AlertWindow* w = alertwindow();
+    w->Label2->setText(kAllServices);
+    w->Text1->clear();
+    w->ListView1->clear();
+}
+
+void LogAndAlerts::showNextScan(const QDateTime& at)
+{
+    alertwindow()->Label1->setText(QStringLiteral("Next scan at :  ") + QLocale::system().toString(at, QLocale::ShortFormat));
 }
 
 QString LogAndAlerts::joinactions(const QStringList& actionSlots)

@@ -6,6 +6,7 @@
 // 1300 Hz for 500 ms. It is on exactly while the timer is enabled; the "Alert" action switches
 // it on by enabling the timer, resetalert() and the alert window's "Cl&ear" switch it off.
 #include "core/runstate.h"
+#include "joblog/alertsink.h"
 #include "joblog/joblog.h"
 
 #include <QObject>
@@ -18,30 +19,20 @@ namespace velmora::joblog {
 
 class AlertWindow;
 
-class LogAndAlerts : public QObject {
+class LogAndAlerts : public QObject, public AlertSink {
     Q_OBJECT
 public:
-    // What the main window does for the alert window; each may be left empty.
-    struct Hooks {
-        // Refreshes the shared data folder from the main window's field and returns it
-        // (empty: state.datafolder as it is).
-        std::function<QString()> datafolder;
-        // Presses the main window's "&Check Services Now..." button.
-        std::function<void()> checkservicesnow;
-        // Shows server's service in the main window: selects the server, lists its services,
-        // selects and shows the service.
-        std::function<void(const QString& server, const QString& service)> gotoservice;
-    };
-
     // signalTimer is the main window's Timer6; windowParent becomes the alert window's parent.
-    LogAndAlerts(core::RunState& state, platform::Timer* signalTimer, Hooks hooks, QWidget* windowParent);
+    LogAndAlerts(core::RunState& state, platform::Timer* signalTimer, QWidget* windowParent);
     ~LogAndAlerts() override;
 
     core::RunState& state() { return state_; }
     JobLog& joblog() { return log_; }
     platform::Timer* signalTimer() const { return timer_; }
-    const Hooks& hooks() const { return hooks_; }
-    QString datafolder();
+
+    // The alert window's "&Check Services Now" and "Goto service...": the main window does them.
+    void requestCheckNow() { emit checkServicesNowRequested(); }
+    void requestGotoService(const QString& server, const QString& service) { emit gotoServiceRequested(server, service); }
 
     // The alert window, loaded on first use. Closing it by its close box unloads it (its rows
     // are lost); the next call loads a fresh one. Do not keep the pointer across such a close.
@@ -50,10 +41,16 @@ public:
     AlertWindow* loadedAlertwindow() const;
 
     // Shows the alert window modeless and brings it to the front (restored if minimised).
-    void showalertwindow();
+    void showalertwindow() override;
     // Adds a row for a failed service: date, time, then server, service and state in red, then
     // the actions (the five action slots joined by joinactions()).
-    void addalertrow(const QString& server, const QString& service, const QString& state, const QString& actions);
+    void addalertrow(const QString& server, const QString& service, const QString& state,
+                     const QString& actions) override;
+    void addcheckrow(const QString& server, const QString& service, const QString& shown, const QString& actions,
+                     bool red) override;
+    void beginTimedScan() override;
+    void beginImmediateCheck() override;
+    void showNextScan(const QDateTime& at) override;
     // The five action slots joined with three blanks, empty slots keeping their separators.
     static QString joinactions(const QStringList& actionSlots);
 
@@ -65,15 +62,20 @@ public:
 
     // The log-size indicator (the alert window's Label3): its colour and caption, or only its
     // colour. Without a log the indicator is left as it is.
-    void updatelogsize(SizeCaption caption);
-    void updatelogsizecolour();
+    void updatelogsize(SizeCaption caption) override;
+    void updatelogsizecolour() override;
+
+signals:
+    // Shows server's service in the main window: selects the server, lists its services,
+    // selects and shows the service.
+    void gotoServiceRequested(const QString& server, const QString& service);
+    void checkServicesNowRequested();
 
 private:
     void beep();
 
     core::RunState& state_;
     platform::Timer* timer_;
-    Hooks hooks_;
     QWidget* windowParent_;
     JobLog log_;
     QPointer<AlertWindow> window_;

@@ -2,9 +2,9 @@
 
 #include "actions/dispatcher.h"
 #include "core/datafolder.h"
+#include "core/runstate.h"
 #include "monitoring/setupwindow.h"
 #include "platform/platform.h"
-#include "shell/mainwindow.h"
 
 #include <QAction>
 #include <QComboBox>
@@ -47,7 +47,8 @@ bool breaksRecord(const QString& parameter)
 
 } // namespace
 
-AlertSetupWindow::AlertSetupWindow(SetupWindow& setup) : QDialog(&setup), setup_(setup)
+AlertSetupWindow::AlertSetupWindow(SetupWindow& setup, core::RunState& state, actions::ActionDispatcher& dispatcher)
+    : QDialog(&setup), setup_(setup), state_(state), dispatcher_(dispatcher)
 {
     setObjectName(QStringLiteral("Form3"));
     setWindowTitle(QStringLiteral("Setup Alert"));
@@ -205,7 +206,7 @@ void AlertSetupWindow::kindChosen()
 
 void AlertSetupWindow::addToList()
 {
-    platform::MessageBoxes& boxes = *setup_.main().state.platform.boxes;
+    platform::MessageBoxes& boxes = *state_.platform.boxes;
     if (List1->count() >= kMaxActions)
         return;
     const QString kind = Combo1->currentText();
@@ -235,13 +236,10 @@ void AlertSetupWindow::addToList()
         return;
     }
     if (kind == actions::kind::email) {
-        core::RunState& state = setup_.main().state;
-        if (setup_.main().Text7 && !setup_.main().Text7->text().isEmpty())
-            state.datafolder = setup_.main().Text7->text();
-        platform::TextFiles& files = *state.platform.files;
-        if (!files.exists(state.file(core::files::smtpserver)) && !files.exists(state.file(core::files::mailprofile))) {
+        platform::TextFiles& files = *state_.platform.files;
+        if (!files.exists(state_.file(core::files::smtpserver)) && !files.exists(state_.file(core::files::mailprofile))) {
             // No mail transport yet: the e-mail options come up instead.
-            setup_.main().mnusetemailoptions->trigger();
+            emit emailOptionsRequested();
             return;
         }
     }
@@ -263,7 +261,7 @@ int AlertSetupWindow::selectedRow() const
 
 bool AlertSetupWindow::listChecks()
 {
-    platform::MessageBoxes& boxes = *setup_.main().state.platform.boxes;
+    platform::MessageBoxes& boxes = *state_.platform.boxes;
     if (List1->count() == 0) {
         boxes.show(QStringLiteral("No Action listed!        "), MsgIcon::Information);
         return false;
@@ -309,7 +307,7 @@ void AlertSetupWindow::browse()
 {
     const QString kind = Combo1->currentText();
     const bool sound = kind == actions::kind::playsound;
-    const QString chosen = setup_.main().state.platform.filedialogs->openFile(
+    const QString chosen = state_.platform.filedialogs->openFile(
         this, QStringLiteral("Select File:"), sound ? QStringLiteral("Soundfiles (*.wav)") : QStringLiteral("All Files (*.*)"),
         sound ? QStringLiteral("*.wav") : QStringLiteral("*.*"));
     // A path the action could not take whole is refused as the classic 256-character buffer did.
@@ -321,18 +319,17 @@ void AlertSetupWindow::browse()
 void AlertSetupWindow::testNetSend()
 {
     if (Text3->text().isEmpty()) {
-        setup_.main().state.platform.boxes->show(QStringLiteral("Please enter a Net Message Recipient !    "),
+        state_.platform.boxes->show(QStringLiteral("Please enter a Net Message Recipient !    "),
                                                  MsgIcon::Information);
         return;
     }
-    if (setup_.main().dispatcher)
-        setup_.main().dispatcher->testnetsend(Text3->text());
+    dispatcher_.testnetsend(Text3->text());
 }
 
 void AlertSetupWindow::ok()
 {
     if (List1->count() == 0) {
-        setup_.main().state.platform.boxes->show(
+        state_.platform.boxes->show(
             QStringLiteral("There are no actions in the actions list, please configure actions to be taken if service fails !    "),
             MsgIcon::Exclamation);
         return;

@@ -12,6 +12,9 @@ class QLineEdit;
 class QListWidget;
 class QPushButton;
 
+namespace velmora::core { struct RunState; }
+namespace velmora::actions { class ActionDispatcher; }
+
 namespace velmora::monitoring {
 
 class SetupWindow;
@@ -20,7 +23,7 @@ class AlertSetupWindow : public QDialog {
     Q_OBJECT
 public:
     // Loading: empty fields, "Alert" chosen.
-    explicit AlertSetupWindow(SetupWindow& setup);
+    AlertSetupWindow(SetupWindow& setup, core::RunState& state, actions::ActionDispatcher& dispatcher);
 
     enum class Mode { New, Edit };
 
@@ -59,6 +62,10 @@ public:
     void ok();              // Command1
     void cancel();          // Command2
 
+signals:
+    // An e-mail action was added while no mail transport is set up.
+    void emailOptionsRequested();
+
 protected:
     bool event(QEvent* e) override;
 
@@ -70,6 +77,8 @@ private:
     bool listChecks();
 
     SetupWindow& setup_;
+    core::RunState& state_;
+    actions::ActionDispatcher& dispatcher_;
     Mode mode_ = Mode::New;
     int editPosition_ = -1;
     QString newDisplay_, newService_;

@@ -1,20 +1,11 @@
 #include "monitoring/checkcycle.h"
 
 #include "core/datafolder.h"
-#include "core/serverlistfile.h"
-#include "joblog/alertwindow.h"
-#include "joblog/logandalerts.h"
+#include "core/monitoredservices.h"
+#include "core/serverlist.h"
+#include "joblog/alertsink.h"
+#include "joblog/joblog.h"
 #include "servicecontrol/statetext.h"
-#include "shell/mainwindow.h"
-
-#include "monitoring/setupwindow.h"
-
-#include <QLabel>
-#include <QLineEdit>
-#include <QListWidget>
-#include <QPlainTextEdit>
-#include <QPushButton>
-#include <QTreeWidget>
 
 namespace velmora::monitoring {
 
@@ -23,14 +14,15 @@ namespace svcerror = platform::svcerror;
 
 namespace {
 
-const QString kFailedServices = QStringLiteral("Failed Services :");
-const QString kAllServices = QStringLiteral("All Services to be monitored :");
 const QString kRunning = QStringLiteral("Running");
 
 QStringList actionSlots(const core::MonitoredService& record)
 {
     return QStringList(record.actions.begin(), record.actions.end());
 }
+
+// The five action slots joined with three blanks, empty slots keeping their separators.
+QString joinactions(const core::MonitoredService& record) { return actionSlots(record).join(QStringLiteral("   ")); }
 
 } // namespace
 
@@ -85,8 +77,10 @@ struct CheckCycle::Scan {
     std::function<void()> done;
 };
 
-CheckCycle::CheckCycle(shell::MainWindow& window, joblog::LogAndAlerts& alerts)
-    : QObject(&window), w_(window), alerts_(alerts)
+CheckCycle::CheckCycle(core::RunState& state, core::ServerList& servers, core::MonitoredServices& monitored,
+                       joblog::JobLog& log, actions::ActionRunner& actions, joblog::AlertSink& alerts, QObject* parent)
+    : QObject(parent), state_(state), servers_(servers), monitored_(monitored), log_(log), actions_(actions),
+      alerts_(alerts), reach_(*state.platform.icmp, *state.platform.worker)
 {
 }
 
@@ -94,23 +88,18 @@ CheckCycle::~CheckCycle() = default;
 
 void CheckCycle::timer5Tick()
 {
-    auto& state = w_.state;
-    const QDateTime now = state.platform.clock->now();
-    if (state.nextscan.isValid() && state.nextscan > now)
+    const QDateTime now = state_.platform.clock->now();
+    if (state_.nextscan.isValid() && state_.nextscan > now)
         return;
-    const QString caption = intervalCaption ? intervalCaption() : state.checkinterval;
+    const QString caption = intervalCaption_.isNull() ? state_.checkinterval : intervalCaption_;
     checkintervall(QString::number(leadingNumber(caption)));
 }
 
 void CheckCycle::checkintervall(const QString& period)
 {
-    auto& state = w_.state;
-    state.nextscan = state.platform.clock->now().addSecs(qint64(leadingNumber(period)) * 60);
-    alerts_.alertwindow()->Label1->setText(QStringLiteral("Next scan at :  ") +
-                                           QLocale::system().toString(state.nextscan, QLocale::ShortFormat));
-    w_.unsetCursor();
-    w_.Command9->setEnabled(true);
-    w_.mnuChecknow->setEnabled(true);
+    state_.nextscan = state_.platform.clock->now().addSecs(qint64(leadingNumber(period)) * 60);
+    alerts_.showNextScan(state_.nextscan);
+    emit nextScanSet(state_.nextscan);
     trigger();
 }
 
@@ -121,33 +110,26 @@ void CheckCycle::trigger()
         timedScanWaiting_ = true;
         return;
     }
-    auto* form4 = alerts_.alertwindow();
-    if (form4->Label2->text() == kAllServices) {
-        form4->Text1->clear();
-        form4->ListView1->clear();
-    }
-    form4->Label2->setText(kFailedServices);
+    alerts_.beginTimedScan();
     startScan(false, {});
 }
 
 void CheckCycle::checkNow()
 {
-    auto& files = *w_.state.platform.files;
-    const QString computers = w_.state.file(core::files::computers);
+    auto& files = *state_.platform.files;
+    const QString computers = state_.file(core::files::computers);
     const auto lines = files.readLines(computers, true);
     if (!files.exists(computers) || !lines || lines->isEmpty() || lines->first().isEmpty()) {
-        w_.state.platform.boxes->show(
+        state_.platform.boxes->show(
             QStringLiteral("There are no Services to be monitored,  please configure Services to be monitored !    "),
             MsgIcon::Exclamation);
         return;
     }
-    if (pauseReport)
-        pauseReport(true);
-    w_.state.checknowactive = true;
+    emit reportPaused(true);
+    state_.checknowactive = true;
     triggerimmediate([this] {
-        w_.state.checknowactive = false;
-        if (pauseReport)
-            pauseReport(false);
+        state_.checknowactive = false;
+        emit reportPaused(false);
         emit immediateFinished();
     });
 }
@@ -160,36 +142,28 @@ void CheckCycle::triggerimmediate(std::function<void()> done)
                 Qt::SingleShotConnection);
         return;
     }
-    if (w_.state.checknowactive) {
-        auto* form4 = alerts_.alertwindow();
-        form4->Label2->setText(kAllServices);
-        form4->Text1->clear();
-        form4->ListView1->clear();
-    }
+    if (state_.checknowactive)
+        alerts_.beginImmediateCheck();
     startScan(true, std::move(done));
 }
 
 void CheckCycle::startScan(bool immediate, std::function<void()> done)
 {
-    auto& state = w_.state;
     auto scan = std::make_shared<Scan>();
     scan->immediate = immediate;
     scan->done = std::move(done);
     scan_ = scan;
 
-    state.datafolder = w_.Text7->text();
-    w_.setupWindow()->List3->clear();
     alerts_.updatelogsizecolour();
 
-    auto& files = *state.platform.files;
-    const QString computers = state.file(core::files::computers);
-    if (!immediate || files.exists(computers)) {
-        for (const QString& name : core::readMonitoredServers(files, computers)) {
+    auto& files = *state_.platform.files;
+    if (!immediate || files.exists(state_.file(core::files::computers))) {
+        for (const QString& name : monitored_.servers()) {
             Server s;
             s.name = name;
-            const QTreeWidgetItem* item = w_.findServer(name);
-            s.maintenance = !immediate && item && shell::MainWindow::serverInMaintenance(item);
-            s.records = core::readMonitoredServices(files, state.file(name));
+            const core::ServerEntry* entry = servers_.find(name);
+            s.maintenance = !immediate && entry && entry->maintenance;
+            s.records = monitored_.records(name);
             scan->servers.push_back(std::move(s));
         }
     }
@@ -205,17 +179,15 @@ void CheckCycle::startScan(bool immediate, std::function<void()> done)
         names << s.name;
         pinged.push_back(i);
     }
-    auto* reach = new Reachability(*state.platform.icmp, *state.platform.worker, this);
-    reach->pingAll(names, [this, scan, pinged, reach](const std::vector<PingOutcome>& outcomes) {
-        reach->deleteLater();
+    reach_.pingAll(names, this, [this, scan, pinged](const std::vector<PingOutcome>& outcomes) {
         for (size_t k = 0; k < pinged.size(); ++k) {
             Server& s = scan->servers[pinged[k]];
             s.pinged = true;
             s.ping = outcomes[k];
         }
-        // Which servers get their services checked: in a timed scan a server whose item is
-        // missing from the server list keeps the reachability of the server before it.
-        bool reachable = w_.state.serverreachable;
+        // Which servers get their services checked: in a timed scan a server that is missing
+        // from the server list keeps the reachability of the server before it.
+        bool reachable = state_.serverreachable;
         for (size_t i = 0; i < scan->servers.size(); ++i) {
             Server& s = scan->servers[i];
             if (s.maintenance)
@@ -223,7 +195,7 @@ void CheckCycle::startScan(bool immediate, std::function<void()> done)
             if (scan->immediate) {
                 s.checkServices = s.pinged && s.ping.reachable();
             } else {
-                if (w_.findServer(s.name))
+                if (servers_.contains(s.name))
                     reachable = s.ping.reachable();
                 s.checkServices = reachable;
             }
@@ -244,8 +216,8 @@ void CheckCycle::queryServices(const std::shared_ptr<Scan>& scan, size_t index)
     QStringList keys;
     for (const auto& r : scan->servers[index].records)
         keys << r.servicename;
-    platform::ServiceManager* sm = w_.state.platform.services;
-    w_.state.platform.worker->run(this, [this, scan, index, computer, keys, sm]() -> std::function<void()> {
+    platform::ServiceManager* sm = state_.platform.services;
+    state_.platform.worker->run(this, [this, scan, index, computer, keys, sm]() -> std::function<void()> {
         std::vector<ServiceCheck> checks;
         checks.reserve(size_t(keys.size()));
         for (const QString& key : keys)
@@ -265,22 +237,19 @@ void CheckCycle::advance()
     const std::shared_ptr<Scan> scan = scan_;
     if (!scan || scan->waitingForActions || !scan->pingsIn)
         return;
-    auto& state = w_.state;
-    auto& log = alerts_.joblog();
     while (scan->current < scan->servers.size()) {
         Server& s = scan->servers[scan->current];
         if (!s.headerDone) {
-            state.currentserver = s.name;
+            state_.currentserver = s.name;
             if (s.maintenance) {
-                log.appendjobline(joblog::serverLineText(log.now(), s.name, joblog::kServerInMaintenance));
+                log_.appendjobline(joblog::serverLineText(log_.now(), s.name, joblog::kServerInMaintenance));
                 // A server in maintenance is skipped; the servers after it are still checked,
                 // since one server's maintenance is no reason to stop watching the others.
                 ++scan->current;
                 continue;
             }
             if (!scan->immediate)
-                applyServer(s);
-            w_.setupWindow()->List3->addItem(s.name);
+                visitServer(s);
             s.headerDone = true;
         }
         if (!s.queried)
@@ -290,105 +259,95 @@ void CheckCycle::advance()
             continue;
         }
         while (s.nextRecord < s.records.size()) {
-            const core::MonitoredService& record = s.records[s.nextRecord];
-            state.currentservice = record.servicename;
+            const size_t n = s.nextRecord++;
+            const core::MonitoredService& record = s.records[n];
+            state_.currentservice = record.servicename;
             if (scan->immediate) {
-                // The immediate check pings per service; the icon follows each answer.
-                if (QTreeWidgetItem* item = w_.findServer(s.name)) {
-                    const int icon = shell::MainWindow::serverIcon(item);
-                    const bool up = s.ping.reachable();
-                    if (!up && (icon == 9 || icon == 7))
-                        w_.setServerIcon(item, icon + 1);
-                    else if (up && (icon == 10 || icon == 8))
-                        w_.setServerIcon(item, icon - 1);
-                }
-                state.pingaddress = s.ping.address;
-                state.pingresult = s.ping.result;
-                ImmediateResult r{s.name, record.servicename, s.checkServices, {}, {}};
-                if (s.checkServices) {
-                    const ServiceCheck& c = s.checks[s.nextRecord];
-                    const QString text = checkResultText(c, true);
-                    if (c.failed()) {
-                        state.lasterror = text;
-                        r.lasterror = text;
-                    } else {
-                        r.state = text;
-                    }
-                }
-                if (state.checknowactive) {
-                    alerts_.showalertwindow();
-                    auto* form4 = alerts_.alertwindow();
-                    form4->Label1->setText(QStringLiteral("Interval in turn"));
-                    const QString shown = !r.reachable ? QStringLiteral("Error Server not Available")
-                                          : !r.lasterror.isEmpty() ? r.lasterror
-                                                                   : r.state;
-                    // Every service is listed; only a state other than "Running" is drawn red.
-                    form4->addrow(log.now(), s.name, record.servicename, shown,
-                                  joblog::LogAndAlerts::joinactions(actionSlots(record)), shown != kRunning);
-                }
-                if (reportResult && reportScanActive && reportScanActive())
-                    reportResult(r);
-                ++s.nextRecord;
+                monitorimmediate(s, record, s.checkServices ? &s.checks[n] : nullptr);
                 continue;
             }
-            // The timed check of one service.
-            log.ensurejoblog();
-            const ServiceCheck& c = s.checks[s.nextRecord];
-            const QString result = checkResultText(c, false);
-            if (c.failed()) {
-                log.appendjobline(joblog::checkLineText(log.now(), s.name, record.servicename, result));
-                state.lasterror = result;
-                ++s.nextRecord;
-                continue;
-            }
-            if (!result.isEmpty())
-                state.currentstate = result;
-            log.appendjobline(joblog::checkLineText(log.now(), s.name, record.servicename, state.currentstate));
-            ++s.nextRecord;
-            if (state.currentstate == kRunning)
-                continue;
-            alerts_.updatelogsize(joblog::SizeCaption::CheckRun);
-            if (state.settings.popupalert)
-                alerts_.showalertwindow();
-            alerts_.addalertrow(s.name, record.servicename, state.currentstate,
-                                joblog::LogAndAlerts::joinactions(actionSlots(record)));
-            if (runactions) {
-                scan->waitingForActions = true;
-                // Actions that end inside the call (an alert, say) let this loop go on; those that
-                // end later resume it from their completion.
-                auto insideCall = std::make_shared<bool>(true);
-                runactions(s.name, record, state.currentstate, [this, scan, insideCall] {
-                    scan->waitingForActions = false;
-                    if (!*insideCall && scan_ == scan)
-                        advance();
-                });
-                *insideCall = false;
-                if (scan->waitingForActions)
-                    return;
-            }
+            if (monitorservice(scan, s, record, s.checks[n]))
+                return;
         }
         ++scan->current;
     }
     finishScan();
 }
 
-void CheckCycle::applyServer(Server& s)
+bool CheckCycle::monitorservice(const std::shared_ptr<Scan>& scan, Server& s, const core::MonitoredService& record,
+                                const ServiceCheck& c)
 {
-    auto& state = w_.state;
-    auto& log = alerts_.joblog();
-    state.pingaddress = s.ping.address;
-    state.pingresult = s.ping.result;
-    QTreeWidgetItem* item = w_.findServer(s.name);
-    if (!item)
+    log_.ensurejoblog();
+    const QString result = checkResultText(c, false);
+    if (c.failed()) {
+        log_.appendjobline(joblog::checkLineText(log_.now(), s.name, record.servicename, result));
+        state_.lasterror = result;
+        return false;
+    }
+    if (!result.isEmpty())
+        state_.currentstate = result;
+    log_.appendjobline(joblog::checkLineText(log_.now(), s.name, record.servicename, state_.currentstate));
+    if (state_.currentstate == kRunning)
+        return false;
+    alerts_.updatelogsize(joblog::SizeCaption::CheckRun);
+    if (state_.settings.popupalert)
+        alerts_.showalertwindow();
+    alerts_.addalertrow(s.name, record.servicename, state_.currentstate, joinactions(record));
+    scan->waitingForActions = true;
+    // Actions that end inside the call (an alert, say) let the scan go on; those that end later
+    // resume it from their completion.
+    auto insideCall = std::make_shared<bool>(true);
+    actions_.runactions(s.name, record, [this, scan, insideCall] {
+        scan->waitingForActions = false;
+        if (!*insideCall && scan_ == scan)
+            advance();
+    });
+    *insideCall = false;
+    return scan->waitingForActions;
+}
+
+void CheckCycle::monitorimmediate(Server& s, const core::MonitoredService& record, const ServiceCheck* c)
+{
+    // The immediate check pings per service; the icon follows each answer.
+    if (const core::ServerEntry* entry = servers_.find(s.name))
+        if (entry->reachable != s.ping.reachable())
+            servers_.setReachable(s.name, s.ping.reachable());
+    state_.pingaddress = s.ping.address;
+    state_.pingresult = s.ping.result;
+    ImmediateResult r{s.name, record.servicename, c != nullptr, {}, {}};
+    if (c) {
+        const QString text = checkResultText(*c, true);
+        if (c->failed()) {
+            state_.lasterror = text;
+            r.lasterror = text;
+        } else {
+            r.state = text;
+        }
+    }
+    if (state_.checknowactive) {
+        alerts_.showalertwindow();
+        const QString shown = !r.reachable ? QStringLiteral("Error Server not Available")
+                              : !r.lasterror.isEmpty() ? r.lasterror
+                                                       : r.state;
+        // Every service is listed; only a state other than "Running" is drawn red.
+        alerts_.addcheckrow(s.name, record.servicename, shown, joinactions(record), shown != kRunning);
+    }
+    if (reportScanActive_)
+        emit immediateResult(r);
+}
+
+void CheckCycle::visitServer(Server& s)
+{
+    state_.pingaddress = s.ping.address;
+    state_.pingresult = s.ping.result;
+    if (!servers_.contains(s.name))
         return;
+    servers_.setPing(s.name, s.ping.result, s.ping.address, false);
+    servers_.setIcon(s.name, s.ping.reachable() ? 9 : 10);
+    state_.serverreachable = s.ping.reachable();
     if (!s.ping.reachable()) {
-        w_.setServerIcon(item, 10);
-        state.serverreachable = false;
-        log.appendjobline(joblog::serverLineText(log.now(), s.name, joblog::kServerNotReachable));
-        state.lasterror = joblog::kServerNotReachable;
-    } else {
-        w_.setServerIcon(item, 9);
-        state.serverreachable = true;
+        log_.appendjobline(joblog::serverLineText(log_.now(), s.name, joblog::kServerNotReachable));
+        state_.lasterror = joblog::kServerNotReachable;
     }
 }
 

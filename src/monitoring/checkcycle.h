@@ -8,21 +8,25 @@
 // thread strictly in file order (servers as in "Computers", services as in each server's file):
 // icons, log lines, alert rows and actions come out exactly as a one-at-a-time scan writes them,
 // and the actions of one failed service finish before the next service's results are applied.
+//
+// The cycle knows no window: it reads and changes the server list and the run state, writes the
+// job log, shows its results through the alert sink, hands failures to the action runner, and
+// tells the rest of the program what happened through its signals.
+#include "actions/actionrunner.h"
+#include "core/runstate.h"
 #include "core/serverfile.h"
 #include "monitoring/reachability.h"
-#include "servicecontrol/servicecontrol.h"
+#include "servicecontrol/queries.h"
 
+#include <QDateTime>
 #include <QObject>
 #include <QString>
-#include <QStringList>
-#include <deque>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <vector>
 
-namespace velmora::shell { class MainWindow; }
-namespace velmora::joblog { class LogAndAlerts; }
+namespace velmora::core { class ServerList; class MonitoredServices; }
+namespace velmora::joblog { class AlertSink; class JobLog; }
 
 namespace velmora::monitoring {
 
@@ -36,29 +40,21 @@ QString checkResultText(const ServiceCheck& check, bool immediate);
 // The leading whole number of a text ("15 Minutes" is 15), 0 when it has none.
 int leadingNumber(const QString& text);
 
+// One service as the immediate check found it.
+struct ImmediateResult {
+    QString server, service;
+    bool reachable = true;
+    QString state;     // the state text when the query worked
+    QString lasterror; // the failure text when it did not
+};
+
 class CheckCycle : public QObject {
     Q_OBJECT
 public:
-    CheckCycle(shell::MainWindow& window, joblog::LogAndAlerts& alerts);
+    CheckCycle(core::RunState& state, core::ServerList& servers, core::MonitoredServices& monitored,
+               joblog::JobLog& log, actions::ActionRunner& actions, joblog::AlertSink& alerts,
+               QObject* parent = nullptr);
     ~CheckCycle() override;
-
-    // Runs the actions of a failed service; done must be called when they have all finished.
-    using RunActions = std::function<void(const QString& server, const core::MonitoredService& record,
-                                          const QString& state, std::function<void()> done)>;
-    RunActions runactions;
-    // The interval text of the setup window (its Label5 caption); empty hook: the run state's.
-    std::function<QString()> intervalCaption;
-    // The instant report: paused around an immediate check, and told every immediate result.
-    std::function<void(bool paused)> pauseReport;
-    struct ImmediateResult {
-        QString server, service;
-        bool reachable = true;
-        QString state;     // the state text when the query worked
-        QString lasterror; // the failure text when it did not
-    };
-    std::function<void(const ImmediateResult&)> reportResult;
-    // Whether the report's own scan is on (then immediate results go to the report).
-    std::function<bool()> reportScanActive;
 
     // Timer5: starts a scan when its time has come.
     void timer5Tick();
@@ -71,11 +67,22 @@ public:
     // The immediate pass over every monitored service; done runs when it has been applied.
     void triggerimmediate(std::function<void()> done = {});
 
+    // The interval the scheduler goes by, as the monitoring setup shows it (minutes, as text).
+    void setIntervalCaption(const QString& caption) { intervalCaption_ = caption; }
+    // Whether the instant report's own scan is on: then every immediate result is reported.
+    void setReportScanActive(bool on) { reportScanActive_ = on; }
+
     bool scanRunning() const { return scan_ != nullptr; }
 
 signals:
+    // checkintervall has set the next scan time: the program is ready for "Check Services Now".
+    void nextScanSet(const QDateTime& at);
     void scanFinished();
+    // "Check Services Now" holds the instant report while it runs (true) and releases it (false).
+    void reportPaused(bool paused);
     void immediateFinished();
+    // One service of an immediate pass, while the report's scan is on.
+    void immediateResult(const velmora::monitoring::ImmediateResult& result);
 
 private:
     struct Server;
@@ -83,11 +90,24 @@ private:
     void startScan(bool immediate, std::function<void()> done);
     void queryServices(const std::shared_ptr<Scan>& scan, size_t index);
     void advance();
-    void applyServer(Server& server);
+    void visitServer(Server& server);
+    // The timed check of one service: its check line, and for a failure the alert row and the
+    // actions. Returns true when it waits for the actions to end.
+    bool monitorservice(const std::shared_ptr<Scan>& scan, Server& server, const core::MonitoredService& record,
+                        const ServiceCheck& check);
+    // The immediate check of one service: the server's icon, the alert row, the report.
+    void monitorimmediate(Server& server, const core::MonitoredService& record, const ServiceCheck* check);
     void finishScan();
 
-    shell::MainWindow& w_;
-    joblog::LogAndAlerts& alerts_;
+    core::RunState& state_;
+    core::ServerList& servers_;
+    core::MonitoredServices& monitored_;
+    joblog::JobLog& log_;
+    actions::ActionRunner& actions_;
+    joblog::AlertSink& alerts_;
+    Reachability reach_;
+    QString intervalCaption_;
+    bool reportScanActive_ = false;
     std::shared_ptr<Scan> scan_;
     bool timedScanWaiting_ = false;
 };

@@ -2,8 +2,8 @@
 
 #include <QHash>
 #include <QRegularExpression>
+#include <QSemaphore>
 #include <QThreadPool>
-#include <QtConcurrent/QtConcurrentMap>
 
 namespace velmora::monitoring {
 
@@ -47,10 +47,7 @@ QString pingResultText(int code)
     return QString::number(code) + QStringLiteral("   [ ") + pingStatusText(code) + QStringLiteral(" ]");
 }
 
-Reachability::Reachability(platform::Icmp& icmp, platform::Worker& worker, QObject* parent)
-    : QObject(parent), icmp_(icmp), worker_(worker)
-{
-}
+Reachability::Reachability(platform::Icmp& icmp, platform::Worker& worker) : icmp_(icmp), worker_(worker) {}
 
 std::vector<PingOutcome> Reachability::pingNow(platform::Icmp& icmp, const QStringList& names)
 {
@@ -66,8 +63,15 @@ std::vector<PingOutcome> Reachability::pingNow(platform::Icmp& icmp, const QStri
         for (const QString& n : names)
             addresses << icmp.resolve(n);
     } else {
-        addresses = QtConcurrent::blockingMapped<QStringList>(&resolverPool, names,
-                                                              [&icmp](const QString& n) { return icmp.resolve(n); });
+        addresses.resize(names.size());
+        QSemaphore finished;
+        for (qsizetype i = 0; i < names.size(); ++i) {
+            resolverPool.start([&icmp, &names, &addresses, &finished, i] {
+                addresses[i] = icmp.resolve(names[i]);
+                finished.release();
+            });
+        }
+        finished.acquire(int(names.size()));
     }
     const std::vector<int> codes = icmp.echo(addresses, echoData, timeoutMs);
     std::vector<PingOutcome> out;
@@ -79,10 +83,11 @@ std::vector<PingOutcome> Reachability::pingNow(platform::Icmp& icmp, const QStri
     return out;
 }
 
-void Reachability::pingAll(const QStringList& names, std::function<void(const std::vector<PingOutcome>&)> done)
+void Reachability::pingAll(const QStringList& names, QObject* context,
+                           std::function<void(const std::vector<PingOutcome>&)> done)
 {
     platform::Icmp* icmp = &icmp_;
-    worker_.run(this, [icmp, names, done = std::move(done)]() -> std::function<void()> {
+    worker_.run(context, [icmp, names, done = std::move(done)]() -> std::function<void()> {
         auto outcomes = pingNow(*icmp, names);
         return [outcomes = std::move(outcomes), done] { done(outcomes); };
     });

@@ -27,17 +27,17 @@ struct PingOutcome {
     bool reachable() const { return isReachable(result); }
 };
 
-class Reachability : public QObject {
-    Q_OBJECT
+class Reachability {
 public:
     static constexpr int timeoutMs = 500;
     static inline const QByteArray echoData = QByteArrayLiteral("HelloServer");
 
-    Reachability(platform::Icmp& icmp, platform::Worker& worker, QObject* parent = nullptr);
+    Reachability(platform::Icmp& icmp, platform::Worker& worker);
 
     // Pings every name at once; done receives one outcome per name, in order, on the
-    // user-interface thread.
-    void pingAll(const QStringList& names, std::function<void(const std::vector<PingOutcome>&)> done);
+    // user-interface thread, unless context is gone by then.
+    void pingAll(const QStringList& names, QObject* context,
+                 std::function<void(const std::vector<PingOutcome>&)> done);
 
     // The blocking form, for worker threads.
     static std::vector<PingOutcome> pingNow(platform::Icmp& icmp, const QStringList& names);

@@ -1,11 +1,16 @@
 #include "monitoring/setupwindow.h"
 
 #include "core/datafolder.h"
+#include "core/monitoredservices.h"
+#include "core/runstate.h"
+#include "core/serverlist.h"
 #include "core/serverlistfile.h"
 #include "monitoring/alertsetupwindow.h"
+#include "platform/formcontrols.h"
+#include "platform/icons.h"
 #include "platform/platform.h"
 #include "servicecontrol/servicecontrol.h"
-#include "shell/mainwindow.h"
+#include "servicecontrol/servicelisting.h"
 
 #include <QAction>
 #include <QComboBox>
@@ -31,16 +36,11 @@ const QString SetupWindow::kSelectService = QStringLiteral("Select service to be
 
 namespace {
 
-constexpr int kTwipsPerPixel = 15;
+using platform::kTwipsPerPixel;
+using platform::named;
 constexpr int kMinInterval = 1;
 constexpr int kMaxInterval = 240;
-
-template <typename T>
-T* named(T* widget, const char* name)
-{
-    widget->setObjectName(QString::fromLatin1(name));
-    return widget;
-}
+constexpr int kKeyRole = Qt::UserRole + 2;
 
 QStringList slotTexts(const core::MonitoredService& entry)
 {
@@ -49,27 +49,54 @@ QStringList slotTexts(const core::MonitoredService& entry)
 
 } // namespace
 
-SetupWindow::SetupWindow(shell::MainWindow& main) : QDialog(&main), main_(main)
+SetupWindow::SetupWindow(core::RunState& state, core::ServerList& servers, core::MonitoredServices& monitored,
+                         servicecontrol::ServiceControl& services, servicecontrol::ServiceListing& listing,
+                         actions::ActionDispatcher& dispatcher, QWidget* parent)
+    : QDialog(parent), state_(state), servers_(servers), monitored_(monitored), services_(services),
+      listing_(listing), dispatcher_(dispatcher)
 {
     setObjectName(QStringLiteral("Form2"));
     setWindowTitle(QStringLiteral("Setup services for monitoring"));
     setModal(false);
     buildControls();
+    connect(&listing_, &servicecontrol::ServiceListing::reset, this, &SetupWindow::fillFromListing);
+    connect(&listing_, &servicecontrol::ServiceListing::iconChanged, this, [this](int row) {
+        if (QTreeWidgetItem* item = ListView1->topLevelItem(row))
+            platform::setItemIcon(item, listing_.at(row).icon);
+    });
+    connect(&monitored_, &core::MonitoredServices::monitoredChanged, this, &SetupWindow::showMonitoredServers);
 
     // Loading.
-    refreshDataFolder();
-    if (!main_.state.datafolder.isEmpty()) {
-        platform::TextFiles& files = *main_.state.platform.files;
-        const QString interval = file(core::files::interval);
+    if (!state_.datafolder.isEmpty()) {
+        platform::TextFiles& files = *state_.platform.files;
+        const QString interval = state_.file(core::files::interval);
         if (!files.exists(interval))
             files.writeLines(interval, {QStringLiteral("30")});
         const QString minutes = core::readIntervalText(files, interval);
-        main_.state.checkinterval = minutes;
+        state_.checkinterval = minutes;
         showInterval(minutes);
-        // The check cycle refills the list on every scan; until the first one it comes from the file.
-        List3->addItems(core::readMonitoredServers(files, file(core::files::computers)));
+        showMonitoredServers();
     } else {
         showInterval(QStringLiteral("30"));
+    }
+    fillFromListing();
+}
+
+void SetupWindow::showMonitoredServers()
+{
+    List3->clear();
+    List3->addItems(monitored_.storedServers());
+}
+
+void SetupWindow::fillFromListing()
+{
+    ListView1->clear();
+    List1->clear();
+    for (const servicecontrol::ListedService& s : listing_.rows()) {
+        auto* item = new QTreeWidgetItem(ListView1, {s.display});
+        item->setData(0, kKeyRole, s.key);
+        platform::setItemIcon(item, s.icon);
+        List1->addItem(s.key);
     }
 }
 
@@ -167,6 +194,7 @@ void SetupWindow::buildControls()
 
     connect(VScroll1, &QScrollBar::valueChanged, this, [this](int value) {
         Label5->setText(QString::number(-value));
+        emit intervalShown(Label5->text());
     });
     connect(ListView1, &QTreeWidget::itemClicked, this, [this] { serviceClicked(); });
     connect(ListView1, &QTreeWidget::itemDoubleClicked, this, [this] {
@@ -186,25 +214,19 @@ void SetupWindow::buildControls()
 
 AlertSetupWindow* SetupWindow::alertSetup()
 {
-    if (!alertSetup_)
-        alertSetup_ = new AlertSetupWindow(*this);
+    if (!alertSetup_) {
+        alertSetup_ = new AlertSetupWindow(*this, state_, dispatcher_);
+        connect(alertSetup_, &AlertSetupWindow::emailOptionsRequested, this, &SetupWindow::emailOptionsRequested);
+    }
     return alertSetup_;
 }
 
 QString SetupWindow::server() const { return Label6->text(); }
 
-void SetupWindow::refreshDataFolder()
-{
-    if (main_.Text7 && !main_.Text7->text().isEmpty())
-        main_.state.datafolder = main_.Text7->text();
-}
-
-QString SetupWindow::file(const QString& name) const { return main_.state.file(name); }
-
 bool SetupWindow::event(QEvent* e)
 {
     if (e->type() == QEvent::WindowActivate)
-        Label1->setText(main_.Label1->text());
+        Label1->setText(services_.Label1->text());
     return QDialog::event(e);
 }
 
@@ -221,7 +243,7 @@ bool SetupWindow::eventFilter(QObject* watched, QEvent* e)
                 mnuaddtomonitor->setEnabled(false);
                 mnuadd->popup(me->globalPosition().toPoint());
             } else if (!ListView1->currentItem() || !ListView1->currentItem()->isSelected()) {
-                main_.state.platform.boxes->show(QStringLiteral("Please select an Item "), MsgIcon::Information);
+                state_.platform.boxes->show(QStringLiteral("Please select an Item "), MsgIcon::Information);
             } else {
                 mnuaddtomonitor->setEnabled(true);
                 mnuadd->popup(me->globalPosition().toPoint());
@@ -235,44 +257,36 @@ bool SetupWindow::eventFilter(QObject* watched, QEvent* e)
 // ---------------------------------------------------------------------------------------------
 // Opening
 
-void SetupWindow::openForSelectedServer(std::function<void(bool)> then)
+void SetupWindow::openFor(const QString& current, std::function<void(bool)> then)
 {
     auto finish = [then](bool shown) {
         if (then)
             then(shown);
     };
-    if (main_.ListView2->topLevelItemCount() == 0) {
-        main_.state.platform.boxes->show(QStringLiteral("No servers listet, please add servers to be monitored"),
-                                         MsgIcon::Information);
+    if (servers_.isEmpty()) {
+        state_.platform.boxes->show(QStringLiteral("No servers listet, please add servers to be monitored"),
+                                    MsgIcon::Information);
         finish(false);
         return;
     }
-    QString name = main_.Text1->text();
-    if (QTreeWidgetItem* item = main_.ListView2->currentItem())
-        name = item->text(0);
-    main_.Text1->setText(name);
-    const QString current = main_.Text1->text(); // as the field keeps it (upper case)
     Label6->setText(current);
 
     // The listing ends on the user-interface thread, possibly later; when it never starts (the
     // server is known to be unreachable) the window stays closed.
     auto listed = std::make_shared<bool>(false);
     auto connection = std::make_shared<QMetaObject::Connection>();
-    *connection = connect(main_.services, &servicecontrol::ServiceControl::listingFinished, this,
+    *connection = connect(&services_, &servicecontrol::ServiceControl::listingFinished, this,
                           [this, listed, connection, current, finish] {
                               disconnect(*connection);
                               *listed = true;
-                              List1->clear();
                               List2->clear();
                               List7->clear();
                               entries_.clear();
-                              if (main_.services->listfailed) {
+                              if (services_.listfailed) {
                                   finish(false);
                                   return;
                               }
-                              for (int i = 0; i < main_.List3->count(); ++i)
-                                  List1->addItem(main_.List3->item(i)->text());
-                              Label1->setText(main_.Label1->text());
+                              Label1->setText(services_.Label1->text());
                               Label3->setText(QStringLiteral("Monitor Services on Computer: ") + current);
                               show();
                               raise();
@@ -280,8 +294,8 @@ void SetupWindow::openForSelectedServer(std::function<void(bool)> then)
                               loadEntries();
                               finish(true);
                           });
-    main_.showServices(true);
-    if (!*listed && !main_.services->busy()) {
+    services_.showServices(true);
+    if (!*listed && !services_.busy()) {
         disconnect(*connection);
         finish(false);
     }
@@ -289,21 +303,16 @@ void SetupWindow::openForSelectedServer(std::function<void(bool)> then)
 
 void SetupWindow::loadEntries()
 {
-    refreshDataFolder();
-    entries_ = core::readMonitoredServices(*main_.state.platform.files, file(server()));
+    entries_ = monitored_.records(server());
     for (const core::MonitoredService& e : entries_)
         List2->addItem(e.displayname);
     if (!entries_.empty())
         List7->addItem(kSelectService);
 }
 
-void SetupWindow::monitorSelectedService()
+void SetupWindow::monitorService(const QString& server, const QString& display)
 {
-    const QTreeWidgetItem* chosen = main_.ListView1->currentItem();
-    if (!chosen)
-        return;
-    const QString display = chosen->text(0);
-    openForSelectedServer([this, display](bool shown) {
+    openFor(server, [this, display](bool shown) {
         if (!shown)
             return;
         const auto items = ListView1->findItems(display, Qt::MatchExactly);
@@ -311,7 +320,7 @@ void SetupWindow::monitorSelectedService()
             return;
         ListView1->setCurrentItem(items.first());
         if (alreadyMonitored(display)) {
-            main_.state.platform.boxes->show(QStringLiteral("Item already exists          "), MsgIcon::Information);
+            state_.platform.boxes->show(QStringLiteral("Item already exists          "), MsgIcon::Information);
             return;
         }
         openAlertSetupForNew(display, selectedService().second);
@@ -326,9 +335,7 @@ std::pair<QString, QString> SetupWindow::selectedService() const
     QTreeWidgetItem* item = ListView1->currentItem();
     if (!item || !item->isSelected())
         return {};
-    const int row = ListView1->indexOfTopLevelItem(item);
-    const QString key = row >= 0 && row < List1->count() ? List1->item(row)->text() : QString();
-    return {item->text(0), key};
+    return {item->text(0), item->data(0, kKeyRole).toString()};
 }
 
 void SetupWindow::serviceClicked()
@@ -373,11 +380,11 @@ void SetupWindow::add()
         return;
     const auto [display, service] = selectedService();
     if (display.isNull()) {
-        main_.state.platform.boxes->show(QStringLiteral("Please select a Service!        "), MsgIcon::Information);
+        state_.platform.boxes->show(QStringLiteral("Please select a Service!        "), MsgIcon::Information);
         return;
     }
     if (alreadyMonitored(display)) {
-        main_.state.platform.boxes->show(QStringLiteral("Item already exists          "), MsgIcon::Information);
+        state_.platform.boxes->show(QStringLiteral("Item already exists          "), MsgIcon::Information);
         return;
     }
     openAlertSetupForNew(display, service);
@@ -395,35 +402,28 @@ void SetupWindow::openAlertSetupForNew(const QString& display, const QString& se
 void SetupWindow::remove()
 {
     if (entries_.empty()) {
-        main_.state.platform.boxes->show(QStringLiteral("No Services listed!        "), MsgIcon::Information);
+        state_.platform.boxes->show(QStringLiteral("No Services listed!        "), MsgIcon::Information);
         return;
     }
     const int row = List2->currentRow();
     if (row < 0 || row >= int(entries_.size()) || !List2->item(row)->isSelected()) {
-        main_.state.platform.boxes->show(QStringLiteral("Please select a Service!        "), MsgIcon::Information);
+        state_.platform.boxes->show(QStringLiteral("Please select a Service!        "), MsgIcon::Information);
         return;
     }
     entries_.erase(entries_.begin() + row);
     delete List2->takeItem(row);
     List7->clear();
-    // The hidden combo is the main window's set of monitored servers; choosing in it would move
-    // the main window to another server, so its change signal stays quiet here.
-    const QSignalBlocker block(main_.Combo1);
-    for (int i = main_.Combo1->count() - 1; i >= 0; --i) {
-        if (main_.Combo1->itemText(i) == server())
-            main_.Combo1->removeItem(i);
-    }
 }
 
 void SetupWindow::edit()
 {
     if (entries_.empty()) {
-        main_.state.platform.boxes->show(QStringLiteral("No Services listed!        "), MsgIcon::Information);
+        state_.platform.boxes->show(QStringLiteral("No Services listed!        "), MsgIcon::Information);
         return;
     }
     const int row = List2->currentRow();
     if (row < 0 || row >= int(entries_.size()) || !List2->item(row)->isSelected()) {
-        main_.state.platform.boxes->show(QStringLiteral("Please select a Service!        "), MsgIcon::Information);
+        state_.platform.boxes->show(QStringLiteral("Please select a Service!        "), MsgIcon::Information);
         return;
     }
     AlertSetupWindow* form3 = alertSetup();
@@ -474,72 +474,35 @@ void SetupWindow::showInterval(const QString& minutes)
     const QSignalBlocker block(VScroll1);
     VScroll1->setValue(-std::clamp(value, kMinInterval, kMaxInterval));
     Label5->setText(QString::number(value));
+    emit intervalShown(Label5->text());
+}
+
+bool SetupWindow::saved(const core::WriteResult& result)
+{
+    if (!result)
+        state_.platform.boxes->show(core::writeFailedText(result), MsgIcon::Critical);
+    return result.ok();
 }
 
 void SetupWindow::ok()
 {
-    hide();
     const QString name = server();
+    const bool wasMonitored = monitored_.contains(name);
+    // Everything is stored before the window goes: a write that fails keeps it open with what
+    // the user chose, and the files as they were.
+    if (!saved(core::writeFile(*state_.platform.files, state_.file(core::files::interval), {Label5->text()})))
+        return;
+    state_.checkinterval = Label5->text();
+    if (!saved(monitored_.save(name, entries_)))
+        return;
+    hide();
 
-    // 2: the set of monitored servers, the server's icon and the main window's combo.
-    QTreeWidgetItem* item = main_.findServer(name);
-    const QSignalBlocker block(main_.Combo1);
-    if (entries_.empty()) {
-        for (int i = List3->count() - 1; i >= 0; --i) {
-            if (List3->item(i)->text() == name)
-                delete List3->takeItem(i);
-        }
-        for (int i = main_.Combo1->count() - 1; i >= 0; --i) {
-            if (main_.Combo1->itemText(i) == name)
-                main_.Combo1->removeItem(i);
-        }
-        if (item && shell::MainWindow::serverIcon(item) == 9)
-            main_.setServerIcon(item, 7);
-        else if (item && shell::MainWindow::serverIcon(item) == 10)
-            main_.setServerIcon(item, 8);
-    } else {
-        if (List3->findItems(name, Qt::MatchExactly).isEmpty()) {
-            List3->addItem(name);
-            if (item)
-                main_.setServerIcon(item, 9);
-        }
-        // Remove took the server out of the combo even while other services stay monitored.
-        if (main_.Combo1->findText(name, Qt::MatchExactly) < 0)
-            main_.Combo1->addItem(name);
-    }
-
-    refreshDataFolder();
-    platform::TextFiles& files = *main_.state.platform.files;
-    // 3: the interval.
-    files.writeLines(file(core::files::interval), {Label5->text()});
-    main_.state.checkinterval = Label5->text();
-    // 4: the per-server file.
-    writeServerFile();
-    // 5: the monitored servers.
-    QStringList servers;
-    for (int i = 0; i < List3->count(); ++i)
-        servers << List3->item(i)->text();
-    files.writeLines(file(core::files::computers), servers);
-}
-
-void SetupWindow::writeServerFile()
-{
-    platform::TextFiles& files = *main_.state.platform.files;
-    const QString path = file(server());
-    if (!files.exists(path))
-        files.writeLines(path, core::emptyPropertiesTemplate());
-    const auto lines = files.readLines(path, false);
-    if (!lines)
-        return; // never replace properties that could not be read
-    QStringList out;
-    for (const core::MonitoredService& e : entries_)
-        out << core::recordLineText(e);
-    const qsizetype start = lines->indexOf(QStringLiteral("[Properties:]"));
-    if (start >= 0)
-        out << lines->mid(start);
-    else
-        out << core::emptyPropertiesTemplate(); // the block the properties editor expects
-    files.writeLines(path, out);
+    // The server's icon follows whether it is monitored now.
+    if (entries_.empty())
+        servers_.setMonitored(name, false);
+    else if (!wasMonitored)
+        servers_.setIcon(name, 9);
+    showMonitoredServers();
 }
 
 void SetupWindow::cancel() { hide(); }

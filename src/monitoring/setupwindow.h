@@ -4,9 +4,11 @@
 // list of monitored servers ("Computers") and "Interval"; Cancel drops the changes.
 //
 // The window is created once (on first use) and then shown and hidden; every opening reloads it
-// from the files. The service listing of the main window fills its ListView1, and the check
-// cycle reads the interval from Label5 and refills List3, so those controls are its interface.
+// from the files. Its service list shows the service side's listing (each row carries its key
+// name), its interval is what the scheduler goes by (intervalShown), and List3 shows the
+// monitored servers.
 #include "core/serverfile.h"
+#include "core/writeresult.h"
 
 #include <QDialog>
 #include <functional>
@@ -20,7 +22,9 @@ class QPushButton;
 class QScrollBar;
 class QTreeWidget;
 
-namespace velmora::shell { class MainWindow; }
+namespace velmora::core { struct RunState; class ServerList; class MonitoredServices; }
+namespace velmora::servicecontrol { class ServiceControl; class ServiceListing; }
+namespace velmora::actions { class ActionDispatcher; }
 
 namespace velmora::monitoring {
 
@@ -29,9 +33,11 @@ class AlertSetupWindow;
 class SetupWindow : public QDialog {
     Q_OBJECT
 public:
-    // Loading: makes sure "Interval" exists (with "30"), shows it, and reads the monitored
-    // servers from "Computers" into List3.
-    explicit SetupWindow(shell::MainWindow& main);
+    // Loading: makes sure "Interval" exists (with "30"), shows it, and shows the monitored
+    // servers in List3.
+    SetupWindow(core::RunState& state, core::ServerList& servers, core::MonitoredServices& monitored,
+                servicecontrol::ServiceControl& services, servicecontrol::ServiceListing& listing,
+                actions::ActionDispatcher& dispatcher, QWidget* parent = nullptr);
     ~SetupWindow() override;
 
     QTreeWidget* ListView1 = nullptr; // services of the server (display names, state icons)
@@ -55,14 +61,14 @@ public:
     // The line List7 shows while more than one service is monitored and none is chosen.
     static const QString kSelectService;
 
-    // Opens the window for the server selected in the main window's server list (Command7,
-    // "Service Monitor", "Monitor Services on this Server..."). The service listing runs off the
+    // Opens the window for server, the one selected in the main window (Command7, "Service
+    // Monitor", "Monitor Services on this Server..."). The service listing runs off the
     // user-interface thread, so the window shows when it has ended; then(shown) runs then, with
     // shown false when the window was not opened (no servers, the listing failed).
-    void openForSelectedServer(std::function<void(bool shown)> then = {});
-    // "Monitor Service" of the main window's service list: opens the window, then the alert
-    // setup for the service selected in the main window.
-    void monitorSelectedService();
+    void openFor(const QString& server, std::function<void(bool shown)> then = {});
+    // "Monitor Service" of the main window's service list: opens the window for server, then the
+    // alert setup for the service with this display name.
+    void monitorService(const QString& server, const QString& display);
 
     // The commands.
     void add();    // Command1 "&Add    -->", the context menu, a double-click on a service
@@ -85,7 +91,11 @@ public:
     // The service selected in ListView1 now: display name and key name (empty when none).
     std::pair<QString, QString> selectedService() const;
 
-    shell::MainWindow& main() { return main_; }
+signals:
+    // The interval shown in Label5 changed (minutes, as text).
+    void intervalShown(const QString& minutes);
+    // The alert setup asks for the e-mail options.
+    void emailOptionsRequested();
 
 protected:
     bool event(QEvent* e) override;
@@ -100,11 +110,17 @@ private:
     bool alreadyMonitored(const QString& display) const;
     void openAlertSetupForNew(const QString& display, const QString& service);
     void loadEntries();
-    void refreshDataFolder();
-    QString file(const QString& name) const;
-    void writeServerFile();
+    void fillFromListing();
+    void showMonitoredServers();
+    // Shows a failed write in a box; returns whether all went well.
+    bool saved(const core::WriteResult& result);
 
-    shell::MainWindow& main_;
+    core::RunState& state_;
+    core::ServerList& servers_;
+    core::MonitoredServices& monitored_;
+    servicecontrol::ServiceControl& services_;
+    servicecontrol::ServiceListing& listing_;
+    actions::ActionDispatcher& dispatcher_;
     std::vector<core::MonitoredService> entries_;
     AlertSetupWindow* alertSetup_ = nullptr;
 };

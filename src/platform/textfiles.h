@@ -37,6 +37,9 @@ public:
     virtual bool remove(const QString& path) = 0;
     // The path under which the file exists (its real spelling), or the path as given.
     virtual QString resolve(const QString& path) = 0;
+    // Why the last call that failed on this thread failed, in words ("No space left on device");
+    // empty when the backend cannot tell.
+    virtual QString lastError() const { return {}; }
 };
 
 // Splits raw file bytes into lines by the reading rules above.

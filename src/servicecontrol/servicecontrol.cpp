@@ -1,120 +1,183 @@
 #include "servicecontrol/servicecontrol.h"
 
-#include "monitoring/setupwindow.h"
+#include "core/runstate.h"
+#include "core/serverlist.h"
+#include "platform/formcontrols.h"
+#include "platform/icons.h"
+#include "servicecontrol/connections.h"
+#include "servicecontrol/servicelisting.h"
 #include "servicecontrol/statetext.h"
-#include "shell/mainwindow.h"
 
+#include <QGridLayout>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMouseEvent>
 #include <QPushButton>
-#include <QTreeWidget>
+#include <QVBoxLayout>
 
 namespace velmora::servicecontrol {
 
 using platform::MsgAnswer;
 using platform::MsgButtons;
 using platform::MsgIcon;
-using platform::ServiceManager;
+using platform::named;
 namespace svcerror = platform::svcerror;
 
 namespace {
-
-// Names and texts pass through fixed buffers in the classic service calls; longer ones are cut.
-constexpr int kNameLength = 125;
-constexpr int kTextLength = 255;
 
 const QString kOpenManagerFailed = QStringLiteral("Open Service Manager failed.   Error  ");
 const QString kOpenServiceFailed = QStringLiteral("Open Service failed.   Error  ");
 const QString kQueryStatusFailed = QStringLiteral("Query Service Status failed.   Error  ");
 const QString kListFailed = QStringLiteral("Can not list Services on selected Server,  open Service Manager failed.   Error  ");
 const QString kNoDependents = QStringLiteral("No Dependent Services Running");
-
-struct DependentsQuery : ServiceQuery {
-    int sizeCode = 0;
-    std::vector<platform::ServiceEntry> dependents;
-};
-
-DependentsQuery queryDependents(ServiceManager& sm, const QString& computer, const QString& service, int filter)
-{
-    DependentsQuery q;
-    static_cast<ServiceQuery&>(q) = openAndQuery(
-        sm, computer, service,
-        [&](const platform::ServiceHandle& svc) {
-            const auto r = sm.enumerateDependents(svc, filter);
-            q.sizeCode = r.sizeQueryCode();
-            q.dependents = r.services;
-        },
-        false);
-    return q;
-}
-
-struct ControlQuery : ServiceQuery {
-    int controlError = 0;
-};
-
-ControlQuery control(ServiceManager& sm, const QString& computer, const QString& service, bool start)
-{
-    ControlQuery q;
-    static_cast<ServiceQuery&>(q) = openAndQuery(
-        sm, computer, service,
-        [&](const platform::ServiceHandle& svc) { q.controlError = start ? sm.start(svc) : sm.stop(svc); }, true,
-        true);
-    return q;
-}
+constexpr int kKeyRole = Qt::UserRole + 2;
 
 } // namespace
 
-ServiceQuery openAndQuery(ServiceManager& sm, const QString& computer, const QString& service,
-                          const std::function<void(const platform::ServiceHandle&)>& then, bool queryStatus,
-                          bool goOnWithoutManager)
+ServiceControl::ServiceControl(core::RunState& state, const core::ServerList& servers, ServiceListing& listing,
+                               Connections& connections, QWidget* parent)
+    : QGroupBox(parent), state_(state), servers_(servers), listing_(listing), connections_(connections)
 {
-    ServiceQuery q;
-    auto scm = sm.openManager(computer);
-    q.scmError = scm.error;
-    if (!scm.valid() && !goOnWithoutManager)
-        return q;
-    auto svc = sm.openService(scm, service);
-    q.serviceError = svc.error;
-    if (svc.valid()) {
-        if (queryStatus) {
-            const auto st = sm.queryStatus(svc);
-            q.statusError = st.error;
-            q.state = st.state;
-        }
-        if (q.statusError == svcerror::ok && then)
-            then(svc);
-        ServiceManager::close(svc);
-    }
-    ServiceManager::close(scm);
-    return q;
-}
+    setObjectName(QStringLiteral("Frame2"));
+    buildControls();
 
-DetailQuery queryDetails(ServiceManager& sm, const QString& computer, const QString& service)
-{
-    DetailQuery q;
-    static_cast<ServiceQuery&>(q) = openAndQuery(sm, computer, service, [&](const platform::ServiceHandle& svc) {
-        const auto cfg = sm.queryConfig(svc);
-        q.configError = cfg.error;
-        q.config = cfg.config;
+    Timer1 = state_.platform.clock->createTimer(this, QStringLiteral("Timer1"), 1000);
+    Timer2 = state_.platform.clock->createTimer(this, QStringLiteral("Timer2"), 100);
+    connect(Timer1, &platform::Timer::timeout, this, &ServiceControl::timer1Tick);
+    connect(Timer2, &platform::Timer::timeout, this, &ServiceControl::timer2Tick);
+
+    connect(&listing_, &ServiceListing::reset, this, &ServiceControl::fillFromListing);
+    connect(&listing_, &ServiceListing::iconChanged, this, [this](int row) {
+        if (QTreeWidgetItem* item = ListView1->topLevelItem(row))
+            platform::setItemIcon(item, listing_.at(row).icon);
     });
-    return q;
+
+    connect(ListView1, &QTreeWidget::itemClicked, this, [this] { selectService(); });
+    connect(List2, &QListWidget::itemClicked, this, [this] {
+        QListWidgetItem* item = List2->currentItem();
+        if (!item || item->text() == kNoDependents)
+            return;
+        const int row = List2->row(item);
+        const int listed = listing_.indexOfDisplay(item->text());
+        if (listed >= 0)
+            ListView1->setCurrentItem(ListView1->topLevelItem(listed));
+        if (row < List4->count())
+            Text3->setText(List4->item(row)->text());
+        servicedetails(Text3->text());
+        List2->setToolTip(item->text());
+    });
+    connect(Text3, &QLineEdit::textChanged, this, [this] { Timer1->setEnabled(false); });
+    // List1 is hidden; selecting a row in it shows that service.
+    connect(List1, &QListWidget::currentRowChanged, this, [this](int row) {
+        if (row < 0 || row >= listing_.count())
+            return;
+        Text3->setText(listing_.at(row).key);
+        showServiceDetails();
+        List1->setToolTip(List1->item(row)->text());
+    });
+    connect(Command2, &QPushButton::clicked, this, [this] { showServices(true); });
+    connect(Command6, &QPushButton::clicked, this, [this] { showServices(false); });
+    connect(Command1, &QPushButton::clicked, this, &ServiceControl::startCommand);
+    connect(mnustartservice, &QAction::triggered, this, &ServiceControl::startCommand);
+    connect(Command5, &QPushButton::clicked, this, &ServiceControl::stopCommand);
+    connect(mnustopservice, &QAction::triggered, this, &ServiceControl::stopCommand);
+    connect(Command7, &QPushButton::clicked, this, &ServiceControl::monitorRequested);
+    connect(mnumonitorservice, &QAction::triggered, this, &ServiceControl::monitorServiceRequested);
 }
 
-ServiceControl::ServiceControl(shell::MainWindow& window)
-    : QObject(&window), w_(window), services_(*window.state.platform.services)
+void ServiceControl::buildControls()
 {
+    auto* grid = new QGridLayout(this);
+    Label1 = named(new QLabel(QStringLiteral("Services:")), "Label1");
+    ListView1 = platform::iconList("ListView1", QStringLiteral("Services:"), 3900);
+    ListView1->viewport()->installEventFilter(this);
+    grid->addWidget(Label1, 0, 0, 1, 2);
+    grid->addWidget(ListView1, 1, 0, 1, 2);
+    auto* listButtons = new QHBoxLayout;
+    Command2 = named(new QPushButton(QStringLiteral("Show all Services")), "Command2");
+    Command6 = named(new QPushButton(QStringLiteral("Show active Services")), "Command6");
+    listButtons->addWidget(Command2);
+    listButtons->addWidget(Command6);
+    grid->addLayout(listButtons, 2, 0, 1, 2);
+
+    auto* details = new QGridLayout;
+    auto detail = [&](int row, QLabel*& label, const char* labelName, const QString& caption, QLineEdit*& text,
+                      const char* textName) {
+        label = named(new QLabel(caption), labelName);
+        text = named(new QLineEdit, textName);
+        text->setReadOnly(true);
+        details->addWidget(label, row, 0);
+        details->addWidget(text, row, 1);
+    };
+    detail(0, Label5, "Label5", QStringLiteral("Service Name :"), Text3, "Text3");
+    detail(1, Label6, "Label6", QStringLiteral("Service State :"), Text4, "Text4");
+    detail(2, Label7, "Label7", QStringLiteral("Start Type :"), Text5, "Text5");
+    detail(3, Label8, "Label8", QStringLiteral("Start Account :"), Text6, "Text6");
+    detail(4, Label4, "Label4", QStringLiteral("Associated File :"), Text2, "Text2");
+    grid->addLayout(details, 0, 2, 2, 1, Qt::AlignTop);
+
+    auto* deps = new QVBoxLayout;
+    Label3 = named(new QLabel(QStringLiteral("Dependent Services running :")), "Label3");
+    List2 = named(new QListWidget, "List2");
+    Label13 = named(new QLabel(QStringLiteral("Dependent Services Running : Stop Order : Top -> Down")), "Label13");
+    deps->addWidget(Label3);
+    deps->addWidget(List2, 1);
+    deps->addWidget(Label13);
+    auto* controlButtons = new QHBoxLayout;
+    Command1 = named(new QPushButton(QStringLiteral("Start Service")), "Command1");
+    Command5 = named(new QPushButton(QStringLiteral("Stop Service")), "Command5");
+    Command7 = named(new QPushButton(QStringLiteral("Service &Monitor...")), "Command7");
+    controlButtons->addWidget(Command1);
+    controlButtons->addWidget(Command5);
+    controlButtons->addWidget(Command7);
+    deps->addLayout(controlButtons);
+    details->addLayout(deps, 5, 0, 1, 2);
+    details->setRowStretch(5, 1);
+    grid->setColumnStretch(0, 3);
+    grid->setColumnStretch(2, 2);
+
+    // Hidden lists that carry data for the visible ones.
+    List1 = named(new QListWidget(this), "List1");
+    List3 = named(new QListWidget(this), "List3");
+    List4 = named(new QListWidget(this), "List4");
+    for (QWidget* w : {List1, List3, List4})
+        w->hide();
+
+    mnumonitor = named(new QMenu(QStringLiteral("Monitor"), this), "mnumonitor");
+    mnumonitorservice = platform::menuItem(mnumonitor, "mnumonitorservice", QStringLiteral("Monitor Service"));
+    platform::menuSeparator(mnumonitor, "s15");
+    mnustopservice = platform::menuItem(mnumonitor, "mnustopservice", QStringLiteral("Stop Service"));
+    platform::menuSeparator(mnumonitor, "s14");
+    mnustartservice = platform::menuItem(mnumonitor, "mnustartservice", QStringLiteral("Start Service"));
+}
+
+void ServiceControl::fillFromListing()
+{
+    const QSignalBlocker blockList(ListView1);
+    const QSignalBlocker blockNames(List1);
+    ListView1->clear();
+    List1->clear();
+    List3->clear();
+    for (const ListedService& s : listing_.rows()) {
+        auto* item = new QTreeWidgetItem(ListView1, {s.display});
+        item->setData(0, kKeyRole, s.key);
+        platform::setItemIcon(item, s.icon);
+        List1->addItem(s.display);
+        List3->addItem(s.key);
+    }
 }
 
 void ServiceControl::box(const QString& text, int code)
 {
-    w_.state.platform.boxes->show(text + QString::number(code), MsgIcon::None);
+    state_.platform.boxes->show(text + QString::number(code), MsgIcon::None);
 }
 
 void ServiceControl::runJob(std::function<std::function<void()>()> job)
 {
     ++busy_;
-    w_.state.platform.worker->run(this, [job = std::move(job), this]() -> std::function<void()> {
+    state_.platform.worker->run(this, [job = std::move(job), this]() -> std::function<void()> {
         auto apply = job();
         return [this, apply = std::move(apply)] {
             --busy_;
@@ -123,11 +186,112 @@ void ServiceControl::runJob(std::function<std::function<void()>()> job)
     });
 }
 
+void ServiceControl::setComputer(const QString& name)
+{
+    computer_ = name;
+    Timer1->setEnabled(false);
+}
+
+// ---- selection ----
+
+void ServiceControl::clearServiceSide()
+{
+    listing_.clear();
+    Label1->setText(QStringLiteral("Services:"));
+    List2->clear();
+    for (QLineEdit* t : {Text2, Text3, Text4, Text5, Text6})
+        t->clear();
+}
+
+void ServiceControl::showServices(bool all)
+{
+    List2->clear();
+    if (servers_.isEmpty()) {
+        state_.platform.boxes->show(QStringLiteral("No servers listet, please add servers to be monitored"),
+                                    MsgIcon::Information);
+        return;
+    }
+    Timer1->setEnabled(false);
+    const core::ServerEntry* entry = servers_.find(computer_);
+    if (entry && !entry->reachable) {
+        state_.platform.boxes->show(QStringLiteral("Selected Server is not available, can not show Services !"),
+                                    MsgIcon::Information);
+        clearServiceSide();
+        return;
+    }
+    Label1->setText((all ? QStringLiteral("All Registered Services on : ") : QStringLiteral("Active Services on : ")) +
+                    computer_);
+    getServiceInfo(all ? 3 : 1);
+}
+
+void ServiceControl::selectService()
+{
+    if (ListView1->topLevelItemCount() > 0 && !detailsfailed) {
+        if (QTreeWidgetItem* item = ListView1->currentItem()) {
+            Text3->setText(item->data(0, kKeyRole).toString());
+            showServiceDetails();
+            ListView1->setToolTip(item->text(0));
+        }
+    }
+    detailsfailed = false;
+}
+
+bool ServiceControl::selectListedService(const QString& service)
+{
+    int row = listing_.indexOfKey(service);
+    if (row < 0) {
+        for (int i = 0; i < listing_.count() && row < 0; ++i) {
+            if (listing_.at(i).display.compare(service, Qt::CaseInsensitive) == 0)
+                row = i;
+        }
+    }
+    QTreeWidgetItem* item = row >= 0 ? ListView1->topLevelItem(row) : nullptr;
+    if (!item)
+        return false;
+    ListView1->setCurrentItem(item);
+    ListView1->scrollToItem(item);
+    selectService();
+    return true;
+}
+
+void ServiceControl::showServiceDetails()
+{
+    servicedetails(Text3->text(), [this] { depservices(1); });
+}
+
+bool ServiceControl::eventFilter(QObject* watched, QEvent* e)
+{
+    if (watched == ListView1->viewport() && e->type() == QEvent::MouseButtonPress) {
+        auto* me = static_cast<QMouseEvent*>(e);
+        if (me->button() == Qt::RightButton) {
+            if (QTreeWidgetItem* item = ListView1->itemAt(me->position().toPoint()))
+                ListView1->setCurrentItem(item);
+            listRightButton(me->globalPosition().toPoint());
+            return true;
+        }
+    }
+    return QGroupBox::eventFilter(watched, e);
+}
+
+void ServiceControl::listRightButton(const QPoint& globalPos)
+{
+    selectService();
+    if (ListView1->topLevelItemCount() == 0) {
+        mnumonitorservice->setEnabled(false);
+        mnumonitor->popup(globalPos);
+    } else if (!ListView1->currentItem()) {
+        state_.platform.boxes->show(QStringLiteral("Please select an Item "), MsgIcon::Information);
+    } else {
+        mnumonitorservice->setEnabled(true);
+        mnumonitor->popup(globalPos);
+    }
+}
+
 // ---- details ----
 
 void ServiceControl::applyDetails(const DetailQuery& q)
 {
-    auto& boxes = *w_.state.platform.boxes;
+    auto& boxes = *state_.platform.boxes;
     if (q.scmError != svcerror::ok) {
         box(kOpenManagerFailed, q.scmError);
         detailsfailed = true;
@@ -142,7 +306,7 @@ void ServiceControl::applyDetails(const DetailQuery& q)
         return;
     }
     const QString text = stateText(q.state).value_or(QString());
-    w_.Text4->setText(text);
+    Text4->setText(text);
     detailstate = text;
     if (q.configError != svcerror::ok) {
         // The size query and the query itself both fail, and each says so.
@@ -152,18 +316,19 @@ void ServiceControl::applyDetails(const DetailQuery& q)
         return;
     }
     if (const auto start = startTypeText(q.config.startType))
-        w_.Text5->setText(*start);
-    w_.Text2->setText(q.config.binaryPath.left(kTextLength));
-    w_.Text6->setText(q.config.account.left(kTextLength));
+        Text5->setText(*start);
+    Text2->setText(q.config.binaryPath.left(kTextLength));
+    Text6->setText(q.config.account.left(kTextLength));
 }
 
 void ServiceControl::servicedetails(const QString& service, std::function<void()> done)
 {
     detailsfailed = false;
-    selectedcomputer = w_.Text1->text();
+    selectedcomputer = computer_;
     const QString computer = selectedcomputer;
-    runJob([this, computer, service, done = std::move(done)]() -> std::function<void()> {
-        const DetailQuery q = queryDetails(services_, computer, service);
+    platform::ServiceManager* sm = state_.platform.services;
+    runJob([this, sm, computer, service, done = std::move(done)]() -> std::function<void()> {
+        const DetailQuery q = queryDetails(*sm, computer, service);
         return [this, q, done] {
             applyDetails(q);
             if (done)
@@ -177,101 +342,64 @@ void ServiceControl::servicedetails(const QString& service, std::function<void()
 void ServiceControl::getServiceInfo(int filter)
 {
     listfailed = false;
-    w_.setCursor(Qt::WaitCursor);
-    selectedcomputer = w_.Text1->text();
+    emit listingStarted();
+    selectedcomputer = computer_;
     const QString computer = selectedcomputer;
-    runJob([this, computer, filter]() -> std::function<void()> {
-        auto scm = services_.openManager(computer);
+    platform::ServiceManager* sm = state_.platform.services;
+    runJob([this, sm, computer, filter]() -> std::function<void()> {
+        auto scm = sm->openManager(computer);
         const int error = scm.error;
-        ServiceManager::close(scm);
+        platform::ServiceManager::close(scm);
         return [this, error, filter] {
             if (error == svcerror::accessDenied) {
                 // Ask for an authenticated connection, then try once more.
-                w_.validate(selectedcomputer, [this, filter] { listAfterOpen(filter, true); });
+                connections_.validate(selectedcomputer, [this, filter] { listAfterOpen(filter); });
                 return;
             }
-            listAfterOpen(filter, error == svcerror::ok);
+            // The open is tried a second time whatever the first answer was.
+            listAfterOpen(filter);
         };
     });
 }
 
-void ServiceControl::listAfterOpen(int filter, bool openedFirstTime)
+void ServiceControl::listAfterOpen(int filter)
 {
-    Q_UNUSED(openedFirstTime); // the open is tried a second time whatever the first answer was
     const QString computer = selectedcomputer;
-    struct Listing {
-        int openError = 0;
-        int sizeCode = 0;
-        std::vector<platform::ServiceEntry> services;
-        std::vector<DetailQuery> details;
-    };
-    runJob([this, computer, filter]() -> std::function<void()> {
-        Listing l;
-        auto scm = services_.openManager(computer);
-        l.openError = scm.error;
-        if (scm.valid()) {
-            const auto r = services_.enumerateServices(scm, filter);
-            l.sizeCode = r.sizeQueryCode();
-            l.services = r.services;
-            if (l.sizeCode == svcerror::moreData) {
-                l.details.reserve(l.services.size());
-                for (const auto& s : l.services)
-                    l.details.push_back(queryDetails(services_, computer, s.name.left(kNameLength)));
-            }
-            ServiceManager::close(scm);
-        }
-        return [this, l = std::move(l)] {
-            auto fail = [this](int code) {
-                box(kListFailed, code);
-                w_.unsetCursor();
-                listfailed = true;
-                emit listingFinished();
-            };
-            if (l.openError != svcerror::ok) {
-                w_.state.platform.boxes->show(kListFailed + QString::number(l.openError), MsgIcon::Critical);
-                w_.List2->clear();
-                w_.ListView1->clear();
-                w_.Label1->setText(QStringLiteral("Services:"));
-                for (QLineEdit* t : {w_.Text2, w_.Text3, w_.Text4, w_.Text5, w_.Text6})
-                    t->clear();
-                w_.unsetCursor();
-                listfailed = true;
-                emit listingFinished();
-                return;
-            }
-            if (l.sizeCode != svcerror::moreData) {
-                Q_UNUSED(fail);
-                w_.state.platform.boxes->show(kListFailed + QString::number(l.sizeCode), MsgIcon::Critical);
-                w_.unsetCursor();
-                listfailed = true;
-                emit listingFinished();
-                return;
-            }
-            QTreeWidget* setupList = w_.setupWindow()->ListView1;
-            w_.List1->clear();
-            w_.ListView1->clear();
-            setupList->clear();
-            w_.List3->clear();
-            for (size_t i = 0; i < l.services.size(); ++i) {
-                const auto& s = l.services[i];
-                const QString key = s.name.left(kNameLength);
-                const QString display = s.displayName.left(kNameLength);
-                w_.state.currentservice = key;
-                w_.List3->addItem(key);
-                w_.List1->addItem(display);
-                applyDetails(l.details[i]);
-                const int icon = stateIcon(detailstate);
-                auto* item = new QTreeWidgetItem(w_.ListView1, {display});
-                w_.setServiceIcon(item, icon);
-                auto* setupItem = new QTreeWidgetItem(setupList, {display});
-                w_.setServiceIcon(setupItem, icon);
-            }
-            for (QLineEdit* t : {w_.Text2, w_.Text3, w_.Text4, w_.Text5, w_.Text6})
-                t->clear();
-            w_.unsetCursor();
-            emit listingFinished();
-        };
+    platform::ServiceManager* sm = state_.platform.services;
+    runJob([this, sm, computer, filter]() -> std::function<void()> {
+        Listing l = queryListing(*sm, computer, filter);
+        return [this, l = std::move(l)] { applyListing(l); };
     });
+}
+
+void ServiceControl::applyListing(const Listing& l)
+{
+    if (l.openError != svcerror::ok) {
+        state_.platform.boxes->show(kListFailed + QString::number(l.openError), MsgIcon::Critical);
+        clearServiceSide();
+        listfailed = true;
+        emit listingFinished();
+        return;
+    }
+    if (l.sizeCode != svcerror::moreData) {
+        state_.platform.boxes->show(kListFailed + QString::number(l.sizeCode), MsgIcon::Critical);
+        listfailed = true;
+        emit listingFinished();
+        return;
+    }
+    std::vector<ListedService> rows;
+    rows.reserve(l.services.size());
+    for (size_t i = 0; i < l.services.size(); ++i) {
+        const auto& s = l.services[i];
+        const QString key = s.name.left(kNameLength);
+        state_.currentservice = key;
+        applyDetails(l.details[i]);
+        rows.push_back({key, s.displayName.left(kNameLength), stateIcon(detailstate)});
+    }
+    listing_.setRows(std::move(rows));
+    for (QLineEdit* t : {Text2, Text3, Text4, Text5, Text6})
+        t->clear();
+    emit listingFinished();
 }
 
 // ---- dependents ----
@@ -284,24 +412,25 @@ void ServiceControl::depservices(int filter, std::function<void()> done)
         return;
     }
     const QString computer = selectedcomputer;
-    const QString service = w_.Text3->text().trimmed();
-    runJob([this, computer, service, filter, done = std::move(done)]() -> std::function<void()> {
-        const DependentsQuery q = queryDependents(services_, computer, service, filter);
+    const QString service = Text3->text().trimmed();
+    platform::ServiceManager* sm = state_.platform.services;
+    runJob([this, sm, computer, service, filter, done = std::move(done)]() -> std::function<void()> {
+        const DependentsQuery q = queryDependents(*sm, computer, service, filter);
         return [this, q, done] {
             if (q.scmError != svcerror::ok) {
                 box(kOpenManagerFailed, q.scmError);
             } else if (q.serviceError != svcerror::ok) {
                 box(kOpenServiceFailed, q.serviceError);
             } else if (q.sizeCode == svcerror::ok) {
-                w_.List2->clear();
-                w_.List2->addItem(kNoDependents);
+                List2->clear();
+                List2->addItem(kNoDependents);
             } else if (q.sizeCode == svcerror::moreData) {
-                w_.List2->clear();
-                w_.List4->clear();
+                List2->clear();
+                List4->clear();
                 for (const auto& d : q.dependents) {
-                    w_.List2->addItem(d.displayName.left(kNameLength));
-                    w_.List4->addItem(d.name.left(kNameLength));
-                    w_.state.currentservice = d.name;
+                    List2->addItem(d.displayName.left(kNameLength));
+                    List4->addItem(d.name.left(kNameLength));
+                    state_.currentservice = d.name;
                 }
             }
             if (done)
@@ -314,31 +443,32 @@ void ServiceControl::depservices(int filter, std::function<void()> done)
 
 void ServiceControl::startCommand()
 {
-    w_.Label10->show();
-    servstart([this] { w_.Timer1->setEnabled(true); });
+    emit processing(true);
+    servstart([this] { Timer1->setEnabled(true); });
 }
 
 void ServiceControl::stopCommand()
 {
-    w_.Label10->show();
-    const MsgAnswer answer = w_.state.platform.boxes->show(
-        QStringLiteral("Are you sure you want to stop the  ") + w_.Text3->text() + QStringLiteral("  Service ") +
-            QStringLiteral(" on Computer  ") + w_.Text1->text() + QStringLiteral(" ?        "),
+    emit processing(true);
+    const MsgAnswer answer = state_.platform.boxes->show(
+        QStringLiteral("Are you sure you want to stop the  ") + Text3->text() + QStringLiteral("  Service ") +
+            QStringLiteral(" on Computer  ") + computer_ + QStringLiteral(" ?        "),
         MsgIcon::Question, MsgButtons::YesNo);
     if (answer == MsgAnswer::Yes)
-        servstop(w_.Text3->text(), [this] { w_.Timer1->setEnabled(true); });
+        servstop(Text3->text(), [this] { Timer1->setEnabled(true); });
     else
-        w_.Label10->hide();
+        emit processing(false);
 }
 
 void ServiceControl::servstart(std::function<void()> done)
 {
     const QString computer = selectedcomputer;
-    const QString service = w_.Text3->text().trimmed();
-    runJob([this, computer, service, done = std::move(done)]() -> std::function<void()> {
-        const ControlQuery q = control(services_, computer, service, true);
+    const QString service = Text3->text().trimmed();
+    platform::ServiceManager* sm = state_.platform.services;
+    runJob([this, sm, computer, service, done = std::move(done)]() -> std::function<void()> {
+        const ControlQuery q = control(*sm, computer, service, true);
         return [this, q, done] {
-            auto& boxes = *w_.state.platform.boxes;
+            auto& boxes = *state_.platform.boxes;
             if (q.scmError != svcerror::ok)
                 box(kOpenManagerFailed, q.scmError);
             if (q.serviceError != svcerror::ok)
@@ -357,8 +487,9 @@ void ServiceControl::servstart(std::function<void()> done)
 void ServiceControl::servstop(const QString& service, std::function<void()> done)
 {
     const QString computer = selectedcomputer;
-    runJob([this, computer, service, done = std::move(done)]() -> std::function<void()> {
-        const ControlQuery q = control(services_, computer, service, false);
+    platform::ServiceManager* sm = state_.platform.services;
+    runJob([this, sm, computer, service, done = std::move(done)]() -> std::function<void()> {
+        const ControlQuery q = control(*sm, computer, service, false);
         return [this, q, done] {
             if (q.scmError != svcerror::ok)
                 box(kOpenManagerFailed, q.scmError);
@@ -367,7 +498,7 @@ void ServiceControl::servstop(const QString& service, std::function<void()> done
             else if (q.statusError != svcerror::ok)
                 box(kQueryStatusFailed, q.statusError);
             else if (q.controlError == svcerror::dependentServicesRunning)
-                w_.state.platform.boxes->show(
+                state_.platform.boxes->show(
                     QStringLiteral("Dependent Services are running ! Dependent Services must be stopped first !"),
                     MsgIcon::Exclamation);
             else if (q.controlError != svcerror::ok)
@@ -387,36 +518,36 @@ void ServiceControl::timer1Tick()
         return;
     tickRunning_ = true;
     const QString computer = selectedcomputer;
-    const QString service = w_.Text3->text();
-    runJob([this, computer, service]() -> std::function<void()> {
-        const ServiceQuery q = openAndQuery(services_, computer, service);
+    const QString service = Text3->text();
+    platform::ServiceManager* sm = state_.platform.services;
+    runJob([this, sm, computer, service]() -> std::function<void()> {
+        const ServiceQuery q = openAndQuery(*sm, computer, service);
         return [this, q] {
             tickRunning_ = false;
-            if (!w_.Timer1->isEnabled())
+            if (!Timer1->isEnabled())
                 return; // switched off while the answer was on its way
-            if (q.scmError != svcerror::ok || q.serviceError != svcerror::ok || q.statusError != svcerror::ok) {
+            if (q.failed()) {
                 if (q.scmError != svcerror::ok)
                     box(kOpenManagerFailed, q.scmError);
                 else if (q.serviceError != svcerror::ok)
                     box(kOpenServiceFailed, q.serviceError);
                 else
                     box(kQueryStatusFailed, q.statusError);
-                w_.Label10->hide();
+                emit processing(false);
                 return;
             }
             const QString text = stateText(q.state).value_or(QString());
-            w_.Text4->setText(text);
-            QTreeWidgetItem* item = w_.ListView1->currentItem();
+            Text4->setText(text);
+            QTreeWidgetItem* item = ListView1->currentItem();
+            const int row = item ? ListView1->indexOfTopLevelItem(item) : -1;
             const int icon = stateIcon(text);
-            if (item && icon > 0)
-                w_.setServiceIcon(item, icon);
-            w_.Label10->hide();
-            if (text == QStringLiteral("Stopped") && item) {
-                const int row = w_.ListView1->indexOfTopLevelItem(item);
+            if (row >= 0 && icon > 0)
+                listing_.setIcon(row, icon);
+            emit processing(false);
+            if (text == QStringLiteral("Stopped") && row >= 0) {
                 // The same key name again leaves Text3 unchanged, so the follow-up goes on.
-                if (row >= 0 && row < w_.List3->count())
-                    w_.Text3->setText(w_.List3->item(row)->text());
-                servicedetails(w_.Text3->text(), [this] { depservices(1); });
+                Text3->setText(listing_.at(row).key);
+                servicedetails(Text3->text(), [this] { depservices(1); });
             }
         };
     });
@@ -424,7 +555,7 @@ void ServiceControl::timer1Tick()
 
 void ServiceControl::timer2Tick()
 {
-    const QString state = w_.Text4->text();
+    const QString state = Text4->text();
     std::optional<bool> startOn, stopOn;
     if (state == QStringLiteral("Running") || state == QStringLiteral("Paused")) {
         startOn = false;
@@ -433,17 +564,17 @@ void ServiceControl::timer2Tick()
         startOn = true;
         stopOn = false;
     }
-    if (w_.Text1->text().isEmpty() || w_.Text3->text().isEmpty()) {
+    if (computer_.isEmpty() || Text3->text().isEmpty()) {
         startOn = false;
         stopOn = false;
     }
     if (startOn) {
-        w_.Command1->setEnabled(*startOn);
-        w_.mnustartservice->setEnabled(*startOn);
+        Command1->setEnabled(*startOn);
+        mnustartservice->setEnabled(*startOn);
     }
     if (stopOn) {
-        w_.Command5->setEnabled(*stopOn);
-        w_.mnustopservice->setEnabled(*stopOn);
+        Command5->setEnabled(*stopOn);
+        mnustopservice->setEnabled(*stopOn);
     }
 }
 

@@ -1,61 +1,74 @@
 #pragma once
-// The service side of the main window: listing the services of the current server, the details
-// of the selected one, starting and stopping it, following its state (Timer1), enabling the
-// commands by state (Timer2) and listing its running dependents in stop order.
+// The service side of the main window (its frame Frame2): the services of the current server,
+// the details of the selected one, its running dependents in stop order, and the commands that
+// list, start, stop and follow it (Timer1) and enable themselves by state (Timer2).
 //
 // Every call to a service manager runs on a worker thread; what it found is then applied on the
 // user-interface thread step by step, message boxes included, in the order a one-call-at-a-time
-// run would have shown them.
-#include "platform/servicemanager.h"
+// run would have shown them. The listing lives in a ServiceListing that other windows show too.
+#include "servicecontrol/queries.h"
 
-#include <QObject>
+#include <QGroupBox>
 #include <QString>
 #include <functional>
-#include <optional>
-#include <vector>
 
-namespace velmora::shell { class MainWindow; }
+class QAction;
+class QLabel;
+class QLineEdit;
+class QListWidget;
+class QMenu;
+class QPushButton;
+class QTreeWidget;
+
+namespace velmora::core { struct RunState; class ServerList; }
+namespace velmora::platform { class Timer; }
 
 namespace velmora::servicecontrol {
 
-// What opening a service and querying its status found: each step's error code (0 when it
-// worked or did not run) and the state.
-struct ServiceQuery {
-    int scmError = 0;
-    int serviceError = 0;
-    int statusError = 0;
-    int state = 0;
-    bool failed() const { return scmError != 0 || serviceError != 0 || statusError != 0; }
-};
+class Connections;
+class ServiceListing;
 
-// Opens the manager of computer and the service, queries the status (unless queryStatus is
-// false) and, when every step worked, runs then on the open service; closes both (blocking; for
-// worker threads). A manager that cannot be opened ends the steps, unless goOnWithoutManager:
-// then the service open runs all the same and fails on its own, as starting and stopping report
-// both failures.
-ServiceQuery openAndQuery(platform::ServiceManager& services, const QString& computer, const QString& service,
-                          const std::function<void(const platform::ServiceHandle&)>& then = {},
-                          bool queryStatus = true, bool goOnWithoutManager = false);
-
-// What one details query found.
-struct DetailQuery : ServiceQuery {
-    int configError = 0;
-    platform::ServiceConfig config;
-};
-
-// Runs the details query of one service (blocking; for worker threads).
-DetailQuery queryDetails(platform::ServiceManager& services, const QString& computer, const QString& service);
-
-class ServiceControl : public QObject {
+class ServiceControl : public QGroupBox {
     Q_OBJECT
 public:
-    explicit ServiceControl(shell::MainWindow& window);
+    ServiceControl(core::RunState& state, const core::ServerList& servers, ServiceListing& listing,
+                   Connections& connections, QWidget* parent = nullptr);
 
-    // Lists the services of the computer in Text1: filter 1 active ones, 3 all.
+    // ---- controls, named as on the form ----
+    QLabel *Label1 = nullptr, *Label3 = nullptr, *Label4 = nullptr, *Label5 = nullptr, *Label6 = nullptr,
+           *Label7 = nullptr, *Label8 = nullptr, *Label13 = nullptr;
+    QTreeWidget* ListView1 = nullptr; // services of the current server
+    QListWidget* List1 = nullptr;     // hidden: their display names, row for row
+    QListWidget* List2 = nullptr;     // running dependents (display names)
+    QListWidget* List3 = nullptr;     // hidden: the key names of ListView1's rows
+    QListWidget* List4 = nullptr;     // hidden: the key names of List2's rows
+    QLineEdit *Text2 = nullptr, *Text3 = nullptr, *Text4 = nullptr, *Text5 = nullptr, *Text6 = nullptr;
+    QPushButton *Command1 = nullptr, *Command2 = nullptr, *Command5 = nullptr, *Command6 = nullptr,
+                *Command7 = nullptr;
+    platform::Timer *Timer1 = nullptr, *Timer2 = nullptr;
+    // The service list's pop-up menu.
+    QMenu* mnumonitor = nullptr;
+    QAction *mnumonitorservice = nullptr, *mnustopservice = nullptr, *mnustartservice = nullptr;
+
+    // The current server (the main window's Text1). A change switches Timer1 off.
+    void setComputer(const QString& name);
+    QString computer() const { return computer_; }
+
+    // Command2 / Command6: lists all or the active services of the current server.
+    void showServices(bool all);
+    // Sets the service side back to empty.
+    void clearServiceSide();
+    // A click on a service: its details and dependents.
+    void selectService();
+    // Selects the listed service with this key name (or, failing that, display name) and shows it
+    // as a click would. Returns false when it is not listed.
+    bool selectListedService(const QString& service);
+
+    // Lists the services of the current server: filter 1 active ones, 3 all.
     void getServiceInfo(int filter);
-    // Shows the details of a service (key name) of the selected computer; then runs done.
+    // Shows the details of a service (key name) of the current server; then runs done.
     void servicedetails(const QString& service, std::function<void()> done = {});
-    // Lists the dependents of the service in Text3 in List2/List4.
+    // Lists the running dependents of the service in Text3.
     void depservices(int filter, std::function<void()> done = {});
     void startCommand();
     void stopCommand();
@@ -72,19 +85,35 @@ public:
     bool busy() const { return busy_ > 0; }
 
 signals:
+    void listingStarted();
     void listingFinished();
+    // "Processing command please wait ....." is shown (true) or hidden (false).
+    void processing(bool on);
+    // Command7 and the service menu's "Monitor Service".
+    void monitorRequested();
+    void monitorServiceRequested();
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
-    // Shows the boxes and fills the fields for a finished details query.
+    void buildControls();
+    void fillFromListing();
+    void showServiceDetails();
     void applyDetails(const DetailQuery& q);
-    void listAfterOpen(int filter, bool validated);
+    void listAfterOpen(int filter);
+    void applyListing(const Listing& l);
     void servstart(std::function<void()> done);
     void servstop(const QString& service, std::function<void()> done);
     void box(const QString& text, int code);
     void runJob(std::function<std::function<void()>()> job);
+    void listRightButton(const QPoint& globalPos);
 
-    shell::MainWindow& w_;
-    platform::ServiceManager& services_;
+    core::RunState& state_;
+    const core::ServerList& servers_;
+    ServiceListing& listing_;
+    Connections& connections_;
+    QString computer_;
     int busy_ = 0;
     bool tickRunning_ = false;
 };

@@ -59,7 +59,7 @@ struct World {
         if (!file.isEmpty())
             fx.writeFile(file, lines);
         w = &fx.start();
-        mail = w->mailing;
+        mail = fx.program->mailing;
         mail->smtpText = [] { return actions::MailText{"Service Status SRV1 Spooler Stopped", "smtp body"}; };
         mail->mapiText = [] { return actions::MailText{"Service Status  SRV1  Spooler  Stopped", "mapi body"}; };
         fx.sim.boxes.shown.clear();

@@ -88,24 +88,13 @@ private slots:
         QCOMPARE(f.readBytes("Jobs.log"), QByteArray());
     }
 
-    void theLogFollowsTheDataFolderField()
-    {
-        WindowFixture f;
-        auto& w = f.start();
-        QTemporaryDir other;
-        w.Text7->setText(other.path());
-        w.logandalerts->joblog().ensurejoblog();
-        QVERIFY(QFile::exists(other.filePath("Jobs.log")));
-        QCOMPARE(w.state.datafolder, other.path());
-    }
-
     void checkServicesOnTheAlertWindowPressesCommand9()
     {
         WindowFixture f;
         auto& w = f.start();
         w.Command9->setEnabled(true);
         QSignalSpy pressed(w.Command9, &QPushButton::clicked);
-        w.logandalerts->alertwindow()->Command4->click();
+        f.program->logandalerts->alertwindow()->Command4->click();
         QCOMPARE(pressed.count(), 1);
     }
 
@@ -123,7 +112,7 @@ private slots:
         auto& w = f.start();
         w.Text1->setText("SRV1");
 
-        joblog::LogAndAlerts& m = *w.logandalerts;
+        joblog::LogAndAlerts& m = *f.program->logandalerts;
         m.showalertwindow();
         m.addalertrow("SRV2", "cups.service", "Stopped", m.joinactions({"Alert"}));
         joblog::AlertWindow* form4 = m.alertwindow();
@@ -132,19 +121,19 @@ private slots:
 
         QCOMPARE(w.Text1->text(), QStringLiteral("SRV2"));
         QCOMPARE(w.ListView2->currentItem()->text(0), QStringLiteral("SRV2"));
-        QVERIFY(w.ListView1->currentItem());
-        QCOMPARE(w.ListView1->currentItem()->text(0), QStringLiteral("CUPS Scheduler"));
-        QCOMPARE(w.Text3->text(), QStringLiteral("cups.service"));
-        QCOMPARE(w.Text2->text(), QStringLiteral("/usr/sbin/cupsd -l"));
+        QVERIFY(w.services->ListView1->currentItem());
+        QCOMPARE(w.services->ListView1->currentItem()->text(0), QStringLiteral("CUPS Scheduler"));
+        QCOMPARE(w.services->Text3->text(), QStringLiteral("cups.service"));
+        QCOMPARE(w.services->Text2->text(), QStringLiteral("/usr/sbin/cupsd -l"));
     }
 
     void startUpEmptiesTheAlertWindowsTextRecord()
     {
         WindowFixture f;
-        auto& w = f.start();
-        w.logandalerts->alertwindow()->Text1->setPlainText("old");
-        w.onLocalComputerNameRead();
-        QCOMPARE(w.logandalerts->alertwindow()->Text1->toPlainText(), QString());
+        f.create();
+        f.program->logandalerts->alertwindow()->Text1->setPlainText("old");
+        f.program->load();
+        QCOMPARE(f.program->logandalerts->alertwindow()->Text1->toPlainText(), QString());
     }
 };
 

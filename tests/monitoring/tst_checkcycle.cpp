@@ -55,10 +55,10 @@ QStringList logLines(const WindowFixture& f)
     return out;
 }
 
-QStringList alertRows(shell::MainWindow& w)
+QStringList alertRows(WindowFixture& f)
 {
     QStringList out;
-    auto* list = w.logandalerts->alertwindow()->ListView1;
+    auto* list = f.program->logandalerts->alertwindow()->ListView1;
     for (int i = 0; i < list->topLevelItemCount(); ++i) {
         const auto* item = list->topLevelItem(i);
         out << QStringList{item->text(2), item->text(3), item->text(4), item->text(5)}.join('|');
@@ -93,9 +93,9 @@ struct Fleet : WindowFixture {
     }
     shell::MainWindow& startWithMaintenance()
     {
-        window = std::make_unique<shell::MainWindow>(sim.platform());
-        window->load();
-        window->setServerMaintenance(window->findServer("LAB3"), true);
+        create();
+        program->load();
+        program->servers.setMaintenance("LAB3", true);
         sim.clock.advance(1000);
         return *window;
     }
@@ -119,9 +119,9 @@ private slots:
         Fleet f;
         auto& w = f.startWithMaintenance();
         QCOMPARE(logLines(f), kFirstScan);
-        QCOMPARE(alertRows(w), (QStringList{"WEB1|nginx.service|Stopped|Alert            ",
+        QCOMPARE(alertRows(f), (QStringList{"WEB1|nginx.service|Stopped|Alert            ",
                                             "FILE4|smbd.service|Paused|            "}));
-        auto* form4 = w.logandalerts->alertwindow();
+        auto* form4 = f.program->logandalerts->alertwindow();
         QVERIFY(form4->isVisible()); // the popup option is on by default
         QCOMPARE(form4->Label2->text(), QStringLiteral("Failed Services :"));
         QVERIFY(form4->Label1->text().startsWith("Next scan at :  "));
@@ -130,7 +130,8 @@ private slots:
         QCOMPARE(w.serverIcon(w.findServer("WEB1")), 9);
         QCOMPARE(w.state.lasterror, QStringLiteral("Could not reach Server, Server not available."));
         QVERIFY(w.Command9->isEnabled());
-        QCOMPARE(w.setupWindow()->List3->count(), 3); // the servers visited, not the one in maintenance
+        // Every monitored server, the one in maintenance too.
+        QCOMPARE(f.program->setupWindow()->List3->count(), 4);
         // The server in maintenance was neither pinged nor queried.
         QVERIFY(!f.sim.icmp.pinged.contains("10.4.0.3") || f.sim.icmp.pinged.count("10.4.0.3") == 1);
         QVERIFY(!f.sim.services.calls().join('\n').contains("LAB3"));
@@ -140,7 +141,7 @@ private slots:
         QCOMPARE(logLines(f).size(), kFirstScan.size());
         f.sim.clock.advance(1000);
         QCOMPARE(logLines(f), kFirstScan + kFirstScan);
-        QCOMPARE(alertRows(w).size(), 4);
+        QCOMPARE(alertRows(f).size(), 4);
     }
 
     void answersInAnyOrderGiveTheSameLog()
@@ -156,13 +157,13 @@ private slots:
             HoldingWorker worker;
             auto p = f.sim.platform();
             p.worker = &worker;
-            shell::MainWindow w(p);
-            w.load();
-            w.setServerMaintenance(w.findServer("LAB3"), true);
+            shell::Program program(p);
+            program.load();
+            program.servers.setMaintenance("LAB3", true);
             f.sim.clock.advance(1000);
             worker.releaseScrambled(seed);
             QCOMPARE(logLines(f), reference);
-            QVERIFY(!w.checkcycle->scanRunning());
+            QVERIFY(!program.checkcycle->scanRunning());
         }
     }
 
@@ -176,13 +177,13 @@ private slots:
         // The restart waits 5000 ms on the clock before the scan goes on to the next server.
         QCOMPARE(logLines(f), (QStringList{"WEB1\tnginx.service\tOpen Service failed.   Error  1060",
                                            "WEB1\tcron.service\tStopped"}));
-        QVERIFY(w.checkcycle->scanRunning());
+        QVERIFY(f.program->checkcycle->scanRunning());
         f.sim.clock.advance(5000);
         QCOMPARE(logLines(f).mid(2), (QStringList{"Attemp to restart service : cron.service Successfull",
                                                   "DB2\tCould not reach Server, Server not available.",
                                                   "LAB3\tlab.service\tRunning",
                                                   "FILE4\tsmbd.service\tQuery Service Status failed.   Error  5"}));
-        QVERIFY(!w.checkcycle->scanRunning());
+        QVERIFY(!f.program->checkcycle->scanRunning());
     }
 
     void aScanIsNeverStartedTwiceAndNoneIsLost()
@@ -195,7 +196,7 @@ private slots:
         // The restart holds the first scan for five seconds; the ticks meanwhile queue one scan.
         f.sim.clock.advance(3000);
         QCOMPARE(scans(), 1);
-        QVERIFY(w.checkcycle->scanRunning());
+        QVERIFY(f.program->checkcycle->scanRunning());
         // At 6 s the first scan ends, the one queued meanwhile runs (four ticks queued only one),
         // and the tick of that second starts another.
         f.sim.clock.advance(2000);
@@ -230,10 +231,10 @@ private slots:
         w.mnuChecknow->trigger();
         QCOMPARE(f.readBytes("Jobs.log"), QByteArray());
         QVERIFY(!w.Timer6->isEnabled());
-        auto* form4 = w.logandalerts->alertwindow();
+        auto* form4 = f.program->logandalerts->alertwindow();
         QCOMPARE(form4->Label2->text(), QStringLiteral("All Services to be monitored :"));
         QCOMPARE(form4->Label1->text(), QStringLiteral("Interval in turn"));
-        QCOMPARE(alertRows(w), (QStringList{"WEB1|nginx.service|Stopped|Alert            ",
+        QCOMPARE(alertRows(f), (QStringList{"WEB1|nginx.service|Stopped|Alert            ",
                                             "WEB1|cron.service|Running|Restart Service            ",
                                             "DB2|mariadb.service|Error Server not Available|Alert            ",
                                             "LAB3|lab.service|Running|Alert            ",
@@ -245,7 +246,7 @@ private slots:
         f.sim.services.clearFailures();
         f.sim.clock.advance(30 * 60 * 1000);
         QCOMPARE(form4->Label2->text(), QStringLiteral("Failed Services :"));
-        QCOMPARE(alertRows(w).size(), 2);
+        QCOMPARE(alertRows(f).size(), 2);
     }
 
     void immediateCheckNeedsMonitoredServers()

@@ -60,9 +60,10 @@ private slots:
         f.writeFile("Interval", {"1"});
         auto p = f.sim.platform();
         p.services = &systemd;
-        f.window = std::make_unique<shell::MainWindow>(p);
+        f.program = std::make_unique<shell::Program>(p);
+        f.window = f.program->window.get();
         auto& w = *f.window;
-        w.load();
+        f.program->load();
         f.sim.clock.advance(1000);
         QCOMPARE(logWithoutTimes(f), (QStringList{"TESTHOST\tweb.service\tRunning", "TESTHOST\tcron.service\tRunning"}));
 
@@ -72,7 +73,7 @@ private slots:
 
         f.sim.clock.advance(60000);
         QCOMPARE(logWithoutTimes(f).mid(2), (QStringList{"TESTHOST\tweb.service\tStopped", "Alert activated"}));
-        auto* form4 = w.logandalerts->alertwindow();
+        auto* form4 = f.program->logandalerts->alertwindow();
         QCOMPARE(form4->ListView1->topLevelItemCount(), 1);
         QCOMPARE(form4->ListView1->topLevelItem(0)->text(3), QStringLiteral("web.service"));
         QVERIFY(w.Timer6->isEnabled());

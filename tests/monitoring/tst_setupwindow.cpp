@@ -2,6 +2,8 @@
 // refusal with its box, the five-entry action list, the files OK writes (and Cancel does not),
 // the main window's combo and server icons, hand-edited per-server files, a restart of the
 // program finding everything unchanged, and the stored actions run by the dispatcher.
+#include "actions/emailoptionsdialog.h"
+#include "actions/mailing.h"
 #include "actions/dispatcher.h"
 #include "core/serverfile.h"
 #include "monitoring/alertsetupwindow.h"
@@ -78,7 +80,7 @@ struct Fleet : WindowFixture {
         chooseServer("SRV1");
     }
     shell::MainWindow& w() { return *window; }
-    SetupWindow& form2() { return *w().setupWindow(); }
+    SetupWindow& form2() { return *program->setupWindow(); }
     AlertSetupWindow& form3() { return *form2().alertSetup(); }
     void chooseServer(const QString& name)
     {
@@ -90,7 +92,7 @@ struct Fleet : WindowFixture {
     // Opens Form2 for the selected server with "Service &Monitor...".
     void open()
     {
-        w().Command7->click();
+        w().services->Command7->click();
         QVERIFY(form2().isVisible());
     }
     // Opens Form2, selects the service and opens Form3 for it with "&Add".
@@ -144,10 +146,10 @@ private slots:
     {
         Fleet f({}, false);
         f.start();
-        f.w().Command7->click();
+        f.w().services->Command7->click();
         QCOMPARE(f.sim.boxes.texts(), QStringList{"No servers listet, please add servers to be monitored"});
         QCOMPARE(f.sim.boxes.shown[0].icon, MsgIcon::Information);
-        QVERIFY(!f.w().setupWindow()->isVisible());
+        QVERIFY(!f.program->setupWindow()->isVisible());
     }
 
     void everyWayInOpensTheSelectedServer()
@@ -158,7 +160,7 @@ private slots:
                                             "a hand-written note", "CUPS Scheduler;cups;Play Sound: /snd/a.wav;;;;;"} +
                                     emptyBlock());
             if (way == "Command7")
-                f.w().Command7->click();
+                f.w().services->Command7->click();
             else if (way == "mnuServicemonitor")
                 f.w().mnuServicemonitor->trigger();
             else
@@ -188,7 +190,7 @@ private slots:
             f.sim.icmp.setStatus("SRV2", 11010);
             f.w().repingServers();
             f.chooseServer("SRV2");
-            f.w().Command7->click();
+            f.w().services->Command7->click();
             QCOMPARE(f.sim.boxes.texts(), QStringList{"Selected Server is not available, can not show Services !"});
             QVERIFY(!f.form2().isVisible());
         }
@@ -196,7 +198,7 @@ private slots:
             Fleet f;
             f.sim.services.setReachable("SRV1", false);
             bool shown = true;
-            f.form2().openForSelectedServer([&](bool s) { shown = s; });
+            f.form2().openFor(f.w().selectedServer(), [&](bool s) { shown = s; });
             QVERIFY(!shown);
             QVERIFY(f.w().services->listfailed);
             QCOMPARE(f.sim.boxes.shown.size(), 1);
@@ -259,7 +261,8 @@ private slots:
         // Close (storing the server list) and start the program again.
         f.w().Command4->click();
         QCOMPARE(f.readBytes("Computerlist"), QByteArray("SRV1\tmonitored\r\nSRV2\r\n"));
-        f.window.reset();
+        f.program.reset();
+        f.window = nullptr;
         f.sim.app = {};
         f.launch();
         QCOMPARE(texts(f.w().Combo1), QStringList{"SRV1"});
@@ -362,9 +365,9 @@ private slots:
     {
         Fleet f;
         f.addService();
-        QSignalSpy options(f.w().mnusetemailoptions, &QAction::triggered);
         f.addAction("Send Email to:", "ops@example.org");
-        QCOMPARE(options.count(), 1); // the e-mail options instead
+        QVERIFY(f.program->mailing->dialog()->isVisible()); // the e-mail options instead
+        f.program->mailing->dialog()->hide();
         QCOMPARE(f.form3().List1->count(), 0);
         f.writeFile("MailProfile", {"default"});
         f.addAction("Send Email to:", "ops@example.org");
@@ -375,7 +378,6 @@ private slots:
         // "Alert" is refused now, since an entry contains the word.
         f.addAction("Alert");
         QCOMPARE(f.sim.boxes.texts(), QStringList{"Item already exists          "});
-        QCOMPARE(options.count(), 1);
     }
 
     void kindsEnableTheirFields()
@@ -399,7 +401,7 @@ private slots:
         QCOMPARE(form3.Text1->text(), QString()); // cleared when disabled
         // Its test button sends through the dispatcher, once there is a recipient.
         QStringList sent;
-        f.w().dispatcher->netsend = [&](QString& recipient, bool test, actions::ActionDispatcher::Continue cont) {
+        f.program->dispatcher->netsend = [&](QString& recipient, bool test, actions::ActionDispatcher::Continue cont) {
             sent << recipient + (test ? "|test" : "|alert");
             cont(true);
         };
@@ -553,10 +555,11 @@ private slots:
         f.form2().Command2->click();
         QVERIFY(f.form2().entries().empty());
         QCOMPARE(f.form2().List7->count(), 0);
-        QCOMPARE(texts(f.w().Combo1), QStringList{"SRV2"}); // at once, before OK
+        QCOMPARE(texts(f.w().Combo1), (QStringList{"SRV2", "SRV1"})); // nothing is stored before OK
         f.form2().Command2->click();
         QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("No Services listed!        "));
         f.form2().Command3->click();
+        QCOMPARE(texts(f.w().Combo1), QStringList{"SRV2"});
         QCOMPARE(shell::MainWindow::serverIcon(f.w().findServer("SRV1")), 7);
         QCOMPARE(shell::MainWindow::serverIcon(f.w().findServer("SRV2")), 9);
         QCOMPARE(f.readBytes("Computers"), QByteArray("SRV2\r\n"));
@@ -572,7 +575,7 @@ private slots:
         f.open();
         f.selectMonitored(1);
         f.form2().Command2->click();
-        QCOMPARE(texts(f.w().Combo1), QStringList{});
+        QCOMPARE(texts(f.w().Combo1), QStringList{"SRV1"});
         f.form2().Command3->click();
         QCOMPARE(texts(f.w().Combo1), QStringList{"SRV1"});
         QCOMPARE(f.readBytes("Computers"), QByteArray("SRV1\r\n"));
@@ -631,14 +634,14 @@ private slots:
     {
         Fleet f;
         f.writeFile("SRV1", QStringList{"CUPS Scheduler;cups;Alert;;;;;"} + emptyBlock());
-        f.w().Command2->click(); // list the services in the main window
+        f.w().services->Command2->click(); // list the services in the main window
         auto select = [&](const QString& display) {
-            const auto items = f.w().ListView1->findItems(display, Qt::MatchExactly);
+            const auto items = f.w().services->ListView1->findItems(display, Qt::MatchExactly);
             QVERIFY(!items.isEmpty());
-            f.w().ListView1->setCurrentItem(items.first());
+            f.w().services->ListView1->setCurrentItem(items.first());
         };
         select("Print Spooler");
-        f.w().mnumonitorservice->trigger();
+        f.w().services->mnumonitorservice->trigger();
         QVERIFY(f.form2().isVisible());
         QVERIFY(f.form3().isVisible());
         QCOMPARE(f.form3().Frame1->title(), QStringLiteral("Monitoring Options for Service : Print Spooler"));
@@ -649,9 +652,9 @@ private slots:
 
         f.form3().hide();
         f.form2().hide();
-        f.w().Command2->click();
+        f.w().services->Command2->click();
         select("CUPS Scheduler");
-        f.w().mnumonitorservice->trigger();
+        f.w().services->mnumonitorservice->trigger();
         QCOMPARE(f.sim.boxes.texts(), QStringList{"Item already exists          "});
         QVERIFY(!f.form3().isVisible());
     }
@@ -702,7 +705,7 @@ private slots:
         QVERIFY(!f.w().Timer6->isEnabled());
         f.w().state.currentstate = QStringLiteral("Stopped");
         bool finished = false;
-        f.w().dispatcher->runactions("SRV1", records[0], [&] { finished = true; });
+        f.program->dispatcher->runactions("SRV1", records[0], [&] { finished = true; });
         f.sim.clock.advance(actions::ActionDispatcher::kRestartWaitMs);
         QVERIFY(finished);
         QVERIFY(f.w().Timer6->isEnabled());

@@ -39,7 +39,7 @@ QList<int> icons(const QTreeWidget* view)
 {
     QList<int> out;
     for (int i = 0; i < view->topLevelItemCount(); ++i)
-        out << shell::MainWindow::serviceIcon(view->topLevelItem(i));
+        out << platform::itemIcon(view->topLevelItem(i));
     return out;
 }
 
@@ -70,10 +70,10 @@ struct Fleet : WindowFixture {
     shell::MainWindow& w() { return *window; }
     void select(const QString& display)
     {
-        const auto items = w().ListView1->findItems(display, Qt::MatchExactly);
+        const auto items = w().services->ListView1->findItems(display, Qt::MatchExactly);
         QVERIFY(!items.isEmpty());
-        w().ListView1->setCurrentItem(items.first());
-        w().selectService();
+        w().services->ListView1->setCurrentItem(items.first());
+        w().services->selectService();
         sim.clock.advance(100); // Timer2 enables the commands for the new state
     }
 };
@@ -87,22 +87,22 @@ private slots:
     {
         Fleet f;
         f.sim.services.setState("SRV1", "rescue.service", 5);
-        f.w().Command2->click();
+        f.w().services->Command2->click();
         QVERIFY(f.sim.boxes.shown.isEmpty());
-        QCOMPARE(texts(f.w().ListView1), (QStringList{"CUPS Scheduler", "MariaDB database server",
+        QCOMPARE(texts(f.w().services->ListView1), (QStringList{"CUPS Scheduler", "MariaDB database server",
                                                         "A high performance web server", "PHP FastCGI",
                                                         "Rescue Shell"}));
-        QCOMPARE(icons(f.w().ListView1), (QList<int>{2, 1, 1, 1, 0})); // state 5 has no icon
-        QCOMPARE(texts(f.w().List3), (QStringList{"cups.service", "mariadb.service", "nginx.service",
+        QCOMPARE(icons(f.w().services->ListView1), (QList<int>{2, 1, 1, 1, 0})); // state 5 has no icon
+        QCOMPARE(texts(f.w().services->List3), (QStringList{"cups.service", "mariadb.service", "nginx.service",
                                                    "php-fpm.service", "rescue.service"}));
-        QCOMPARE(texts(f.w().List1), texts(f.w().ListView1));
-        QCOMPARE(texts(f.w().setupWindow()->ListView1), texts(f.w().ListView1));
-        for (QLineEdit* t : {f.w().Text2, f.w().Text3, f.w().Text4, f.w().Text5, f.w().Text6})
+        QCOMPARE(texts(f.w().services->List1), texts(f.w().services->ListView1));
+        QCOMPARE(texts(f.program->setupWindow()->ListView1), texts(f.w().services->ListView1));
+        for (QLineEdit* t : {f.w().services->Text2, f.w().services->Text3, f.w().services->Text4, f.w().services->Text5, f.w().services->Text6})
             QCOMPARE(t->text(), QString());
         QVERIFY(!f.w().services->listfailed);
 
-        f.w().Command6->click();
-        QCOMPARE(texts(f.w().ListView1), (QStringList{"MariaDB database server", "A high performance web server",
+        f.w().services->Command6->click();
+        QCOMPARE(texts(f.w().services->ListView1), (QStringList{"MariaDB database server", "A high performance web server",
                                                         "PHP FastCGI", "Rescue Shell"}));
     }
 
@@ -111,22 +111,22 @@ private slots:
         Fleet f;
         f.sim.services.setNeedsValidation("SRV1", true);
         f.sim.net.result = 0;
-        f.w().Command2->click();
+        f.w().services->Command2->click();
         // Access is refused first; the connection is made, reported, and the listing goes on.
         QCOMPARE(f.sim.boxes.texts(), QStringList{"Net Connection to  SRV1  Successful!        "});
-        QCOMPARE(f.w().ListView1->topLevelItemCount(), 5);
+        QCOMPARE(f.w().services->ListView1->topLevelItemCount(), 5);
         QCOMPARE(f.sim.net.added, QStringList{"SRV1"});
 
-        f.w().ListView1->setCurrentItem(f.w().ListView1->topLevelItem(0));
+        f.w().services->ListView1->setCurrentItem(f.w().services->ListView1->topLevelItem(0));
         f.sim.services.setReachable("SRV1", false);
-        f.w().List2->addItem("stale");
-        f.w().Command2->click();
+        f.w().services->List2->addItem("stale");
+        f.w().services->Command2->click();
         QCOMPARE(f.sim.boxes.texts().last(),
                  QStringLiteral("Can not list Services on selected Server,  open Service Manager failed.   Error  1722"));
         QCOMPARE(int(f.sim.boxes.shown.last().icon), int(MsgIcon::Critical));
-        QCOMPARE(f.w().ListView1->topLevelItemCount(), 0);
-        QCOMPARE(f.w().List2->count(), 0);
-        QCOMPARE(f.w().Label1->text(), QStringLiteral("Services:"));
+        QCOMPARE(f.w().services->ListView1->topLevelItemCount(), 0);
+        QCOMPARE(f.w().services->List2->count(), 0);
+        QCOMPARE(f.w().services->Label1->text(), QStringLiteral("Services:"));
         QVERIFY(f.w().services->listfailed);
 
         WindowFixture empty;
@@ -136,7 +136,7 @@ private slots:
         auto& w = empty.start();
         w.ListView2->setCurrentItem(w.ListView2->topLevelItem(0));
         w.selectServer();
-        w.Command2->click();
+        w.services->Command2->click();
         QCOMPARE(empty.sim.boxes.texts(),
                  QStringList{"Can not list Services on selected Server,  open Service Manager failed.   Error  0"});
     }
@@ -144,28 +144,28 @@ private slots:
     void selectingAServiceShowsItsDetailsAndRunningDependents()
     {
         Fleet f;
-        f.w().Command2->click();
+        f.w().services->Command2->click();
         f.select("MariaDB database server");
-        QCOMPARE(f.w().Text3->text(), QStringLiteral("mariadb.service"));
-        QCOMPARE(f.w().Text4->text(), QStringLiteral("Running"));
-        QCOMPARE(f.w().Text5->text(), QStringLiteral("Automatic"));
-        QCOMPARE(f.w().Text6->text(), QStringLiteral("mysql"));
-        QCOMPARE(f.w().Text2->text(), QStringLiteral("/usr/sbin/mariadbd"));
+        QCOMPARE(f.w().services->Text3->text(), QStringLiteral("mariadb.service"));
+        QCOMPARE(f.w().services->Text4->text(), QStringLiteral("Running"));
+        QCOMPARE(f.w().services->Text5->text(), QStringLiteral("Automatic"));
+        QCOMPARE(f.w().services->Text6->text(), QStringLiteral("mysql"));
+        QCOMPARE(f.w().services->Text2->text(), QStringLiteral("/usr/sbin/mariadbd"));
         // Stop order: what depends on others comes first.
-        QCOMPARE(texts(f.w().List2), (QStringList{"A high performance web server", "PHP FastCGI"}));
-        QCOMPARE(texts(f.w().List4), (QStringList{"nginx.service", "php-fpm.service"}));
+        QCOMPARE(texts(f.w().services->List2), (QStringList{"A high performance web server", "PHP FastCGI"}));
+        QCOMPARE(texts(f.w().services->List4), (QStringList{"nginx.service", "php-fpm.service"}));
 
         f.select("CUPS Scheduler");
-        QCOMPARE(f.w().Text5->text(), QStringLiteral("Manual"));
-        QCOMPARE(texts(f.w().List2), QStringList{"No Dependent Services Running"});
-        QCOMPARE(texts(f.w().List4), (QStringList{"nginx.service", "php-fpm.service"})); // left as it was
+        QCOMPARE(f.w().services->Text5->text(), QStringLiteral("Manual"));
+        QCOMPARE(texts(f.w().services->List2), QStringList{"No Dependent Services Running"});
+        QCOMPARE(texts(f.w().services->List4), (QStringList{"nginx.service", "php-fpm.service"})); // left as it was
 
         // A start type without a text and a long path.
         f.sim.services.addService("SRV1", {.name = "rescue.service", .displayName = "Rescue Shell",
                                             .startType = 1, .account = "root", .binaryPath = QString(300, 'p')});
         f.select("Rescue Shell");
-        QCOMPARE(f.w().Text5->text(), QStringLiteral("Manual"));
-        QCOMPARE(f.w().Text2->text(), QString(255, 'p'));
+        QCOMPARE(f.w().services->Text5->text(), QStringLiteral("Manual"));
+        QCOMPARE(f.w().services->Text2->text(), QString(255, 'p'));
 
         // A service whose configuration cannot be read keeps the previous service's values.
         f.sim.services.failOn(SimServices::Call::QueryConfig, 5, {}, "nginx.service");
@@ -173,28 +173,28 @@ private slots:
         QCOMPARE(f.sim.boxes.texts(), (QStringList{"Query Service Configuration failed.   Error  5",
                                                     "Query Service Configuration failed.   Error  5"}));
         QCOMPARE(int(f.sim.boxes.shown.first().icon), int(MsgIcon::None));
-        QCOMPARE(f.w().Text4->text(), QStringLiteral("Running"));
-        QCOMPARE(f.w().Text2->text(), QString(255, 'p'));
+        QCOMPARE(f.w().services->Text4->text(), QStringLiteral("Running"));
+        QCOMPARE(f.w().services->Text2->text(), QString(255, 'p'));
     }
 
     void unreachableComputerShowsOneBoxAndLeavesDependentsAlone()
     {
         Fleet f;
-        f.w().Command2->click();
+        f.w().services->Command2->click();
         f.select("MariaDB database server");
         f.sim.services.setReachable("SRV1", false);
         f.select("PHP FastCGI");
         QCOMPARE(f.sim.boxes.texts(), QStringList{"Open Service Manager failed.   Error  1722"});
-        QCOMPARE(texts(f.w().List2), (QStringList{"A high performance web server", "PHP FastCGI"}));
+        QCOMPARE(texts(f.w().services->List2), (QStringList{"A high performance web server", "PHP FastCGI"}));
         QVERIFY(!f.w().services->detailsfailed); // one click is taken to clear it
     }
 
     void stopRefusedWhileDependentsRunThenStoppedTopDown()
     {
         Fleet f;
-        f.w().Command2->click();
+        f.w().services->Command2->click();
         f.select("MariaDB database server");
-        f.w().Command5->click();
+        f.w().services->Command5->click();
         QCOMPARE(f.sim.boxes.shown[0].text,
                  QStringLiteral("Are you sure you want to stop the  mariadb.service  Service  on Computer  SRV1 ?        "));
         QCOMPARE(int(f.sim.boxes.shown[0].icon), int(MsgIcon::Question));
@@ -207,49 +207,49 @@ private slots:
         // Stop the dependents from the top of the list down, then the service itself.
         for (const char* dep : {"A high performance web server", "PHP FastCGI", "MariaDB database server"}) {
             f.select(dep);
-            f.w().Command5->click();
+            f.w().services->Command5->click();
         }
         QCOMPARE(f.sim.boxes.shown.size(), 5);
-        QVERIFY(f.w().Timer1->isEnabled());
+        QVERIFY(f.w().services->Timer1->isEnabled());
         QVERIFY(f.w().Label10->isVisibleTo(&f.w()));
         f.sim.clock.advance(1000);
-        QCOMPARE(f.w().Text4->text(), QStringLiteral("In process of being stopped"));
-        QCOMPARE(shell::MainWindow::serviceIcon(f.w().ListView1->currentItem()), 5);
+        QCOMPARE(f.w().services->Text4->text(), QStringLiteral("In process of being stopped"));
+        QCOMPARE(platform::itemIcon(f.w().services->ListView1->currentItem()), 5);
         QVERIFY(!f.w().Label10->isVisibleTo(&f.w()));
         f.sim.clock.advance(1000);
-        QCOMPARE(f.w().Text4->text(), QStringLiteral("Stopped"));
-        QCOMPARE(shell::MainWindow::serviceIcon(f.w().ListView1->currentItem()), 2);
-        QCOMPARE(texts(f.w().List2), QStringList{"No Dependent Services Running"});
-        QVERIFY(f.w().Timer1->isEnabled()); // it goes on until the next listing
-        f.w().Command6->click();
-        QVERIFY(!f.w().Timer1->isEnabled());
+        QCOMPARE(f.w().services->Text4->text(), QStringLiteral("Stopped"));
+        QCOMPARE(platform::itemIcon(f.w().services->ListView1->currentItem()), 2);
+        QCOMPARE(texts(f.w().services->List2), QStringList{"No Dependent Services Running"});
+        QVERIFY(f.w().services->Timer1->isEnabled()); // it goes on until the next listing
+        f.w().services->Command6->click();
+        QVERIFY(!f.w().services->Timer1->isEnabled());
     }
 
     void stopAnsweredNoChangesNothing()
     {
         Fleet f;
-        f.w().Command2->click();
+        f.w().services->Command2->click();
         f.select("CUPS Scheduler");
         f.sim.boxes.script(MsgAnswer::No);
-        f.w().Command5->click();
+        f.w().services->Command5->click();
         QVERIFY(!f.w().Label10->isVisibleTo(&f.w()));
-        QVERIFY(!f.w().Timer1->isEnabled());
+        QVERIFY(!f.w().services->Timer1->isEnabled());
         QVERIFY(!f.sim.services.calls().join('\n').contains("stop"));
     }
 
     void startIsFollowedEverySecond()
     {
         Fleet f;
-        f.w().Command2->click();
+        f.w().services->Command2->click();
         f.select("CUPS Scheduler");
-        f.w().mnustartservice->trigger();
+        f.w().services->mnustartservice->trigger();
         QVERIFY(f.sim.boxes.shown.isEmpty());
         f.sim.clock.advance(1000);
-        QCOMPARE(f.w().Text4->text(), QStringLiteral("Being Started"));
-        QCOMPARE(shell::MainWindow::serviceIcon(f.w().ListView1->currentItem()), 4);
+        QCOMPARE(f.w().services->Text4->text(), QStringLiteral("Being Started"));
+        QCOMPARE(platform::itemIcon(f.w().services->ListView1->currentItem()), 4);
         f.sim.clock.advance(1000);
-        QCOMPARE(f.w().Text4->text(), QStringLiteral("Running"));
-        QCOMPARE(shell::MainWindow::serviceIcon(f.w().ListView1->currentItem()), 1);
+        QCOMPARE(f.w().services->Text4->text(), QStringLiteral("Running"));
+        QCOMPARE(platform::itemIcon(f.w().services->ListView1->currentItem()), 1);
 
         // Failures of each step, with their own texts and titles (the command is called directly:
         // for a running service the button is disabled).
@@ -273,25 +273,25 @@ private slots:
         auto& w = f.w();
         auto check = [&](bool start, bool stop) {
             f.sim.clock.advance(100);
-            QCOMPARE(w.Command1->isEnabled(), start);
-            QCOMPARE(w.mnustartservice->isEnabled(), start);
-            QCOMPARE(w.Command5->isEnabled(), stop);
-            QCOMPARE(w.mnustopservice->isEnabled(), stop);
+            QCOMPARE(w.services->Command1->isEnabled(), start);
+            QCOMPARE(w.services->mnustartservice->isEnabled(), start);
+            QCOMPARE(w.services->Command5->isEnabled(), stop);
+            QCOMPARE(w.services->mnustopservice->isEnabled(), stop);
         };
-        w.Text3->setText("cups.service");
-        w.Text4->setText("Running");
+        w.services->Text3->setText("cups.service");
+        w.services->Text4->setText("Running");
         check(false, true);
-        w.Text4->setText("Stopped");
+        w.services->Text4->setText("Stopped");
         check(true, false);
-        w.Text4->setText("Being Started"); // other states keep what was set
+        w.services->Text4->setText("Being Started"); // other states keep what was set
         check(true, false);
-        w.Text4->setText("Paused");
+        w.services->Text4->setText("Paused");
         check(false, true);
-        w.Text3->clear();
+        w.services->Text3->clear();
         check(false, false);
-        w.Text3->setText("cups.service");
+        w.services->Text3->setText("cups.service");
         w.Text1->clear();
-        w.Text4->setText("Stopped");
+        w.services->Text4->setText("Stopped");
         check(false, false);
     }
 };

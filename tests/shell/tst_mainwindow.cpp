@@ -57,7 +57,7 @@ private slots:
         // The first scan ran at the end of start-up and enabled the immediate check.
         QVERIFY(w.Command9->isEnabled());
         QVERIFY(w.mnuChecknow->isEnabled());
-        QVERIFY(!w.Timer1->isEnabled());
+        QVERIFY(!w.services->Timer1->isEnabled());
         QVERIFY(!w.Timer6->isEnabled());
         QVERIFY(w.Timer9->isEnabled());
         QCOMPARE(w.Timer5->interval(), 1000);
@@ -83,9 +83,9 @@ private slots:
         WindowFixture f;
         f.writeFile("Interval", {"15", "garbage"});
         QString seen;
-        shell::MainWindow w(f.sim.platform());
-        w.onCheckInterval = [&](const QString& i) { seen = i; };
-        w.load();
+        auto& w = f.create();
+        QObject::connect(&w, &shell::MainWindow::scanDue, [&](const QString& i) { seen = i; });
+        f.program->load();
         QVERIFY(!w.Command9->isEnabled());
         QVERIFY(!w.mnuChecknow->isEnabled());
         QCOMPARE(w.Timer5->interval(), 0);
@@ -176,7 +176,7 @@ private slots:
         QCOMPARE(f.readBytes("Computerlist"), writesFiles ? QByteArray("OLD\r\nADMINPC\r\n") : QByteArray("OLD\r\n"));
         if (writesFiles)
             QCOMPARE(f.sim.net.cancelled, QStringList{"OLD"}); // never the local computer
-        for (platform::Timer* t : {w.Timer1, w.Timer2, w.Timer5, w.Timer6, w.Timer8, w.Timer9})
+        for (platform::Timer* t : {w.services->Timer1, w.services->Timer2, w.Timer5, w.Timer6, w.Timer8, w.Timer9})
             QVERIFY(!t->isEnabled());
     }
 
@@ -289,7 +289,7 @@ private slots:
         {
             WindowFixture f;
             auto& w = f.start();
-            w.Command2->click();
+            w.services->Command2->click();
             QCOMPARE(f.sim.boxes.texts(), QStringList{"No servers listet, please add servers to be monitored"});
         }
         WindowFixture g;
@@ -298,26 +298,26 @@ private slots:
         g.sim.services.addService("UP", {.name = "cron.service", .displayName = "Regular background jobs",
                                          .state = platform::svcstate::running});
         auto& w = g.start();
-        w.setupWindow()->ListView1->addTopLevelItem(new QTreeWidgetItem({"old"}));
+        g.program->setupWindow()->ListView1->addTopLevelItem(new QTreeWidgetItem({"old"}));
 
         w.ListView2->setCurrentItem(w.ListView2->topLevelItem(1));
         w.selectServer();
         QCOMPARE(w.Text1->text(), QStringLiteral("DOWN"));
-        w.Text3->setText("x");
-        w.Command2->click();
+        w.services->Text3->setText("x");
+        w.services->Command2->click();
         QCOMPARE(g.sim.boxes.texts().last(), QStringLiteral("Selected Server is not available, can not show Services !"));
-        QCOMPARE(w.Label1->text(), QStringLiteral("Services:"));
-        QCOMPARE(w.Text3->text(), QString());
-        QCOMPARE(w.setupWindow()->ListView1->topLevelItemCount(), 0);
+        QCOMPARE(w.services->Label1->text(), QStringLiteral("Services:"));
+        QCOMPARE(w.services->Text3->text(), QString());
+        QCOMPARE(g.program->setupWindow()->ListView1->topLevelItemCount(), 0);
         QVERIFY(g.sim.services.calls().isEmpty());
 
         w.ListView2->setCurrentItem(w.ListView2->topLevelItem(0));
         w.selectServer();
-        w.Command2->click();
-        QCOMPARE(w.Label1->text(), QStringLiteral("All Registered Services on : UP"));
-        QCOMPARE(w.ListView1->topLevelItemCount(), 1);
+        w.services->Command2->click();
+        QCOMPARE(w.services->Label1->text(), QStringLiteral("All Registered Services on : UP"));
+        QCOMPARE(w.services->ListView1->topLevelItemCount(), 1);
         w.mnushowactive->trigger();
-        QCOMPARE(w.Label1->text(), QStringLiteral("Active Services on : UP"));
+        QCOMPARE(w.services->Label1->text(), QStringLiteral("Active Services on : UP"));
     }
 
     void browseAddsAtOnceAndLocalWaitsForTheExit()
@@ -344,12 +344,11 @@ private slots:
         w.Command10->click();
         QCOMPARE(serverNames(w), (QStringList{"NEWHOST", "ADMINPC"}));
         QCOMPARE(serverIcons(w), (QList<int>{8, 7})); // shown reachable without a ping
-        QCOMPARE(w.Combo1->currentText(), QStringLiteral("ADMINPC"));
         QCOMPARE(w.Text1->text(), QStringLiteral("ADMINPC"));
         QCOMPARE(f.readBytes("Computerlist"), QByteArray("NEWHOST\r\n"));
         w.Command10->click();
         QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Item already exists !"));
-        QCOMPARE(w.Combo1->count(), 1);
+        QCOMPARE(w.Combo1->count(), 0); // not monitored
     }
 
     void rightClickOnServerList()
@@ -364,7 +363,7 @@ private slots:
         QVERIFY(w.mnuaddserver->isEnabled());
         w.mnushowmonitor->hide();
 
-        w.addServer("SRV9", 7);
+        f.program->servers.add("SRV9", false);
         w.ListView2->setCurrentItem(nullptr);
         rightClick(w.ListView2, nullptr);
         QCOMPARE(f.sim.boxes.texts(), QStringList{"Please select an Item "});
@@ -384,17 +383,19 @@ private slots:
         w.Text9->setText("admin");
         w.Text8->setText("secret");
         f.sim.net.result = 1326;
-        w.validate("SRV1");
+        f.program->connections.validate("SRV1");
         f.sim.net.result = 0;
-        w.validate("SRV2");
+        f.program->connections.validate("SRV2");
         QCOMPARE(f.sim.boxes.texts(), (QStringList{"ERROR: 1326   Connection to Server:  SRV1  Failed!        ",
                                                     "Net Connection to  SRV2  Successful!        "}));
         QCOMPARE(int(f.sim.boxes.shown[0].icon), int(MsgIcon::Exclamation));
         QCOMPARE(int(f.sim.boxes.shown[1].icon), int(MsgIcon::Information));
         QCOMPARE(f.sim.net.last_user, QStringLiteral("admin"));
         QCOMPARE(f.sim.net.last_password, QStringLiteral("secret"));
-        w.unvalidate(w.state.localcomputer);
-        w.unvalidate("SRV1");
+        // The local computer's connection is never closed, however its name is spelled.
+        f.program->connections.unvalidate(w.state.localcomputer.toLower());
+        f.program->connections.unvalidate(w.state.localcomputer.toUpper());
+        f.program->connections.unvalidate("SRV1");
         QCOMPARE(f.sim.net.cancelled, QStringList{"SRV1"});
         // The service manager's connection through it is dropped as well.
         QCOMPARE(f.sim.services.calls().filter("disconnect"), QStringList{"disconnect SRV1"});

@@ -32,10 +32,17 @@ QByteArray WindowFixture::readBytes(const QString& name) const
 
 bool WindowFixture::fileExists(const QString& name) const { return QFile::exists(path(name)); }
 
+shell::MainWindow& WindowFixture::create()
+{
+    program = std::make_unique<shell::Program>(sim.platform());
+    window = program->window.get();
+    return *window;
+}
+
 shell::MainWindow& WindowFixture::start()
 {
-    window = std::make_unique<shell::MainWindow>(sim.platform());
-    window->load();
+    create();
+    program->load();
     sim.clock.advance(1000);
     return *window;
 }

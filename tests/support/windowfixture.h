@@ -3,6 +3,9 @@
 // services, and the main window started on them.
 #include "platform/sim/simplatform.h"
 #include "shell/mainwindow.h"
+#include "shell/program.h"
+#include "platform/icons.h"
+#include "servicecontrol/servicecontrol.h"
 
 #include <QTemporaryDir>
 #include <memory>
@@ -22,12 +25,15 @@ public:
     bool fileExists(const QString& name) const;
     QString path(const QString& name) const;
 
-    // Creates the main window and runs its start-up, including the second's pause.
+    // Builds the program and runs its start-up, including the second's pause.
     shell::MainWindow& start();
+    // Builds the program without starting it.
+    shell::MainWindow& create();
 
     platform::sim::SimPlatform sim;
     QTemporaryDir dir;
-    std::unique_ptr<shell::MainWindow> window;
+    std::unique_ptr<shell::Program> program;
+    shell::MainWindow* window = nullptr;
 };
 
 // "a\r\nb\r\n" for {"a", "b"}.

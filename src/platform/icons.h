@@ -5,7 +5,9 @@
 // server unreachable.
 #include <QIcon>
 
-namespace velmora::shell {
+class QTreeWidgetItem;
+
+namespace velmora::platform {
 
 QIcon imageListIcon(int index);
 // A server icon while its first reachability check is still running.
@@ -13,4 +15,8 @@ QIcon pendingServerIcon(bool monitored);
 // The program's own icon (window and tray).
 QIcon programIcon();
 
-} // namespace velmora::shell
+// The image-list number a list item shows (0: none), kept with the item so it can be read back.
+int itemIcon(const QTreeWidgetItem* item);
+void setItemIcon(QTreeWidgetItem* item, int index);
+
+} // namespace velmora::platform

@@ -1,11 +1,13 @@
-#include "shell/icons.h"
+#include "platform/icons.h"
+
+#include <QTreeWidgetItem>
 
 #include <QHash>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPixmap>
 
-namespace velmora::shell {
+namespace velmora::platform {
 
 namespace {
 
@@ -158,4 +160,19 @@ QIcon programIcon()
     return imageListIcon(9);
 }
 
-} // namespace velmora::shell
+namespace {
+constexpr int kIconRole = Qt::UserRole + 1;
+}
+
+int itemIcon(const QTreeWidgetItem* item)
+{
+    return item ? item->data(0, kIconRole).toInt() : 0;
+}
+
+void setItemIcon(QTreeWidgetItem* item, int index)
+{
+    item->setData(0, kIconRole, index);
+    item->setIcon(0, index > 0 ? imageListIcon(index) : QIcon());
+}
+
+} // namespace velmora::platform

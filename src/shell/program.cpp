@@ -1,0 +1,131 @@
+#include "shell/program.h"
+
+#include "actions/dispatcher.h"
+#include "actions/mailing.h"
+#include "joblog/alertwindow.h"
+#include "joblog/logandalerts.h"
+#include "monitoring/alertsetupwindow.h"
+#include "monitoring/checkcycle.h"
+#include "monitoring/setupwindow.h"
+#include "servicecontrol/servicecontrol.h"
+#include "shell/mainwindow.h"
+
+#include <QAction>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTreeWidget>
+
+namespace velmora::shell {
+
+Program::Program(const platform::Platform& platform)
+    : monitored(*platform.files, [this](const QString& name) { return state.file(name); }),
+      connections(*platform.net, *platform.services, *platform.boxes)
+{
+    state.platform = platform;
+    services = new servicecontrol::ServiceControl(state, servers, listing, connections);
+    window = std::make_unique<MainWindow>(state, servers, monitored, services, connections);
+    MainWindow* w = window.get();
+
+    logandalerts = new joblog::LogAndAlerts(state, w->Timer6, w);
+    logandalerts->setParent(w);
+    dispatcher = new actions::ActionDispatcher(state, w->Timer6, {}, w);
+    mailing = new actions::Mailing(state, w, w);
+    checkcycle = new monitoring::CheckCycle(state, servers, monitored, logandalerts->joblog(), *dispatcher,
+                                            *logandalerts, w);
+    connectJobLog();
+    connectMailing();
+    connectMonitoring();
+}
+
+Program::~Program() = default;
+
+void Program::load() { window->load(); }
+
+monitoring::SetupWindow* Program::setupWindow()
+{
+    if (!setupWindow_) {
+        setupWindow_ = new monitoring::SetupWindow(state, servers, monitored, *services, listing, *dispatcher,
+                                                   window.get());
+        // The scheduler goes by the interval the setup window shows.
+        QObject::connect(setupWindow_, &monitoring::SetupWindow::intervalShown, checkcycle,
+                         &monitoring::CheckCycle::setIntervalCaption);
+        checkcycle->setIntervalCaption(setupWindow_->Label5->text());
+        QObject::connect(setupWindow_, &monitoring::SetupWindow::emailOptionsRequested, mailing,
+                         &actions::Mailing::showOptions);
+    }
+    return setupWindow_;
+}
+
+void Program::connectJobLog()
+{
+    MainWindow* w = window.get();
+    joblog::LogAndAlerts* m = logandalerts;
+    QObject::connect(w->mnushowlogfile, &QAction::triggered, m, [m] { m->joblog().showlogfile(); });
+    QObject::connect(w->mnudeletelogfile, &QAction::triggered, m, [m] { m->joblog().deletelogfile(); });
+    QObject::connect(w->Command12, &QPushButton::clicked, m, &joblog::LogAndAlerts::resetalert);
+    QObject::connect(w->traymnuresetalert, &QAction::triggered, m, &joblog::LogAndAlerts::resetalert);
+    QObject::connect(m, &joblog::LogAndAlerts::checkServicesNowRequested, w->Command9, &QPushButton::click);
+    QObject::connect(m, &joblog::LogAndAlerts::gotoServiceRequested, w, &MainWindow::gotoService);
+    QObject::connect(w, &MainWindow::localComputerNameRead, m, [m] {
+        if (joblog::AlertWindow* f = m->loadedAlertwindow())
+            f->Text1->clear();
+    });
+}
+
+void Program::connectMailing()
+{
+    MainWindow* w = window.get();
+    actions::Mailing* m = mailing;
+    joblog::LogAndAlerts* alerts = logandalerts;
+    m->appendjobline = [alerts](const QString& line) { return alerts->joblog().appendjobline(line); };
+    m->alertBusy = [alerts](bool busy) {
+        if (QWidget* alert = alerts->loadedAlertwindow()) {
+            if (busy)
+                alert->setCursor(Qt::WaitCursor);
+            else
+                alert->unsetCursor();
+        }
+    };
+    m->hideSetupAlert = [this] {
+        if (setupWindow_)
+            setupWindow_->alertSetup()->hide();
+    };
+    m->connectTo(*dispatcher);
+    QObject::connect(w->mnusetemailoptions, &QAction::triggered, m, &actions::Mailing::showOptions);
+    QObject::connect(w, &MainWindow::mailProfileCheckDue, m, &actions::Mailing::checkmailprofile);
+}
+
+void Program::connectMonitoring()
+{
+    MainWindow* w = window.get();
+    monitoring::CheckCycle* c = checkcycle;
+    QObject::connect(w->Timer5, &platform::Timer::timeout, c, &monitoring::CheckCycle::timer5Tick);
+    QObject::connect(w->Command9, &QPushButton::clicked, c, &monitoring::CheckCycle::checkNow);
+    QObject::connect(c, &monitoring::CheckCycle::nextScanSet, w, [w] {
+        w->unsetCursor();
+        w->Command9->setEnabled(true);
+        w->mnuChecknow->setEnabled(true);
+    });
+    QObject::connect(w, &MainWindow::intervalRead, w, [this](const QString& interval) {
+        setupWindow()->showInterval(interval);
+    });
+    QObject::connect(w, &MainWindow::scanDue, c, [this] { checkcycle->checkintervall(setupWindow()->Label5->text()); });
+    QObject::connect(w, &MainWindow::monitorSetupRequested, w, [this](const QString& server) {
+        window->Text1->setText(server);
+        setupWindow()->openFor(window->Text1->text());
+    });
+    QObject::connect(services, &servicecontrol::ServiceControl::monitorServiceRequested, w, [this] {
+        const QTreeWidgetItem* chosen = services->ListView1->currentItem();
+        if (!chosen)
+            return;
+        const QString display = chosen->text(0);
+        const QString server = window->selectedServer();
+        window->Text1->setText(server);
+        setupWindow()->monitorService(window->Text1->text(), display);
+    });
+}
+
+} // namespace velmora::shell

@@ -1,0 +1,57 @@
+#pragma once
+// The program as a whole: builds every module once, hands each its collaborators, and connects
+// what one module tells to what another does. Nothing else builds modules or wires them.
+#include "core/monitoredservices.h"
+#include "core/runstate.h"
+#include "core/serverlist.h"
+#include "platform/platform.h"
+#include "servicecontrol/connections.h"
+#include "servicecontrol/servicelisting.h"
+
+#include <memory>
+
+namespace velmora::actions { class ActionDispatcher; class Mailing; }
+namespace velmora::joblog { class LogAndAlerts; }
+namespace velmora::monitoring { class CheckCycle; class SetupWindow; }
+namespace velmora::servicecontrol { class ServiceControl; }
+
+namespace velmora::shell {
+
+class MainWindow;
+
+class Program {
+public:
+    explicit Program(const platform::Platform& platform);
+    ~Program();
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    // The start-up sequence of the main window.
+    void load();
+
+    core::RunState state;
+    core::ServerList servers;
+    core::MonitoredServices monitored;
+    servicecontrol::ServiceListing listing;
+    servicecontrol::Connections connections;
+
+    // Owned by the main window (its children) from here on.
+    servicecontrol::ServiceControl* services = nullptr;
+    std::unique_ptr<MainWindow> window;
+    joblog::LogAndAlerts* logandalerts = nullptr;
+    actions::ActionDispatcher* dispatcher = nullptr;
+    actions::Mailing* mailing = nullptr;
+    monitoring::CheckCycle* checkcycle = nullptr;
+
+    // Form2, the monitoring setup window, created on first use.
+    monitoring::SetupWindow* setupWindow();
+
+private:
+    void connectJobLog();
+    void connectMonitoring();
+    void connectMailing();
+
+    monitoring::SetupWindow* setupWindow_ = nullptr;
+};
+
+} // namespace velmora::shell
