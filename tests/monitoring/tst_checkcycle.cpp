@@ -1,3 +1,7 @@
+#include "actions/actionrunner.h"
+#include "core/monitoredservices.h"
+#include "core/serverlist.h"
+#include "joblog/alertsink.h"
 #include "joblog/alertwindow.h"
 #include "joblog/logandalerts.h"
 #include "monitoring/checkcycle.h"
@@ -7,6 +11,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QTest>
 #include <QTreeWidget>
 #include <algorithm>
@@ -109,6 +114,41 @@ const QStringList kFirstScan{
     "FILE4\tsmbd.service\tPaused",
 };
 
+// The alert sink and the action runner of a scan built without a window: both write what they
+// are told into one journal, and the runner holds each action list until the test ends it.
+struct Journal : joblog::AlertSink, actions::ActionRunner {
+    QStringList events;
+    std::vector<std::function<void()>> held;
+
+    void beginTimedScan() override { events << "begin"; }
+    void beginImmediateCheck() override { events << "begin immediate"; }
+    void showNextScan(const QDateTime&) override {}
+    void showalertwindow() override {}
+    void addalertrow(const QString& server, const QString& service, const QString& state,
+                     const QString& actions) override
+    {
+        events << QStringList{"row", server, service, state, actions.trimmed()}.join('|');
+    }
+    void addcheckrow(const QString& server, const QString& service, const QString& shown, const QString&,
+                     bool red) override
+    {
+        events << QStringList{"check", server, service, shown, red ? "red" : ""}.join('|');
+    }
+    void updatelogsize(joblog::SizeCaption) override {}
+    void updatelogsizecolour() override {}
+    void runactions(const QString& server, const core::MonitoredService& record, std::function<void()> done) override
+    {
+        events << QStringList{"act", server, record.servicename}.join('|');
+        held.push_back(std::move(done));
+    }
+    void endActions()
+    {
+        auto done = std::move(held.front());
+        held.erase(held.begin());
+        done();
+    }
+};
+
 } // namespace
 
 class TestCheckCycle : public QObject {
@@ -142,6 +182,43 @@ private slots:
         f.sim.clock.advance(1000);
         QCOMPARE(logLines(f), kFirstScan + kFirstScan);
         QCOMPARE(alertRows(f).size(), 4);
+    }
+
+    // The scan on its own: run state, server list, files, job log, and the recording sink and
+    // runner. A failure's actions hold the scan; nothing after it is applied until they end.
+    void aScanNeedsNoWindowAndWaitsForEachFailuresActions()
+    {
+        Fleet f; // the files and the simulated fleet; no program and no window are built
+        core::RunState state;
+        state.platform = f.sim.platform();
+        state.datafolder = f.dir.path();
+        core::ServerList servers;
+        for (const char* name : {"WEB1", "DB2", "LAB3", "FILE4"})
+            servers.add(name, true);
+        servers.setMaintenance("LAB3", true);
+        core::MonitoredServices monitored(*state.platform.files, [&](const QString& n) { return state.file(n); });
+        joblog::JobLog log(state.platform, [&] { return state.datafolder; });
+        log.ensurejoblog();
+        Journal journal;
+        monitoring::CheckCycle cycle(state, servers, monitored, log, journal, journal);
+        QSignalSpy finished(&cycle, &monitoring::CheckCycle::scanFinished);
+
+        cycle.trigger();
+        QCOMPARE(journal.events, (QStringList{"begin", "row|WEB1|nginx.service|Stopped|Alert", "act|WEB1|nginx.service"}));
+        QCOMPARE(logLines(f), QStringList{"WEB1\tnginx.service\tStopped"});
+        QVERIFY(cycle.scanRunning());
+        journal.endActions();
+        QCOMPARE(journal.events.mid(3), (QStringList{"row|FILE4|smbd.service|Paused|", "act|FILE4|smbd.service"}));
+        QCOMPARE(logLines(f), (QStringList{"WEB1\tnginx.service\tStopped", "WEB1\tcron.service\tRunning",
+                                           "DB2\tCould not reach Server, Server not available.",
+                                           "LAB3\tServer is in Maintenance Mode", "FILE4\tsmbd.service\tPaused"}));
+        QCOMPARE(finished.count(), 0);
+        journal.endActions();
+        QCOMPARE(finished.count(), 1);
+        QVERIFY(!cycle.scanRunning());
+        QCOMPARE(servers.find("DB2")->icon(), 10);
+        QCOMPARE(servers.find("WEB1")->icon(), 9);
+        QCOMPARE(state.lasterror, QStringLiteral("Could not reach Server, Server not available."));
     }
 
     void answersInAnyOrderGiveTheSameLog()

@@ -582,6 +582,82 @@ private slots:
         QCOMPARE(f.lines("SRV1").first(), QStringLiteral("Print Spooler;spooler;Alert;;;;;"));
     }
 
+    // The main window re-lists the server's services while Form2 is open: each row Form2 shows
+    // still carries its own key, so the record names the unit the user picked.
+    void relistingWhileOpenKeepsEachRowsKey()
+    {
+        Fleet f;
+        f.open();
+        QCOMPARE(f.form2().ListView1->topLevelItemCount(), 4);
+        f.w().services->Command6->click(); // "Show active Services"
+        QTRY_COMPARE(f.w().services->ListView1->topLevelItemCount(), 3);
+        for (const QString display : {QStringLiteral("Print Spooler Extra"),
+                                      QStringLiteral("Regular background program processing daemon")}) {
+            f.selectService(display);
+            f.form2().Command1->click();
+            f.addAction("Alert");
+            f.form3().Command1->click();
+        }
+        f.form2().Command3->click();
+        QCOMPARE(f.lines("SRV1").mid(0, 2),
+                 (QStringList{"Print Spooler Extra;spoolx;Alert;;;;;",
+                              "Regular background program processing daemon;cron;Alert;;;;;"}));
+    }
+
+    // Servers the timed scan passes over (in maintenance, or the unended last line of a
+    // hand-edited list) are still monitored servers: storing another server keeps them.
+    void serversTheScanSkipsSurviveOk()
+    {
+        Fleet f({"SRV1", "SRV2\tmonitored", "SRV3\tmonitored"}, false);
+        f.writeBytes("Computers", "SRV2\r\nSRV3");
+        f.writeFile("SRV2", QStringList{"Print Spooler;spooler;Alert;;;;;"} + emptyBlock());
+        f.writeFile("SRV3", QStringList{"Print Spooler;spooler;Alert;;;;;"} + emptyBlock());
+        f.launch();
+        f.program->servers.setMaintenance("SRV2", true);
+        f.addService();
+        f.addAction("Alert");
+        f.form3().Command1->click();
+        f.form2().Command3->click();
+        QCOMPARE(f.readBytes("Computers"), QByteArray("SRV2\r\nSRV3\r\nSRV1\r\n"));
+        QCOMPARE(f.lines("SRV2").first(), QStringLiteral("Print Spooler;spooler;Alert;;;;;"));
+    }
+
+    // A write that fails shows a box naming the file, keeps Form2 open with what the user chose,
+    // and leaves the old file whole; OK once the disk is back stores it all.
+    void failedWriteKeepsTheDialogAndTheOldFile()
+    {
+        using Op = platform::sim::SimTextFiles::Op;
+        for (const QString failing : {QStringLiteral("Interval"), QStringLiteral("SRV1"), QStringLiteral("Computers")}) {
+            Fleet f({"SRV1", "SRV2\tmonitored"}, false);
+            const QByteArray computers = test::crlf({"SRV2"});
+            const QByteArray srv1 = test::crlf(QStringList{"Print Spooler;spooler;Alert;;;;;"} + emptyBlock());
+            const QByteArray interval = test::crlf({"30"});
+            f.writeBytes("Computers", computers);
+            f.writeBytes("SRV1", srv1);
+            f.writeBytes("Interval", interval);
+            f.launch();
+            f.addService();
+            f.addAction("Restart Service");
+            f.form3().Command1->click();
+            f.sim.files.failOn(Op::Write, failing);
+            f.form2().Command3->click();
+            QVERIFY2(f.form2().isVisible(), qPrintable(failing));
+            QCOMPARE(f.form2().entries().size(), size_t(2));
+            QCOMPARE(f.sim.boxes.shown.size(), 1);
+            const auto& box = f.sim.boxes.shown.first();
+            QCOMPARE(box.title, QStringLiteral("Velmora"));
+            QCOMPARE(box.icon, MsgIcon::Critical);
+            QVERIFY2(box.text.contains(f.path(failing)), qPrintable(box.text));
+            QCOMPARE(f.readBytes(failing), failing == "Interval" ? interval : failing == "SRV1" ? srv1 : computers);
+            f.sim.files.clearFailures();
+            f.form2().Command3->click();
+            QVERIFY(!f.form2().isVisible());
+            QCOMPARE(f.lines("SRV1").mid(0, 2), (QStringList{"Print Spooler;spooler;Alert;;;;;",
+                                                             "CUPS Scheduler;cups;Restart Service;;;;;"}));
+            QCOMPARE(f.readBytes("Computers"), QByteArray("SRV2\r\nSRV1\r\n"));
+        }
+    }
+
     void cancelStoresNothingButTheIntervalStays()
     {
         Fleet f;
