@@ -7,6 +7,8 @@
 #include "joblog/joblog.h"
 #include "servicecontrol/statetext.h"
 
+#include <algorithm>
+
 namespace velmora::monitoring {
 
 using platform::MsgIcon;
@@ -63,7 +65,11 @@ struct CheckCycle::Server {
     PingOutcome ping;
     bool checkServices = false; // decided once the pings are in
     bool queried = false;
-    std::vector<ServiceCheck> checks;
+    std::vector<ServiceCheck> checks; // one per record, in file order
+    std::vector<QDateTime> checkedAt; // when each answer was read
+    // An action of this scan ran on the server after the answers of the records still to come
+    // were read: they are read again before they are applied.
+    bool stale = false;
     bool headerDone = false;
     size_t nextRecord = 0;
 };
@@ -200,7 +206,7 @@ void CheckCycle::startScan(bool immediate, std::function<void()> done)
                 s.checkServices = reachable;
             }
             if (s.checkServices && !s.records.empty())
-                queryServices(scan, i);
+                queryServices(scan, i, 0);
             else
                 s.queried = true;
         }
@@ -210,21 +216,30 @@ void CheckCycle::startScan(bool immediate, std::function<void()> done)
     });
 }
 
-void CheckCycle::queryServices(const std::shared_ptr<Scan>& scan, size_t index)
+void CheckCycle::queryServices(const std::shared_ptr<Scan>& scan, size_t index, size_t from)
 {
-    const QString computer = scan->servers[index].name;
+    Server& server = scan->servers[index];
+    server.queried = false;
+    const QString computer = server.name;
     QStringList keys;
-    for (const auto& r : scan->servers[index].records)
-        keys << r.servicename;
+    for (size_t n = from; n < server.records.size(); ++n)
+        keys << server.records[n].servicename;
     platform::ServiceManager* sm = state_.platform.services;
-    state_.platform.worker->run(this, [this, scan, index, computer, keys, sm]() -> std::function<void()> {
+    platform::Clock* clock = state_.platform.clock;
+    state_.platform.worker->run(this, [this, scan, index, from, computer, keys, sm, clock]() -> std::function<void()> {
         std::vector<ServiceCheck> checks;
+        std::vector<QDateTime> times;
         checks.reserve(size_t(keys.size()));
-        for (const QString& key : keys)
+        for (const QString& key : keys) {
             checks.push_back(servicecontrol::openAndQuery(*sm, computer, key));
-        return [this, scan, index, checks = std::move(checks)] {
+            times.push_back(clock->now());
+        }
+        return [this, scan, index, from, checks = std::move(checks), times = std::move(times)] {
             Server& s = scan->servers[index];
-            s.checks = checks;
+            s.checks.resize(s.records.size());
+            s.checkedAt.resize(s.records.size());
+            std::copy(checks.begin(), checks.end(), s.checks.begin() + qsizetype(from));
+            std::copy(times.begin(), times.end(), s.checkedAt.begin() + qsizetype(from));
             s.queried = true;
             if (scan_ == scan && scan->pingsIn && !scan->waitingForActions)
                 advance();
@@ -259,6 +274,13 @@ void CheckCycle::advance()
             continue;
         }
         while (s.nextRecord < s.records.size()) {
+            if (s.stale) {
+                // What an action just did (a restart that pulled up a dependency, say) shows in
+                // the services still to come: read them again, now.
+                s.stale = false;
+                queryServices(scan, scan->current, s.nextRecord);
+                return;
+            }
             const size_t n = s.nextRecord++;
             const core::MonitoredService& record = s.records[n];
             state_.currentservice = record.servicename;
@@ -266,7 +288,7 @@ void CheckCycle::advance()
                 monitorimmediate(s, record, s.checkServices ? &s.checks[n] : nullptr);
                 continue;
             }
-            if (monitorservice(scan, s, record, s.checks[n]))
+            if (monitorservice(scan, s, record, s.checks[n], s.checkedAt[n]))
                 return;
         }
         ++scan->current;
@@ -275,18 +297,19 @@ void CheckCycle::advance()
 }
 
 bool CheckCycle::monitorservice(const std::shared_ptr<Scan>& scan, Server& s, const core::MonitoredService& record,
-                                const ServiceCheck& c)
+                                const ServiceCheck& c, const QDateTime& checkedAt)
 {
     log_.ensurejoblog();
     const QString result = checkResultText(c, false);
     if (c.failed()) {
-        log_.appendjobline(joblog::checkLineText(log_.now(), s.name, record.servicename, result));
+        log_.appendjobline(joblog::checkLineText(checkedAt, s.name, record.servicename, result));
         state_.lasterror = result;
         return false;
     }
     if (!result.isEmpty())
         state_.currentstate = result;
-    log_.appendjobline(joblog::checkLineText(log_.now(), s.name, record.servicename, state_.currentstate));
+    // The line carries the time the state was read, not the time it is written.
+    log_.appendjobline(joblog::checkLineText(checkedAt, s.name, record.servicename, state_.currentstate));
     if (state_.currentstate == kRunning)
         return false;
     alerts_.updatelogsize(joblog::SizeCaption::CheckRun);
@@ -294,6 +317,8 @@ bool CheckCycle::monitorservice(const std::shared_ptr<Scan>& scan, Server& s, co
         alerts_.showalertwindow();
     alerts_.addalertrow(s.name, record.servicename, state_.currentstate, joinactions(record));
     scan->waitingForActions = true;
+    if (std::any_of(record.actions.begin(), record.actions.end(), [](const QString& a) { return !a.isEmpty(); }))
+        s.stale = true;
     // Actions that end inside the call (an alert, say) let the scan go on; those that end later
     // resume it from their completion.
     auto insideCall = std::make_shared<bool>(true);

@@ -88,13 +88,14 @@ private:
     struct Server;
     struct Scan;
     void startScan(bool immediate, std::function<void()> done);
-    void queryServices(const std::shared_ptr<Scan>& scan, size_t index);
+    // Reads the states of a server's services from record `from` on, off the user-interface thread.
+    void queryServices(const std::shared_ptr<Scan>& scan, size_t index, size_t from);
     void advance();
     void visitServer(Server& server);
     // The timed check of one service: its check line, and for a failure the alert row and the
     // actions. Returns true when it waits for the actions to end.
     bool monitorservice(const std::shared_ptr<Scan>& scan, Server& server, const core::MonitoredService& record,
-                        const ServiceCheck& check);
+                        const ServiceCheck& check, const QDateTime& checkedAt);
     // The immediate check of one service: the server's icon, the alert row, the report.
     void monitorimmediate(Server& server, const core::MonitoredService& record, const ServiceCheck* check);
     void finishScan();

@@ -261,6 +261,12 @@ private slots:
                                                   "LAB3\tlab.service\tRunning",
                                                   "FILE4\tsmbd.service\tQuery Service Status failed.   Error  5"}));
         QVERIFY(!f.program->checkcycle->scanRunning());
+        // A check line carries the time its state was read: FILE4 was asked with WEB1, before
+        // the restart's wait; DB2's server line is written after it.
+        const QStringList stamped = QString::fromUtf8(f.readBytes("Jobs.log")).split("\r\n", Qt::SkipEmptyParts);
+        const auto stamp = [](const QString& line) { return line.section('\t', 0, 0); };
+        QCOMPARE(stamp(stamped.last()), stamp(stamped.first()));
+        QVERIFY(stamp(stamped.at(3)) != stamp(stamped.first()));
     }
 
     void aScanIsNeverStartedTwiceAndNoneIsLost()

@@ -3,6 +3,7 @@
 // the scan after that finds it running again.
 #include "joblog/alertwindow.h"
 #include "joblog/logandalerts.h"
+#include "monitoring/checkcycle.h"
 #include "platform/linux/systemdservices.h"
 #include "support/mockbus.h"
 #include "support/windowfixture.h"
@@ -90,6 +91,47 @@ private slots:
         QCOMPARE(logWithoutTimes(f).mid(6), (QStringList{"TESTHOST\tweb.service\tRunning", "TESTHOST\tcron.service\tRunning"}));
         w.Command12->click(); // Reset Alert
         QVERIFY(!w.Timer6->isEnabled());
+    }
+
+    // Restarting one unit pulls up another that it requires: the scan reads the second unit
+    // again after the restart and finds it running, so it is neither alerted nor restarted.
+    void aRestartThatPullsUpADependencyIsSeenByTheRestOfTheScan()
+    {
+        if (const QString missing = testsupport::mockBusMissing(); !missing.isEmpty())
+            QSKIP(qPrintable(missing));
+        MockSystemdBus bus;
+        const QString error = bus.start(QStringLiteral(R"([
+ {"name": "app.service", "description": "Application", "state": "inactive", "requires": ["db.service"]},
+ {"name": "db.service", "description": "Database", "state": "inactive"}
+])"));
+        QVERIFY2(error.isEmpty(), qPrintable(error));
+        platform::SystemdServices::Options options;
+        options.localAddress = bus.address();
+        options.localName = QStringLiteral("testhost");
+        options.controlPath = [](const QString&) { return QString(); };
+        platform::SystemdServices systemd(options);
+
+        test::WindowFixture f;
+        f.sim.system.computer_name = "testhost";
+        f.sim.icmp.addComputer("TESTHOST", "127.0.0.1", 0);
+        f.writeFile("Computerlist", {"TESTHOST\tmonitored"});
+        f.writeFile("Computers", {"TESTHOST"});
+        f.writeFile("TESTHOST", {"Application;app.service;Restart Service;;;;", "Database;db.service;Restart Service;;;;",
+                                 "[Properties:]", "[EOF]"});
+        f.writeFile("Interval", {"30"});
+        auto p = f.sim.platform();
+        p.services = &systemd;
+        f.program = std::make_unique<shell::Program>(p);
+        f.window = f.program->window.get();
+        f.program->load();
+        f.sim.clock.advance(1000);
+        QTRY_COMPARE(logWithoutTimes(f), QStringList{"TESTHOST\tapp.service\tStopped"});
+        f.sim.clock.advance(5000); // the restart's wait
+        QTRY_VERIFY(!f.program->checkcycle->scanRunning());
+        QCOMPARE(logWithoutTimes(f), (QStringList{"TESTHOST\tapp.service\tStopped",
+                                                  "Attemp to restart service : app.service Successfull",
+                                                  "TESTHOST\tdb.service\tRunning"}));
+        QCOMPARE(f.program->logandalerts->alertwindow()->ListView1->topLevelItemCount(), 1);
     }
 };
 
