@@ -32,6 +32,7 @@ inline constexpr int ok = 0;
 inline constexpr int accessDenied = 5;              // no right, or no authenticated connection yet
 inline constexpr int invalidHandle = 6;             // the handle's open failed or it is closed
 inline constexpr int moreData = 234;                // the classic size query found records
+inline constexpr int ioPending = 997;               // a start or stop job is still running
 inline constexpr int dependentServicesRunning = 1051;
 inline constexpr int invalidServiceControl = 1052;  // the service refuses to be stopped by hand
 inline constexpr int requestTimeout = 1053;         // the manager or the job did not answer in time
@@ -148,16 +149,27 @@ public:
     // services it depends on. 0, 5, 6, 1060, 1722, 1053.
     virtual EnumResult enumerateDependents(const ServiceHandle& service, int stateFilter) = 0;
 
-    // Starts the service and its dependencies. The real backend waits for the job to end; a
-    // simulated one may leave the service start-pending for a while.
-    // 0, 5, 6, 1056 (not stopped), 1058 (disabled), 1060, 1064 (it failed), 1068 (a dependency
-    // failed), 1061, 1722, 1053 (no answer, or the job did not end in time).
+    // Asks the manager to start the service and its dependencies and returns as soon as the
+    // request is accepted: the service is then start-pending until it runs or fails, which the
+    // status queries show and jobResult tells.
+    // 0, 5, 6, 1056 (not stopped), 1058 (disabled), 1060, 1064, 1061, 1722, 1053 (no answer).
     virtual int start(const ServiceHandle& service) = 0;
 
-    // Stops the service. Refused with 1051 while services that depend on it run (they are what
+    // Asks the manager to stop the service and returns as soon as the request is accepted.
+    // Refused with 1051 while services that depend on it run (they are what
     // enumerateDependents returns); nothing is stopped for the caller.
     // 0, 5, 6, 1051, 1052, 1060, 1062 (not running), 1064, 1061, 1722, 1053.
     virtual int stop(const ServiceHandle& service) = 0;
+
+    // How the last start or stop that this program asked for on the service ended: 997 while it
+    // still runs; 0 when it ended well, when none was asked for, or once its end has been
+    // reported; else the failure, reported once: 1064 (it failed), 1068 (a dependency failed),
+    // 1053 (it timed out), 1061, and 5, 1722, 1053 for the query itself.
+    virtual int jobResult(const ServiceHandle& service)
+    {
+        (void)service;
+        return svcerror::ok;
+    }
 
     // Drops the cached connection to a computer (after its authenticated connection was closed);
     // the next openManager connects anew.

@@ -30,6 +30,7 @@ namespace {
 const QString kOpenManagerFailed = QStringLiteral("Open Service Manager failed.   Error  ");
 const QString kOpenServiceFailed = QStringLiteral("Open Service failed.   Error  ");
 const QString kQueryStatusFailed = QStringLiteral("Query Service Status failed.   Error  ");
+const QString kControlFailed = QStringLiteral("Control Service failed.   Error  ");
 const QString kListFailed = QStringLiteral("Can not list Services on selected Server,  open Service Manager failed.   Error  ");
 const QString kNoDependents = QStringLiteral("No Dependent Services Running");
 constexpr int kKeyRole = Qt::UserRole + 2;
@@ -444,7 +445,8 @@ void ServiceControl::depservices(int filter, std::function<void()> done)
 void ServiceControl::startCommand()
 {
     emit processing(true);
-    servstart([this] { Timer1->setEnabled(true); });
+    const auto follow = followWhenUnchanged(Command::Start);
+    servstart(follow);
 }
 
 void ServiceControl::stopCommand()
@@ -455,9 +457,24 @@ void ServiceControl::stopCommand()
             QStringLiteral(" on Computer  ") + computer_ + QStringLiteral(" ?        "),
         MsgIcon::Question, MsgButtons::YesNo);
     if (answer == MsgAnswer::Yes)
-        servstop(Text3->text(), [this] { Timer1->setEnabled(true); });
+        servstop(Text3->text(), followWhenUnchanged(Command::Stop));
     else
         emit processing(false);
+}
+
+std::function<void()> ServiceControl::followWhenUnchanged(Command command)
+{
+    // The request runs off the user-interface thread. A service selected meanwhile is what a
+    // one-thing-at-a-time program would have seen after switching Timer1 on, and that
+    // selection switches it off again: so Timer1 follows only a service still selected.
+    const QString service = Text3->text();
+    QTreeWidgetItem* const item = ListView1->currentItem();
+    return [this, command, service, item] {
+        if (Text3->text() != service || ListView1->currentItem() != item)
+            return;
+        following_ = command;
+        Timer1->setEnabled(true);
+    };
 }
 
 void ServiceControl::servstart(std::function<void()> done)
@@ -502,7 +519,7 @@ void ServiceControl::servstop(const QString& service, std::function<void()> done
                     QStringLiteral("Dependent Services are running ! Dependent Services must be stopped first !"),
                     MsgIcon::Exclamation);
             else if (q.controlError != svcerror::ok)
-                box(QStringLiteral("Control Service failed.   Error  "), q.controlError);
+                box(kControlFailed, q.controlError);
             if (done)
                 done();
         };
@@ -513,44 +530,65 @@ void ServiceControl::servstop(const QString& service, std::function<void()> done
 
 void ServiceControl::timer1Tick()
 {
-    // A tick still waiting for its answer is not doubled by the next one.
+    // A tick still waiting for its answer, or showing a box about it, is not doubled by the
+    // next one: a manager that cannot be reached gives one box at a time, not one a second.
     if (tickRunning_)
         return;
     tickRunning_ = true;
     const QString computer = selectedcomputer;
     const QString service = Text3->text();
+    const bool askJob = following_ != Command::None;
     platform::ServiceManager* sm = state_.platform.services;
-    runJob([this, sm, computer, service]() -> std::function<void()> {
-        const ServiceQuery q = openAndQuery(*sm, computer, service);
-        return [this, q] {
+    runJob([this, sm, computer, service, askJob]() -> std::function<void()> {
+        int job = svcerror::ok;
+        const ServiceQuery q = openAndQuery(*sm, computer, service, [&](const platform::ServiceHandle& svc) {
+            if (askJob)
+                job = sm->jobResult(svc);
+        });
+        return [this, q, job, service] {
+            applyTick(q, job, service);
             tickRunning_ = false;
-            if (!Timer1->isEnabled())
-                return; // switched off while the answer was on its way
-            if (q.failed()) {
-                if (q.scmError != svcerror::ok)
-                    box(kOpenManagerFailed, q.scmError);
-                else if (q.serviceError != svcerror::ok)
-                    box(kOpenServiceFailed, q.serviceError);
-                else
-                    box(kQueryStatusFailed, q.statusError);
-                emit processing(false);
-                return;
-            }
-            const QString text = stateText(q.state).value_or(QString());
-            Text4->setText(text);
-            QTreeWidgetItem* item = ListView1->currentItem();
-            const int row = item ? ListView1->indexOfTopLevelItem(item) : -1;
-            const int icon = stateIcon(text);
-            if (row >= 0 && icon > 0)
-                listing_.setIcon(row, icon);
-            emit processing(false);
-            if (text == QStringLiteral("Stopped") && row >= 0) {
-                // The same key name again leaves Text3 unchanged, so the follow-up goes on.
-                Text3->setText(listing_.at(row).key);
-                servicedetails(Text3->text(), [this] { depservices(1); });
-            }
         };
     });
+}
+
+void ServiceControl::applyTick(const ServiceQuery& q, int job, const QString& service)
+{
+    if (!Timer1->isEnabled())
+        return; // switched off while the answer was on its way
+    if (q.failed()) {
+        if (q.scmError != svcerror::ok)
+            box(kOpenManagerFailed, q.scmError);
+        else if (q.serviceError != svcerror::ok)
+            box(kOpenServiceFailed, q.serviceError);
+        else
+            box(kQueryStatusFailed, q.statusError);
+        emit processing(false);
+        return;
+    }
+    const QString text = stateText(q.state).value_or(QString());
+    Text4->setText(text);
+    // Only the row of the service that was asked about takes its icon.
+    QTreeWidgetItem* item = ListView1->currentItem();
+    int row = item ? ListView1->indexOfTopLevelItem(item) : -1;
+    if (row >= 0 && listing_.at(row).key.trimmed() != service.trimmed())
+        row = -1;
+    const int icon = stateIcon(text);
+    if (row >= 0 && icon > 0)
+        listing_.setIcon(row, icon);
+    emit processing(false);
+    if (job != svcerror::ioPending && following_ != Command::None) {
+        // The job has ended; a failure is told once, as the request's own failure would be.
+        const Command command = following_;
+        following_ = Command::None;
+        if (job != svcerror::ok)
+            box(command == Command::Start ? QStringLiteral("Error - ") : kControlFailed, job);
+    }
+    if (text == QStringLiteral("Stopped") && row >= 0) {
+        // The same key name again leaves Text3 unchanged, so the follow-up goes on.
+        Text3->setText(listing_.at(row).key);
+        servicedetails(Text3->text(), [this] { depservices(1); });
+    }
 }
 
 void ServiceControl::timer2Tick()

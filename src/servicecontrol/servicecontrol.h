@@ -97,7 +97,12 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    // The command whose job Timer1 follows, until its end has been seen.
+    enum class Command { None, Start, Stop };
+
     void buildControls();
+    std::function<void()> followWhenUnchanged(Command command);
+    void applyTick(const ServiceQuery& q, int job, const QString& service);
     void fillFromListing();
     void showServiceDetails();
     void applyDetails(const DetailQuery& q);
@@ -116,6 +121,7 @@ private:
     QString computer_;
     int busy_ = 0;
     bool tickRunning_ = false;
+    Command following_ = Command::None;
 };
 
 } // namespace velmora::servicecontrol

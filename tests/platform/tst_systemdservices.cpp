@@ -49,9 +49,20 @@ SystemdServices::Options optionsFor(const MockSystemdBus& bus)
     o.localName = QStringLiteral("testhost");
     o.callTimeoutMs = 3000;
     o.connectTimeoutMs = 3000;
-    o.jobTimeoutMs = 10000;
     o.controlPath = [](const QString&) { return QString(); };
     return o;
+}
+
+// Asks how the last job on the service ended until it has ended.
+int waitForJob(SystemdServices& sm, const ServiceHandle& service)
+{
+    int code = svcerror::ioPending;
+    for (int i = 0; i < 200 && code == svcerror::ioPending; ++i) {
+        code = sm.jobResult(service);
+        if (code == svcerror::ioPending)
+            QTest::qWait(50);
+    }
+    return code;
 }
 
 } // namespace
@@ -198,6 +209,7 @@ private slots:
         const ServiceHandle cups = listing.openService(scm, QStringLiteral("cups.service"));
         QCOMPARE(listing.queryStatus(cups).state, svcstate::stopped);
         QCOMPARE(listing.start(cups), 0);
+        QCOMPARE(waitForJob(listing, cups), 0);
         QCOMPARE(listing.queryStatus(cups).state, svcstate::running);
     }
 
@@ -223,37 +235,37 @@ private slots:
         QCOMPARE(sm.openManager(QStringLiteral("elsewhere")).error, svcerror::accessDenied);
     }
 
-    void startFollowsTheJobAndMapsRefusals()
+    void startAndStopReturnOnceQueuedAndTellHowTheirJobsEnded()
     {
         SystemdServices sm(optionsFor(bus_));
         const ServiceHandle slow = open(sm, QStringLiteral("slow.service"));
         QCOMPARE(sm.start(slow), 0);
-        // The job was followed to its end: the unit is up when start() returns.
+        // The request is queued; the unit is on its way up and the job still runs.
+        QCOMPARE(sm.queryStatus(slow).state, svcstate::startPending);
+        QCOMPARE(sm.jobResult(slow), svcerror::ioPending);
+        QCOMPARE(waitForJob(sm, slow), 0);
         QCOMPARE(sm.queryStatus(slow).state, svcstate::running);
         QCOMPARE(sm.start(slow), svcerror::alreadyRunning);
 
         QCOMPARE(sm.start(open(sm, QStringLiteral("masked.service"))), svcerror::serviceDisabled);
         const ServiceHandle broken = open(sm, QStringLiteral("broken.service"));
-        QCOMPARE(sm.start(broken), svcerror::startFailed);
+        QCOMPARE(sm.start(broken), 0);
+        QCOMPARE(waitForJob(sm, broken), svcerror::startFailed);
+        QCOMPARE(sm.jobResult(broken), 0); // told once
         QCOMPARE(sm.queryStatus(broken).state, svcstate::stopped);
         QCOMPARE(sm.start(open(sm, QStringLiteral("guarded.service"))), svcerror::accessDenied);
 
-        // Stop follows its job as well.
         QCOMPARE(sm.stop(slow), 0);
+        QCOMPARE(sm.queryStatus(slow).state, svcstate::stopPending);
+        QCOMPARE(waitForJob(sm, slow), 0);
         QCOMPARE(sm.queryStatus(slow).state, svcstate::stopped);
         QCOMPARE(sm.stop(slow), svcerror::notActive);
 
-        // A job that outlasts its time-out.
-        QCOMPARE(sm.start(slow), 0);
-        auto impatient = optionsFor(bus_);
-        impatient.jobTimeoutMs = 100;
-        SystemdServices hurried(impatient);
-        QCOMPARE(hurried.stop(open(hurried, QStringLiteral("slow.service"))), svcerror::requestTimeout);
-
-        // A job whose end is not announced is still followed to its end.
+        // A job whose end is not announced is still found to have ended.
         QCOMPARE(bus_.setSilentJobs(true), QString());
         const ServiceHandle cups = open(sm, QStringLiteral("cups.service"));
         QCOMPARE(sm.start(cups), 0);
+        QCOMPARE(waitForJob(sm, cups), 0);
         QCOMPARE(sm.queryStatus(cups).state, svcstate::running);
     }
 
@@ -274,13 +286,34 @@ private slots:
         QCOMPARE(sm.queryStatus(db).state, svcstate::running); // nothing was stopped
         QCOMPARE(sm.queryStatus(open(sm, QStringLiteral("web.service"))).state, svcstate::running);
 
-        for (const ServiceEntry& e : running.services)
-            QCOMPARE(sm.stop(open(sm, e.name)), 0);
+        for (const ServiceEntry& e : running.services) {
+            const ServiceHandle h = open(sm, e.name);
+            QCOMPARE(sm.stop(h), 0);
+            QCOMPARE(waitForJob(sm, h), 0);
+        }
         const EnumResult none = sm.enumerateDependents(db, svcfilter::active);
         QCOMPARE(none.error, 0);
         QCOMPARE(none.sizeQueryCode(), 0);
         QCOMPARE(sm.stop(db), 0);
+        QCOMPARE(waitForJob(sm, db), 0);
         QCOMPARE(sm.queryStatus(db).state, svcstate::stopped);
+    }
+
+    // A unit that is part of another (PartOf=) is stopped along with it: it is listed as a
+    // dependent, and the stop is refused while it runs.
+    void partOfUnitsAreDependentsToo()
+    {
+        QCOMPARE(bus_.addUnits(QStringLiteral(R"([{"name": "spool.service", "state": "active"},
+ {"name": "spool-cleaner.service", "description": "Cleans the spool", "state": "active", "part_of": ["spool.service"]}])")),
+                 QString());
+        SystemdServices sm(optionsFor(bus_));
+        const ServiceHandle spool = open(sm, QStringLiteral("spool.service"));
+        QCOMPARE(names(sm.enumerateDependents(spool, svcfilter::active)), QStringList{"spool-cleaner.service"});
+        QCOMPARE(sm.stop(spool), svcerror::dependentServicesRunning);
+        const ServiceHandle cleaner = open(sm, QStringLiteral("spool-cleaner.service"));
+        QCOMPARE(sm.stop(cleaner), 0);
+        QCOMPARE(waitForJob(sm, cleaner), 0);
+        QCOMPARE(sm.stop(spool), 0);
     }
 
     void accessDeniedThenAllowed()
@@ -373,6 +406,7 @@ private slots:
         const ServiceHandle cups = sm.openService(remote, QStringLiteral("cups.service"));
         QCOMPARE(sm.queryConfig(cups).config.account, QStringLiteral("lp"));
         QCOMPARE(sm.start(cups), 0);
+        QCOMPARE(waitForJob(sm, cups), 0);
         QCOMPARE(sm.queryStatus(cups).state, svcstate::running);
         QCOMPARE(sm.stop(sm.openService(remote, QStringLiteral("db.service"))), svcerror::dependentServicesRunning);
 

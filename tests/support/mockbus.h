@@ -123,6 +123,11 @@ public:
     {
         return call(QStringLiteral("SetUnitState"), {QStringLiteral("ss"), unit, state});
     }
+    // Adds (or replaces) units, given as the fleet's JSON list.
+    QString addUnits(const QString& unitsJson) const
+    {
+        return call(QStringLiteral("AddUnits"), {QStringLiteral("s"), unitsJson});
+    }
     QString setSilentJobs(bool silent) const
     {
         return call(QStringLiteral("SetSilentJobs"), {QStringLiteral("b"), silent ? QStringLiteral("true") : QStringLiteral("false")});

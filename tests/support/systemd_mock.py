@@ -15,6 +15,7 @@ a dictionary:
   exec            ExecStart= argv, the program first (default ["/usr/sbin/<name>"])
   requires        names this unit Requires=
   binds_to        names this unit BindsTo=
+  part_of         names this unit PartOf= (stopped along with them)
   start_ms        time spent "activating" (default 0)
   stop_ms         time spent "deactivating" (default 0)
   start_result    job result of a start: "done" (default), "failed", "timeout", "dependency"
@@ -104,6 +105,7 @@ def add_units(mock, units):
             'exec': unit.get('exec', ['/usr/sbin/' + name.rsplit('.', 1)[0]]),
             'requires': list(unit.get('requires', [])),
             'binds_to': list(unit.get('binds_to', [])),
+            'part_of': list(unit.get('part_of', [])),
             'start_ms': int(unit.get('start_ms', 0)),
             'stop_ms': int(unit.get('stop_ms', 0)),
             'start_result': unit.get('start_result', 'done'),
@@ -134,6 +136,8 @@ def add_units(mock, units):
             'BindsTo': dbus.Array(u['binds_to'], signature='s'),
             'RequiredBy': dbus.Array([], signature='s'),
             'BoundBy': dbus.Array([], signature='s'),
+            'PartOf': dbus.Array(u['part_of'], signature='s'),
+            'ConsistsOf': dbus.Array([], signature='s'),
             'Wants': dbus.Array([], signature='s'),
             'WantedBy': dbus.Array([], signature='s'),
         }, [])
@@ -153,15 +157,19 @@ def add_units(mock, units):
 def update_reverse_dependencies(mock):
     required_by = {n: [] for n in mock.units}
     bound_by = {n: [] for n in mock.units}
+    consists_of = {n: [] for n in mock.units}
     for n, u in mock.units.items():
         for r in u['requires']:
             required_by.setdefault(r, []).append(n)
         for b in u['binds_to']:
             bound_by.setdefault(b, []).append(n)
+        for p in u['part_of']:
+            consists_of.setdefault(p, []).append(n)
     for n in mock.units:
         obj = mockobject.objects[unit_path(n)]
         obj.props[UNIT_IFACE]['RequiredBy'] = dbus.Array(sorted(required_by[n]), signature='s')
         obj.props[UNIT_IFACE]['BoundBy'] = dbus.Array(sorted(bound_by[n]), signature='s')
+        obj.props[UNIT_IFACE]['ConsistsOf'] = dbus.Array(sorted(consists_of[n]), signature='s')
 
 
 def flap(mock, name):
@@ -362,7 +370,8 @@ def start_unit(mock, u, job_type='start'):
 def stop_unit(mock, u):
     # As systemd does, units that require or are bound to this one stop with it.
     for n, other in mock.units.items():
-        if u['name'] in other['requires'] + other['binds_to'] and other['state'] not in ('inactive', 'failed'):
+        if u['name'] in other['requires'] + other['binds_to'] + other['part_of'] \
+                and other['state'] not in ('inactive', 'failed'):
             stop_unit(mock, other)
     return run_job(mock, u, 'stop', 'deactivating', 'inactive', 'done', u['stop_ms'])
 

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <cstdlib>
 #include <ctime>
 #include <set>
@@ -463,6 +464,7 @@ struct SystemdServices::Connection {
     bool subscribed = false;
     const std::atomic<bool>* stopping = nullptr; // the backend is going away
     std::map<std::string, std::string> finishedJobs; // job path -> result
+    std::map<std::string, PendingJob> unitJobs;       // unit -> the last start or stop asked for
 
     // What the last enumeration found out about each service, for the detail queries that
     // follow it right away (see reuseListingMs). The unit properties taken from the listing are
@@ -485,6 +487,7 @@ struct SystemdServices::Connection {
             bus = sd_bus_close_unref(bus);
         subscribed = false;
         finishedJobs.clear();
+        unitJobs.clear();
         forget();
     }
     void forget()
@@ -1000,10 +1003,10 @@ struct DependentNode {
     std::string name;
     std::string description;
     int state = 0;
-    std::vector<std::string> dependents; // units that require or are bound to this one
+    std::vector<std::string> dependents; // units that a stop of this one stops along
 };
 
-// The units that require or are bound to `root`, directly or through others. Every level of
+// The units that a stop of `root` stops along, directly or through others. Every level of
 // the walk is one round trip.
 template <typename Conn>
 int collectDependents(Conn& c, const std::string& root, uint64_t timeout, std::map<std::string, DependentNode>& nodes,
@@ -1031,9 +1034,12 @@ int collectDependents(Conn& c, const std::string& root, uint64_t timeout, std::m
                     return svcerror::noSuchService;
                 node.description = p.get("Description");
                 node.state = unitState(p);
-                node.dependents = p.strings("RequiredBy");
-                for (const auto& b : p.strings("BoundBy"))
-                    node.dependents.push_back(b);
+                // Every way a stop of this unit reaches another: units that require it, that
+                // need it already running, that are bound to it, or that are part of it.
+                for (const char* property : {"RequiredBy", "RequisiteOf", "BoundBy", "ConsistsOf"})
+                    for (const auto& d : p.strings(property))
+                        if (std::find(node.dependents.begin(), node.dependents.end(), d) == node.dependents.end())
+                            node.dependents.push_back(d);
             }
             for (const auto& d : node.dependents)
                 if (d != root && !nodes.count(d) && std::find(next.begin(), next.end(), d) == next.end()
@@ -1114,69 +1120,48 @@ EnumResult SystemdServices::enumerateDependents(const ServiceHandle& service, in
 
 namespace {
 
-// Follows a job until systemd reports its end. The connection lock is let go between polls so
-// that other calls to the same computer (the state follow-up, a listing) are not held up by a
-// slow job.
-int followJob(SystemdServices::Connection& c, std::unique_lock<std::mutex>& lock, const std::string& job,
-              const std::string& unit, bool starting, uint64_t callTimeout, uint64_t jobTimeout)
+// What became of a job this program asked for: 997 while it runs, else 0 or the code of its
+// failure. The end normally arrives as systemd's JobRemoved signal; when that was lost, a job
+// that no longer exists has ended and the unit's state tells how. Never waits for the job.
+int jobOutcome(SystemdServices::Connection& c, const SystemdServices::PendingJob& job, uint64_t callTimeout)
 {
-    const unsigned generation = c.generation;
-    const uint64_t deadline = nowUsec() + jobTimeout;
-    uint64_t nextCheck = nowUsec() + 1000000u;
-    for (;;) {
-        int r;
-        while ((r = sd_bus_process(c.bus, nullptr)) > 0) {
-        }
-        if (const int code = connectionCode(c, r < 0 ? r : 0))
-            return code;
-        if (auto it = c.finishedJobs.find(job); it != c.finishedJobs.end()) {
-            const int code = codeOfJobResult(it->second);
-            c.finishedJobs.erase(it);
-            return code;
-        }
-        const uint64_t now = nowUsec();
-        if (now >= deadline)
-            return svcerror::requestTimeout;
-        if (c.stopping && *c.stopping)
-            return svcerror::unavailable;
-        if (now >= nextCheck) {
-            // In case the signal was lost: a job that no longer exists has ended, and the unit's
-            // state tells how.
-            nextCheck = now + 1000000u;
-            Call state(job, kProperties, "Get", [](sd_bus_message* m) { return sd_bus_message_append(m, "ss", kJob, "State"); });
-            if (const int code = connectionCode(c, runCalls(c, std::vector<Call*>{&state}, callTimeout)))
-                return code;
-            if (state.failed() && c.finishedJobs.count(job) == 0
-                && (state.errorIs("org.freedesktop.DBus.Error.UnknownObject") || state.errorIs("org.freedesktop.systemd1.NoSuchJob")
-                    || state.errorIs("org.freedesktop.DBus.Error.UnknownMethod"))) {
-                std::vector<std::unique_ptr<Call>> calls;
-                Call* u = getAll(calls, unit, kUnit);
-                if (const int code = connectionCode(c, runCalls(c, calls, callTimeout)))
-                    return code;
-                if (u->failed())
-                    return codeOf(*u);
-                Props p;
-                readProps(u->reply, p);
-                const int s = unitState(p);
-                if (starting)
-                    return s == svcstate::stopped ? svcerror::startFailed : svcerror::ok;
-                return s == svcstate::stopped ? svcerror::ok : svcerror::startFailed;
-            }
-            continue;
-        }
-        const int fd = sd_bus_get_fd(c.bus);
-        const int events = sd_bus_get_events(c.bus);
-        lock.unlock();
-        if (fd >= 0 && events >= 0) {
-            pollfd p{fd, short(events), 0};
-            poll(&p, 1, int(std::min<uint64_t>((deadline - now) / 1000 + 1, 100)));
-        } else {
-            usleep(20000);
-        }
-        lock.lock();
-        if (c.generation != generation || !c.bus)
-            return svcerror::unavailable;
+    int r;
+    while ((r = sd_bus_process(c.bus, nullptr)) > 0) {
     }
+    if (const int code = connectionCode(c, r < 0 ? r : 0))
+        return code;
+    const auto finished = [&]() -> std::optional<int> {
+        const auto it = c.finishedJobs.find(job.path);
+        if (it == c.finishedJobs.end())
+            return std::nullopt;
+        const int code = codeOfJobResult(it->second);
+        c.finishedJobs.erase(it);
+        return code;
+    };
+    if (const auto code = finished())
+        return *code;
+    Call state(job.path, kProperties, "Get", [](sd_bus_message* m) { return sd_bus_message_append(m, "ss", kJob, "State"); });
+    if (const int code = connectionCode(c, runCalls(c, std::vector<Call*>{&state}, callTimeout)))
+        return code;
+    if (const auto code = finished()) // the signal came in with the answer
+        return *code;
+    if (!state.failed())
+        return svcerror::ioPending;
+    if (!state.errorIs("org.freedesktop.DBus.Error.UnknownObject") && !state.errorIs("org.freedesktop.systemd1.NoSuchJob")
+        && !state.errorIs("org.freedesktop.DBus.Error.UnknownMethod"))
+        return codeOf(state);
+    std::vector<std::unique_ptr<Call>> calls;
+    Call* u = getAll(calls, unitPath(job.unit), kUnit);
+    if (const int code = connectionCode(c, runCalls(c, calls, callTimeout)))
+        return code;
+    if (u->failed())
+        return codeOf(*u);
+    Props p;
+    readProps(u->reply, p);
+    const int s = unitState(p);
+    if (job.starting)
+        return s == svcstate::stopped ? svcerror::startFailed : svcerror::ok;
+    return s == svcstate::stopped ? svcerror::ok : svcerror::startFailed;
 }
 
 } // namespace
@@ -1221,7 +1206,9 @@ int SystemdServices::start(const ServiceHandle& service)
     const char* jobPath = nullptr;
     if (sd_bus_message_read(job.reply, "o", &jobPath) < 0 || !jobPath)
         return svcerror::startFailed;
-    return followJob(*c, lock, jobPath, path, true, timeout, msToUsec(options_.jobTimeoutMs));
+    // The job is queued; how it ends is for jobResult to tell.
+    c->unitJobs[name] = {jobPath, name, true};
+    return svcerror::ok;
 }
 
 int SystemdServices::stop(const ServiceHandle& service)
@@ -1265,7 +1252,24 @@ int SystemdServices::stop(const ServiceHandle& service)
     const char* jobPath = nullptr;
     if (sd_bus_message_read(job.reply, "o", &jobPath) < 0 || !jobPath)
         return svcerror::startFailed;
-    return followJob(*c, lock, jobPath, unitPath(name), false, timeout, msToUsec(options_.jobTimeoutMs));
+    c->unitJobs[name] = {jobPath, name, false};
+    return svcerror::ok;
+}
+
+int SystemdServices::jobResult(const ServiceHandle& service)
+{
+    const Running running(running_);
+    if (!service.valid())
+        return svcerror::invalidHandle;
+    auto c = connection(service.computer);
+    std::lock_guard lock(c->m);
+    const auto it = c->unitJobs.find(utf8(service.name));
+    if (it == c->unitJobs.end() || !c->open())
+        return svcerror::ok;
+    const int code = jobOutcome(*c, it->second, msToUsec(options_.callTimeoutMs));
+    if (code != svcerror::ioPending)
+        c->unitJobs.erase(it);
+    return code;
 }
 
 } // namespace velmora::platform

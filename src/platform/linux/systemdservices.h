@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 
 namespace velmora::platform {
 
@@ -23,8 +24,6 @@ public:
         int callTimeoutMs = 10000;
         // Connecting, logging in through ssh included.
         int connectTimeoutMs = 15000;
-        // Following a start or stop job to its end.
-        int jobTimeoutMs = 120000;
         // For this long after an enumeration, opening a service it listed, its status and its
         // configuration are answered from what the enumeration fetched (the configurations of
         // all its services in one go), so that a listing followed by the details of every
@@ -53,12 +52,19 @@ public:
     EnumResult enumerateDependents(const ServiceHandle& service, int stateFilter) override;
     int start(const ServiceHandle& service) override;
     int stop(const ServiceHandle& service) override;
+    int jobResult(const ServiceHandle& service) override;
     void disconnect(const QString& computer) override;
 
     // The unit name for a service name: a name without a unit type suffix gets ".service".
     static QString unitName(const QString& service);
 
     struct Connection;
+    // A start or stop job that systemd queued for a unit.
+    struct PendingJob {
+        std::string path;
+        std::string unit;
+        bool starting = true;
+    };
 
 private:
     std::shared_ptr<Connection> connection(const QString& computer);

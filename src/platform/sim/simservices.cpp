@@ -127,6 +127,7 @@ void SimServices::settle()
         for (auto& [name, e] : c.services) {
             if (e.pending && e.pending->due <= now) {
                 e.service.state = e.pending->target;
+                e.jobEnded = e.pending->error;
                 e.pending.reset();
             }
         }
@@ -316,15 +317,17 @@ EnumResult SimServices::enumerateDependents(const ServiceHandle& service, int st
     return out;
 }
 
-void SimServices::beginTransition(Entry& e, int pendingState, int target, int ms)
+void SimServices::beginTransition(Entry& e, int pendingState, int target, int ms, int error)
 {
     if (ms <= 0) {
         e.service.state = target;
         e.pending.reset();
+        e.jobEnded = error;
         return;
     }
     e.service.state = pendingState;
-    e.pending = Pending{target, clock_.now().addMSecs(ms)};
+    e.pending = Pending{target, clock_.now().addMSecs(ms), error};
+    e.jobEnded.reset();
 }
 
 SimServices::Entry* SimServices::controlled(const ServiceHandle& service, Call call, const char* name, int& code)
@@ -369,7 +372,10 @@ int SimServices::start(const ServiceHandle& service)
     }
     for (Entry* d : toStart)
         beginTransition(*d, svcstate::startPending, svcstate::running, 0);
-    beginTransition(*e, svcstate::startPending, svcstate::running, e->service.startMs);
+    if (e->service.jobError)
+        beginTransition(*e, svcstate::startPending, svcstate::stopped, e->service.startMs, e->service.jobError);
+    else
+        beginTransition(*e, svcstate::startPending, svcstate::running, e->service.startMs);
     return svcerror::ok;
 }
 
@@ -387,6 +393,24 @@ int SimServices::stop(const ServiceHandle& service)
             return svcerror::dependentServicesRunning;
     beginTransition(*e, svcstate::stopPending, svcstate::stopped, e->service.stopMs);
     return svcerror::ok;
+}
+
+int SimServices::jobResult(const ServiceHandle& service)
+{
+    std::lock_guard lock(mutex_);
+    settle();
+    if (!service.valid())
+        return svcerror::invalidHandle;
+    if (const int code = checkComputer(service.computer))
+        return code;
+    Entry* e = findService(service.computer, service.name);
+    if (!e)
+        return svcerror::noSuchService;
+    if (e->pending)
+        return svcerror::ioPending;
+    const int code = e->jobEnded.value_or(svcerror::ok);
+    e->jobEnded.reset();
+    return code;
 }
 
 void SimServices::disconnect(const QString& computer)

@@ -34,6 +34,8 @@ public:
         int startMs = 0;               // time spent start-pending
         int stopMs = 0;                // time spent stop-pending
         int startError = 0;            // start() answers this instead of starting
+        int jobError = 0;              // the start is accepted, then fails with this code after
+                                       // startMs: the service is stopped again
         bool denied = false;           // opening this service answers 5
     };
 
@@ -70,16 +72,19 @@ public:
     EnumResult enumerateDependents(const ServiceHandle& service, int stateFilter) override;
     int start(const ServiceHandle& service) override;
     int stop(const ServiceHandle& service) override;
+    int jobResult(const ServiceHandle& service) override;
     void disconnect(const QString& computer) override;
 
 private:
     struct Pending {
         int target = 0;
         QDateTime due;
+        int error = 0; // how the job ends
     };
     struct Entry {
         Service service;
         std::optional<Pending> pending;
+        std::optional<int> jobEnded; // the end of the last job, until jobResult reports it
     };
     struct Computer {
         std::map<QString, Entry> services; // by upper-case key name
@@ -104,7 +109,7 @@ private:
     int checkComputer(const QString& computer);
     bool validated(const QString& computer) const;
     std::vector<std::pair<const Entry*, int>> dependentsOf(Computer& c, const QString& name);
-    void beginTransition(Entry& e, int pendingState, int target, int ms);
+    void beginTransition(Entry& e, int pendingState, int target, int ms, int error = 0);
 
     SimClock& clock_;
     SimSystem& system_;
