@@ -8,6 +8,7 @@
 #include "servicecontrol/servicelisting.h"
 #include "servicecontrol/statetext.h"
 
+#include <QApplication>
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -56,6 +57,11 @@ ServiceControl::ServiceControl(core::RunState& state, const core::ServerList& se
     });
 
     connect(ListView1, &QTreeWidget::itemClicked, this, [this] { selectService(); });
+    // The arrow keys make another service the current one, as a click does.
+    connect(ListView1, &QTreeWidget::currentItemChanged, this, [this](QTreeWidgetItem* current) {
+        if (current && ListView1->hasFocus() && !QApplication::mouseButtons())
+            selectService();
+    });
     connect(List2, &QListWidget::itemClicked, this, [this] {
         QListWidgetItem* item = List2->currentItem();
         if (!item || item->text() == kNoDependents)
@@ -320,6 +326,9 @@ void ServiceControl::applyDetails(const DetailQuery& q)
         Text5->setText(*start);
     Text2->setText(q.config.binaryPath.left(kTextLength));
     Text6->setText(q.config.account.left(kTextLength));
+    // Long values (a program with its arguments) show their beginning, not their end.
+    for (QLineEdit* t : {Text2, Text3, Text4, Text5, Text6})
+        t->setCursorPosition(0);
 }
 
 void ServiceControl::servicedetails(const QString& service, std::function<void()> done)

@@ -173,6 +173,14 @@ private slots:
         const ServiceHandle filesOnly = open(sm, QStringLiteral("files-only.service"));
         QCOMPARE(filesOnly.error, 0);
         QCOMPARE(sm.queryStatus(filesOnly).state, svcstate::stopped);
+        const ConfigResult filesOnlyConfig = sm.queryConfig(filesOnly);
+        QCOMPARE(filesOnlyConfig.error, 0);
+        QCOMPARE(filesOnlyConfig.config.displayName, QStringLiteral("Never loaded"));
+        QCOMPARE(filesOnlyConfig.config.startType, svcstart::manual);
+
+        // A unit that failed is a stopped service.
+        QCOMPARE(bus_.setUnitState("cups.service", "failed"), QString());
+        QCOMPARE(sm.queryStatus(open(sm, QStringLiteral("cups.service"))).state, svcstate::stopped);
 
         // The state follows the unit.
         QCOMPARE(bus_.setUnitState("ssh.service", "deactivating"), QString());

@@ -294,6 +294,108 @@ private slots:
         w.services->Text4->setText("Stopped");
         check(false, false);
     }
+
+    // A start the manager accepts but that fails later reaches the user once, as a refused
+    // start would; the pending state and its icon show meanwhile.
+    void aFailedStartJobIsToldOnce()
+    {
+        Fleet f;
+        f.sim.services.addService("SRV1", {.name = "cups.service", .displayName = "CUPS Scheduler",
+                                           .state = svcstate::stopped, .startMs = 2000, .jobError = 1064});
+        f.w().services->Command2->click();
+        f.select("CUPS Scheduler");
+        f.w().services->Command1->click();
+        QVERIFY(f.sim.boxes.shown.isEmpty());
+        f.sim.clock.advance(1000);
+        QCOMPARE(f.w().services->Text4->text(), QStringLiteral("Being Started"));
+        QCOMPARE(platform::itemIcon(f.w().services->ListView1->currentItem()), 4);
+        QVERIFY(f.sim.boxes.shown.isEmpty());
+        f.sim.clock.advance(1000);
+        QCOMPARE(f.w().services->Text4->text(), QStringLiteral("Stopped"));
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"Error - 1064"});
+        f.sim.clock.advance(3000);
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"Error - 1064"});
+    }
+
+    // While a failing tick's box is open, the ticks that come in meanwhile show nothing more.
+    void aFailingFollowUpShowsOneBoxAtATime()
+    {
+        Fleet f;
+        f.w().services->Command2->click();
+        f.select("CUPS Scheduler");
+        f.w().services->Command1->click();
+        f.sim.clock.advance(1000);
+        f.sim.services.setReachable("SRV1", false);
+        int open = 0;
+        f.sim.boxes.whileOpen = [&](const platform::sim::ShownBox&) {
+            if (open++ == 0)
+                for (int i = 0; i < 5; ++i)
+                    f.w().services->timer1Tick();
+        };
+        f.sim.clock.advance(1000);
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"Open Service Manager failed.   Error  1722"});
+        f.sim.clock.advance(1000); // the next tick, once the box is closed, may tell it again
+        QCOMPARE(f.sim.boxes.shown.size(), 2);
+    }
+
+    // Another service selected while the start request is on its way: Timer1 stays off and no
+    // row but the started one ever takes its icon.
+    void aServiceSelectedWhileTheRequestRunsIsNotFollowed()
+    {
+        Fleet f;
+        auto& sc = *f.w().services;
+        sc.Command2->click();
+        f.select("CUPS Scheduler");
+        f.sim.worker.hold = true;
+        sc.Command1->click();
+        f.select("MariaDB database server");
+        f.sim.worker.release();
+        QCOMPARE(sc.Text3->text(), QStringLiteral("mariadb.service"));
+        QVERIFY(!sc.Timer1->isEnabled());
+        f.sim.clock.advance(3000);
+        QCOMPARE(icons(sc.ListView1), (QList<int>{2, 1, 1, 1, 2})); // as listed
+    }
+
+    // The arrow keys move through both lists as clicks do: the server list's current server
+    // and the service list's current service follow.
+    void arrowKeysSelectServersAndServices()
+    {
+        Fleet f;
+        auto& w = f.w();
+        auto& sc = *w.services;
+        w.show();
+        QVERIFY(QTest::qWaitForWindowActive(&w));
+        sc.Command2->click();
+        sc.ListView1->setFocus();
+        sc.ListView1->setCurrentItem(sc.ListView1->topLevelItem(0));
+        QTest::keyClick(sc.ListView1, Qt::Key_Down);
+        QCOMPARE(sc.Text3->text(), QStringLiteral("mariadb.service"));
+        QCOMPARE(sc.Text4->text(), QStringLiteral("Running"));
+        QTest::keyClick(sc.ListView1, Qt::Key_Up);
+        QCOMPARE(sc.Text3->text(), QStringLiteral("cups.service"));
+        QCOMPARE(sc.Text2->text(), QStringLiteral("/usr/sbin/cupsd -l"));
+
+        f.program->servers.add("SRV2", false);
+        w.ListView2->setFocus();
+        w.ListView2->setCurrentItem(w.findServer("SRV1"));
+        QTest::keyClick(w.ListView2, Qt::Key_Down);
+        QCOMPARE(w.Text1->text(), QStringLiteral("SRV2"));
+        QCOMPARE(sc.ListView1->topLevelItemCount(), 0); // the other server's services are gone
+    }
+
+    // A long program path shows its beginning.
+    void longDetailsShowTheirBeginning()
+    {
+        Fleet f;
+        const QString path = "/opt/vendor/very/long/installation/folder/bin/daemon --config /etc/vendor/daemon.conf"
+                             " --log-level verbose --pid-file /run/daemon.pid";
+        f.sim.services.addService("SRV1", {.name = "vendor.service", .displayName = "Vendor daemon",
+                                           .state = svcstate::running, .binaryPath = path});
+        f.w().services->Command2->click();
+        f.select("Vendor daemon");
+        QCOMPARE(f.w().services->Text2->text(), path);
+        QCOMPARE(f.w().services->Text2->cursorPosition(), 0);
+    }
 };
 
 QTEST_MAIN(TestServiceControl)

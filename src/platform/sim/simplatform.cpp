@@ -51,6 +51,10 @@ bool SimTextFiles::remove(const QString& path) { return !fails(Op::Remove, path)
 MsgAnswer SimMessageBoxes::show(const QString& text, MsgIcon icon, MsgButtons buttons, const QString& title)
 {
     shown.append({text, icon, buttons, title});
+    if (whileOpen) {
+        const ShownBox box = shown.last(); // a copy: the hook may show boxes of its own
+        whileOpen(box);
+    }
     if (!answers_.empty()) {
         const MsgAnswer a = answers_.front();
         answers_.pop_front();
@@ -209,8 +213,24 @@ void SimWorker::run(QObject* context, std::function<std::function<void()>()> job
     ++jobs;
     QPointer<QObject> guard(context);
     auto done = job();
-    if (guard && done)
-        done();
+    auto apply = [guard, done = std::move(done)] {
+        if (guard && done)
+            done();
+    };
+    if (hold)
+        held_.push_back(std::move(apply));
+    else
+        apply();
+}
+
+void SimWorker::release()
+{
+    hold = false;
+    while (!held_.empty()) {
+        auto next = std::move(held_.front());
+        held_.pop_front();
+        next();
+    }
 }
 
 void SimNetConnections::add(QObject* context, const QString& server, const QString& user,

@@ -17,6 +17,7 @@
 #include <QPointer>
 #include <QSet>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <vector>
@@ -62,6 +63,8 @@ public:
     void script(MsgAnswer answer) { answers_.push_back(answer); }
     QList<ShownBox> shown;
     QStringList texts() const;
+    // Runs while a box is open, as the events a real modal box lets through would (timer ticks).
+    std::function<void(const ShownBox&)> whileOpen;
 
 private:
     std::deque<MsgAnswer> answers_;
@@ -170,10 +173,18 @@ private:
 };
 
 // Runs each job and its completion at once on the calling thread.
+// Runs each job at once on the calling thread and applies its result at once, or, while held,
+// keeps the results back until the test releases them (work still on its way).
 class SimWorker : public Worker {
 public:
     void run(QObject* context, std::function<std::function<void()>()> job) override;
+    // Applies the held results (and those they cause) in the order their jobs ran, then stops holding.
+    void release();
     int jobs = 0;
+    bool hold = false;
+
+private:
+    std::deque<std::function<void()>> held_;
 };
 
 class SimNetConnections : public NetConnections {
