@@ -5,7 +5,8 @@ Every test program writes its results as Qt Test XML into BUILD/test-results/<ct
 and ctest writes its own verdicts to BUILD/test-results/ctest.xml. This counts test functions,
 each data row on its own, lists every skipped and failed one with its reason, and ends with the
 line "N passed, N failed, N skipped". A test program that ctest failed without a failed function
-in its XML (a crash, a time-out) counts as one failure.
+in its XML (a crash, a time-out) counts as one failure; one whose initTestCase skipped counts
+each of its functions as skipped.
 
 Run as root, the functions that skip because they need an ordinary user (their reason starts with
 "needs an ordinary user") are run once more as the user nobody, and that run's result counts.
@@ -73,6 +74,18 @@ def ctest_verdicts(path):
     return verdicts
 
 
+def function_names(program):
+    """The test functions of a test program (its -functions list), or [] when it cannot tell."""
+    try:
+        proc = subprocess.run([str(program), "-functions"], stdout=subprocess.PIPE,
+                              stderr=subprocess.DEVNULL, timeout=60, check=False,
+                              env=dict(os.environ, QT_QPA_PLATFORM="offscreen"))
+    except (OSError, subprocess.TimeoutExpired):
+        return []
+    lines = proc.stdout.decode(errors="replace").splitlines()
+    return [line.strip()[:-2] for line in lines if line.strip().endswith("()")]
+
+
 def run_as_nobody(program, function, source_dir):
     """Runs one test function as nobody in a fresh folder only nobody can write; returns its
     results, or None with a reason when that cannot be done."""
@@ -134,10 +147,12 @@ def main():
             if verdict == "pass":
                 if function not in FIXTURES:
                     passed += 1
+            elif verdict == "skip" and function == "initTestCase":
+                # The program skipped as a whole: each of its functions counts as skipped.
+                functions = function_names(program) or ["(every function)"]
+                skipped.append((f"{name}: {', '.join(functions)}", reason, len(functions)))
             elif verdict == "skip":
-                if function == "initTestCase":
-                    label = f"{name}: every function (initTestCase)"
-                skipped.append((label, reason))
+                skipped.append((label, reason, 1))
             else:
                 failed.append((label, reason))
         has_failure = any(v == "fail" for v, _ in results.values())
@@ -151,9 +166,10 @@ def main():
         print("Run again as the user nobody (they need an ordinary user):")
         for label in reran:
             print(f"  {label}")
+    skip_count = sum(count for _, _, count in skipped)
     if skipped:
-        print(f"Skipped ({len(skipped)}):")
-        for label, reason in skipped:
+        print(f"Skipped ({skip_count}):")
+        for label, reason, _ in skipped:
             print(f"  {label}: {reason}")
     if failed:
         print(f"Failed ({len(failed)}):")
@@ -161,7 +177,7 @@ def main():
             print(f"  {label}: {reason}")
     if not verdicts:
         print("no test results found", file=sys.stderr)
-    print(f"{passed} passed, {len(failed)} failed, {len(skipped)} skipped")
+    print(f"{passed} passed, {len(failed)} failed, {skip_count} skipped")
     return 1 if failed or not verdicts else 0
 
 
