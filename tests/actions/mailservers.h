@@ -28,7 +28,15 @@
 
 namespace velmora::test {
 
-inline QString testSourceDir() { return QFileInfo(QStringLiteral(__FILE__)).absolutePath(); }
+// The folder of this file. ctest names the source folder; __FILE__ alone may be relative to the
+// build folder (a compiler cache with a base folder makes it so) and then misses from tests/.
+inline QString testSourceDir()
+{
+    const QString sources = qEnvironmentVariable("VELMORA_SOURCE_DIR");
+    if (!sources.isEmpty())
+        return sources + QStringLiteral("/tests/actions");
+    return QFileInfo(QStringLiteral(__FILE__)).absolutePath();
+}
 
 // A Python that has Debian's aiosmtpd, or an empty text.
 inline QString aiosmtpdPython()

@@ -165,7 +165,7 @@ private slots:
     void anUnreadableFileIsAccessDenied()
     {
         if (::geteuid() == 0)
-            QSKIP("root reads every file");
+            QSKIP("needs an ordinary user: root reads every file");
         QTemporaryDir dir;
         const QString file = dir.filePath("Jobs.log");
         writeFile(file, "x\r\n");

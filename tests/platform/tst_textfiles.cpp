@@ -144,7 +144,7 @@ private slots:
 
         // A folder that cannot be written: the temporary file cannot be made.
         if (geteuid() == 0)
-            QSKIP("root writes into read-only folders; the read-only case needs a normal user");
+            QSKIP("needs an ordinary user: root writes into read-only folders");
         QVERIFY(QFile::setPermissions(dir_->path(), QFile::ReadOwner | QFile::ExeOwner));
         const bool intoReadOnly = files.writeLines(path, {"lost"});
         QFile::setPermissions(dir_->path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);

@@ -43,7 +43,7 @@ inline QString mockBusMissing()
     if (!QFileInfo(QStringLiteral("/usr/bin/python3")).isExecutable())
         return QStringLiteral("/usr/bin/python3 is not installed");
     if (QStandardPaths::findExecutable(QStringLiteral("dbus-daemon")).isEmpty())
-        return QStringLiteral("dbus-daemon is not installed (package dbus)");
+        return QStringLiteral("dbus-daemon is not installed (package dbus-daemon)");
     QProcess probe;
     probe.start(QStringLiteral("/usr/bin/python3"), {QStringLiteral("-c"), QStringLiteral("import dbusmock, dbus, gi")});
     if (!probe.waitForFinished(30000) || probe.exitCode() != 0)

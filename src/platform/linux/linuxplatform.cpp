@@ -133,6 +133,11 @@ public:
     QString programFolder() override { return QCoreApplication::applicationDirPath(); }
     bool folderWritable(const QString& folder) override
     {
+        // Everything under /usr belongs to the package manager and may be mounted read-only: an
+        // installed copy keeps its data in the per-user folder, also when root runs it.
+        const QString clean = QDir::cleanPath(folder);
+        if (clean == QLatin1String("/usr") || clean.startsWith(QLatin1String("/usr/")))
+            return false;
         return ::access(QFile::encodeName(folder).constData(), W_OK) == 0;
     }
     QString userDataFolder() override
