@@ -159,8 +159,9 @@ public:
     // 0, 5, 6, 1051, 1052, 1060, 1062 (not running), 1064, 1061, 1722, 1053.
     virtual int stop(const ServiceHandle& service) = 0;
 
-    // Drops the cached connection to a computer (after its authenticated connection was closed);
-    // the next openManager connects anew.
+    // Drops the cached connection to a remote computer (after its authenticated connection was
+    // closed); the next openManager connects anew. The local computer (an empty name or this
+    // computer's own name, in any case) keeps its connection.
     virtual void disconnect(const QString& computer) = 0;
 
     static void close(ServiceHandle& service) { service.error = svcerror::invalidHandle; }

@@ -572,6 +572,10 @@ std::shared_ptr<SystemdServices::Connection> SystemdServices::connection(const Q
 
 void SystemdServices::disconnect(const QString& computer)
 {
+    // The local bus does not run through an ssh connection, so closing one never concerns it;
+    // this computer's name counts as local in any case ("MYHOST" as well as "myhost").
+    if (key(computer).isEmpty())
+        return;
     const Running running(running_);
     auto c = connection(computer);
     std::lock_guard lock(c->m);
