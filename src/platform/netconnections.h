@@ -1,6 +1,7 @@
 #pragma once
 // Authenticated connections to servers. On Linux a connection is a shared ssh control
 // connection (ssh -M) that the remote service backend reuses; it is cancelled by closing it.
+// Connections last at most as long as the program.
 #include <QObject>
 #include <QString>
 #include <functional>
@@ -18,6 +19,7 @@ public:
     //   1219  a connection with other credentials exists
     //   1326  logon failure (user name or password wrong)
     //   1231  the network location cannot be reached
+    //   1223  cancel() for the server came before the connection was made
     //   2     ssh is not installed
     virtual void add(QObject* context, const QString& server, const QString& user,
                      const QString& password, std::function<void(int code)> done) = 0;

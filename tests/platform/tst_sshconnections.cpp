@@ -2,16 +2,19 @@
 // port of this test's own.
 #include "platform/linux/sshconnections.h"
 
+#include <QApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <csignal>
 #include <unistd.h>
 
 using velmora::platform::SshConnections;
@@ -41,6 +44,41 @@ bool writeText(const QString& path, const QByteArray& text, QFileDevice::Permiss
         return false;
     f.close();
     return !perms || f.setPermissions(perms);
+}
+
+// The pid of the master listening on a control socket, or 0.
+qint64 masterPid(const QString& path)
+{
+    QProcess p;
+    p.start("ssh", {"-F", "/dev/null", "-S", path, "-O", "check", "x"});
+    if (!p.waitForFinished(10000))
+        return 0;
+    static const QRegularExpression pid("pid=(\\d+)");
+    return pid.match(QString::fromUtf8(p.readAllStandardError())).captured(1).toLongLong();
+}
+
+// The parent of a process, or 0 when it is gone (or a zombie nobody has reaped).
+qint64 parentOf(qint64 pid)
+{
+    QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!f.open(QIODevice::ReadOnly))
+        return 0;
+    const QByteArray stat = f.readAll();
+    // "pid (name) state ppid ...": the name may hold blanks, so count from its closing bracket.
+    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    return fields.size() > 1 && fields.at(0) != "Z" ? fields.at(1).toLongLong() : 0;
+}
+
+int childCount(qint64 pid)
+{
+    int n = 0;
+    for (const QString& entry : QDir("/proc").entryList(QDir::Dirs)) {
+        bool number = false;
+        const qint64 other = entry.toLongLong(&number);
+        if (number && parentOf(other) == pid)
+            ++n;
+    }
+    return n;
 }
 
 } // namespace
@@ -193,6 +231,10 @@ private slots:
         const QString path = SshConnections::controlPath(server);
         QCOMPARE(logOn(net, server), 0);
         QVERIFY(QFileInfo(path).exists());
+        // The master is a child of this process, not a daemon of its own.
+        const qint64 pid = masterPid(path);
+        QVERIFY(pid > 0);
+        QCOMPARE(parentOf(pid), qint64(::getpid()));
         // Other ssh runs go through the master without logging on again.
         QCOMPARE(throughMaster({"-O", "check", server}), 0);
         QCOMPARE(throughMaster({"-o", "BatchMode=yes", server, "true"}), 0);
@@ -204,6 +246,93 @@ private slots:
         net.cancel(server);
         QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(path), ConnectMs);
         QVERIFY(throughMaster({"-O", "check", server}) != 0);
+    }
+
+    void everyMasterAndItsSshdSessionEndsWithTheObject()
+    {
+        if (!sshdMissing.isEmpty())
+            QSKIP(qPrintable(sshdMissing));
+        const QString path = SshConnections::controlPath(server);
+        qint64 pid = 0;
+        {
+            SshConnections net(options("client_key"));
+            QCOMPARE(logOn(net, server), 0);
+            pid = masterPid(path);
+            QVERIFY(pid > 0);
+            QTRY_VERIFY(childCount(sshd.processId()) > 0);
+        }
+        QCOMPARE(parentOf(pid), qint64(0));
+        QVERIFY(!QFileInfo::exists(path));
+        QTRY_COMPARE_WITH_TIMEOUT(childCount(sshd.processId()), 0, ConnectMs);
+
+        // closeAll() does the same for an object that lives on.
+        SshConnections net(options("client_key"));
+        QCOMPARE(logOn(net, server), 0);
+        pid = masterPid(path);
+        QVERIFY(pid > 0);
+        net.closeAll();
+        QCOMPARE(parentOf(pid), qint64(0));
+        QVERIFY(!QFileInfo::exists(path));
+        QTRY_COMPARE_WITH_TIMEOUT(childCount(sshd.processId()), 0, ConnectMs);
+        // And it connects again when asked.
+        QCOMPARE(logOn(net, server), 0);
+        QVERIFY(masterPid(path) > 0);
+        net.closeAll();
+    }
+
+    void programThatDiesLeavesNoMaster()
+    {
+        if (!sshdMissing.isEmpty())
+            QSKIP(qPrintable(sshdMissing));
+        // This test program again, in the role of a program that opens a connection and is then
+        // killed without any chance to clean up.
+        QProcess program;
+        program.start(QCoreApplication::applicationFilePath(),
+                      QStringList{"--hold-connection", server} + options("client_key"));
+        QVERIFY(program.waitForStarted());
+        QByteArray said;
+        QTRY_VERIFY_WITH_TIMEOUT((said += program.readAllStandardOutput()).contains('\n'), ConnectMs);
+        QCOMPARE(said, QByteArray("connected\n"));
+        const QString path = SshConnections::controlPath(server);
+        const qint64 pid = masterPid(path);
+        QVERIFY(pid > 0);
+        QCOMPARE(parentOf(pid), program.processId());
+        ::kill(pid_t(program.processId()), SIGKILL);
+        QVERIFY(program.waitForFinished());
+        QTRY_COMPARE_WITH_TIMEOUT(parentOf(pid), qint64(0), ConnectMs);
+        QTRY_VERIFY(!QFileInfo::exists(path));
+        QTRY_COMPARE_WITH_TIMEOUT(childCount(sshd.processId()), 0, ConnectMs);
+    }
+
+    void masterThatIgnoresTheRequestToEndIsKilled()
+    {
+        // A stand-in master that listens (its socket appears) and ignores SIGTERM.
+        const QString fake = file("deaf-ssh");
+        QVERIFY(writeText(fake,
+                          "#!/bin/sh\n"
+                          "echo $$ > \"$(dirname \"$0\")/deaf.pid\"\n"
+                          ": > \"$3\"\n"
+                          "trap '' TERM\n"
+                          "exec sleep 600\n",
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
+        const QString path = SshConnections::controlPath("DEAF");
+        {
+            SshConnections net({}, fake);
+            QCOMPARE(logOn(net, "DEAF"), 0);
+            const qint64 pid = readText(file("deaf.pid")).trimmed().toLongLong();
+            QCOMPARE(parentOf(pid), qint64(::getpid()));
+            // cancel() does not wait for it ...
+            net.cancel("DEAF");
+            QCOMPARE(parentOf(pid), qint64(::getpid()));
+            // ... and it is killed after the time-out, its socket removed.
+            QTRY_COMPARE_WITH_TIMEOUT(parentOf(pid), qint64(0), SshConnections::stopTimeoutMs + 5000);
+            QVERIFY(!QFileInfo::exists(path));
+
+            // One still running when the object goes is killed as well.
+            QCOMPARE(logOn(net, "DEAF"), 0);
+        }
+        QCOMPARE(parentOf(readText(file("deaf.pid")).trimmed().toLongLong()), qint64(0));
+        QVERIFY(!QFileInfo::exists(path));
     }
 
     void socketLeftByAnEndedMasterIsReplaced()
@@ -265,14 +394,15 @@ private slots:
                           "\"$SSH_ASKPASS\" \"admin@srv9's password: \" > \"$(dirname \"$0\")/answer\"\n"
                           "\"$SSH_ASKPASS\" \"Are you sure you want to continue connecting (yes/no/[fingerprint])? \""
                           " > \"$(dirname \"$0\")/confirm\"\n"
-                          "exit 0\n",
+                          ": > \"$3\"\n"
+                          "exec sleep 600\n",
                           QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
         SshConnections net({"-p", "2222"}, fake);
         QCOMPARE(logOn(net, "SRV9", "admin", "p@ss word;$(x)"), 0);
         const QStringList args = readText(file("args")).split('\n', Qt::SkipEmptyParts);
-        const QStringList expected{"-M", "-S", SshConnections::controlPath("SRV9"), "-o", "ControlPersist=yes",
+        const QStringList expected{"-M", "-S", SshConnections::controlPath("SRV9"), "-N", "-o", "ControlPersist=no",
                                    "-o", "BatchMode=no", "-o", "ConnectTimeout=10",
-                                   "-o", "StrictHostKeyChecking=accept-new", "-p", "2222", "-N", "-f",
+                                   "-o", "StrictHostKeyChecking=accept-new", "-p", "2222",
                                    "-l", "admin", "--", "SRV9"};
         QCOMPARE(args, expected);
         QCOMPARE(readText(file("require")), QString("force\n"));
@@ -281,6 +411,7 @@ private slots:
         QTRY_VERIFY(!QFileInfo::exists(readText(file("secret")).trimmed()));
 
         // Without a password ssh may not ask at all.
+        net.cancel("SRV9");
         QCOMPARE(logOn(net, "SRV9"), 0);
         QVERIFY(readText(file("args")).contains("BatchMode=yes\n"));
         QCOMPARE(readText(file("require")), QString("never\n"));
@@ -306,5 +437,26 @@ private slots:
     }
 };
 
-QTEST_MAIN(TestSshConnections)
+// --hold-connection SERVER OPTIONS...: opens a connection, says "connected" and waits to be killed.
+int holdConnection(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QStringList args = app.arguments().mid(2);
+    const QString to = args.takeFirst();
+    SshConnections net(args);
+    net.add(&app, to, {}, {}, [](int code) {
+        QTextStream(stdout) << (code == 0 ? "connected" : "failed") << Qt::endl;
+    });
+    return app.exec();
+}
+
+int main(int argc, char** argv)
+{
+    if (argc > 2 && qstrcmp(argv[1], "--hold-connection") == 0)
+        return holdConnection(argc, argv);
+    QApplication app(argc, argv);
+    TestSshConnections test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_sshconnections.moc"

@@ -1,6 +1,7 @@
 #include "platform/linux/sshconnections.h"
 
 #include <QCryptographicHash>
+#include <QElapsedTimer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -8,6 +9,11 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryFile>
+#include <QTimer>
+
+#include <csignal>
+#include <sys/prctl.h>
+#include <unistd.h>
 
 namespace velmora::platform {
 
@@ -19,6 +25,7 @@ constexpr int NetworkPathNotFound = 53;
 constexpr int OtherCredentials = 1219;
 constexpr int LogonFailure = 1326;
 constexpr int NotReachable = 1231;
+constexpr int Cancelled = 1223;
 
 QString runtimeFolder()
 {
@@ -68,9 +75,53 @@ SshConnections::SshConnections(QStringList extraOptions, QString program)
 
 SshConnections::~SshConnections()
 {
-    // Ssh processes still running are stopped with this object; their outcome goes nowhere.
-    for (QObject* child : processes_->children())
-        child->disconnect();
+    closeAll();
+}
+
+void SshConnections::closeAll()
+{
+    std::vector<QPointer<QProcess>> ending;
+    QStringList paths;
+    for (auto it = masters_.begin(); it != masters_.end(); ++it) {
+        ending.push_back(it->process);
+        paths << it.key();
+    }
+    for (auto it = stopping_.begin(); it != stopping_.end(); ++it) {
+        ending.push_back(it.value());
+        paths << it.key();
+    }
+    masters_.clear();
+    stopping_.clear();
+    for (const QPointer<QProcess>& p : ending) {
+        if (!p)
+            continue;
+        // Nobody hears of the outcome any more.
+        p->disconnect();
+        if (p->state() != QProcess::NotRunning)
+            p->terminate();
+    }
+    // ssh ends at once on SIGTERM; one that does not is killed, after a second at most for all.
+    QElapsedTimer clock;
+    clock.start();
+    for (const QPointer<QProcess>& p : ending) {
+        if (!p || p->state() == QProcess::NotRunning)
+            continue;
+        if (!p->waitForFinished(int(std::max<qint64>(1, 1000 - clock.elapsed())))) {
+            p->kill();
+            p->waitForFinished(200);
+        }
+    }
+    for (const QPointer<QProcess>& p : ending)
+        delete p.data();
+    // A killed master leaves its socket behind.
+    for (const QString& path : paths)
+        QFile::remove(path);
+}
+
+void SshConnections::later(std::function<void()> fn)
+{
+    // Outcomes are reported from the event loop, never from inside the call that asked.
+    QMetaObject::invokeMethod(processes_.get(), std::move(fn), Qt::QueuedConnection);
 }
 
 QString SshConnections::controlPath(const QString& server)
@@ -118,49 +169,56 @@ void SshConnections::add(QObject* context, const QString& server, const QString&
         if (guard && done)
             done(code);
     };
-    const QString ssh = findProgram(program_);
-    if (ssh.isEmpty()) {
-        // Reported from the event loop like every other outcome, never from inside add().
-        QMetaObject::invokeMethod(processes_.get(), [finish] { finish(SshMissing); }, Qt::QueuedConnection);
+    if (findProgram(program_).isEmpty()) {
+        later([finish] { finish(SshMissing); });
         return;
     }
     const QString path = controlPath(server);
-    if (!QFileInfo::exists(path)) {
-        startMaster(server, user, password, std::move(finish));
+    if (auto it = masters_.find(path); it != masters_.end()) {
+        if (it->user != user)
+            later([finish] { finish(OtherCredentials); });
+        else if (it->ready)
+            later([finish] { finish(Connected); });
+        else
+            it->waiting.push_back(std::move(finish));
         return;
     }
-    // A socket is there: reuse a live master, or clear away one whose master has ended (ssh
-    // would not open a new master on top of it).
-    auto* check = new QProcess(processes_.get());
-    check->setStandardInputFile(QProcess::nullDevice());
-    check->setStandardOutputFile(QProcess::nullDevice());
-    check->setStandardErrorFile(QProcess::nullDevice());
-    QObject::connect(check, &QProcess::finished, check,
-                     [this, check, server, user, password, path, finish](int exitCode, QProcess::ExitStatus status) {
-                         check->deleteLater();
-                         if (status == QProcess::NormalExit && exitCode == 0) {
-                             const auto it = users_.constFind(path);
-                             finish(it != users_.constEnd() && *it != user ? OtherCredentials : Connected);
-                             return;
-                         }
-                         QFile::remove(path);
-                         startMaster(server, user, password, finish);
-                     });
-    QObject::connect(check, &QProcess::errorOccurred, check, [check, finish](QProcess::ProcessError e) {
-        if (e == QProcess::FailedToStart) {
-            check->deleteLater();
-            finish(SshMissing);
-        }
-    });
-    check->start(ssh, {QStringLiteral("-S"), path, QStringLiteral("-O"), QStringLiteral("check"),
-                       QStringLiteral("--"), server});
+    Master& master = masters_[path];
+    master.user = user;
+    master.waiting.push_back(std::move(finish));
+    if (const QPointer<QProcess> old = stopping_.value(path)) {
+        // The last master for this server is still ending; start when it has.
+        QObject::connect(old, &QObject::destroyed, processes_.get(), [this, path, server, user, password] {
+            if (masters_.contains(path) && !masters_[path].process)
+                startMaster(server, user, password);
+        });
+        return;
+    }
+    startMaster(server, user, password);
 }
 
-void SshConnections::startMaster(const QString& server, const QString& user, const QString& password,
-                                 std::function<void(int code)> finish)
+void SshConnections::answer(const QString& path, int code)
+{
+    const auto it = masters_.find(path);
+    if (it == masters_.end())
+        return;
+    auto waiting = std::move(it->waiting);
+    it->waiting.clear();
+    if (code == Connected)
+        it->ready = true;
+    else
+        masters_.erase(it);
+    for (auto& finish : waiting)
+        finish(code);
+}
+
+void SshConnections::startMaster(const QString& server, const QString& user, const QString& password)
 {
     const QString path = controlPath(server);
+    // A socket left by a master that was killed would keep the new one from listening.
+    QFile::remove(path);
     auto* proc = new QProcess(processes_.get());
+    masters_[path].process = proc;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     if (password.isEmpty()) {
         env.insert(QStringLiteral("SSH_ASKPASS_REQUIRE"), QStringLiteral("never"));
@@ -172,7 +230,7 @@ void SshConnections::startMaster(const QString& server, const QString& user, con
         if (askpass.isEmpty() || !secret->open() || secret->write(password.toUtf8() + '\n') < 0
             || !secret->flush()) {
             proc->deleteLater();
-            QMetaObject::invokeMethod(processes_.get(), [finish] { finish(NotReachable); }, Qt::QueuedConnection);
+            later([this, path] { answer(path, NotReachable); });
             return;
         }
         env.insert(QStringLiteral("SSH_ASKPASS"), askpass);
@@ -182,55 +240,100 @@ void SshConnections::startMaster(const QString& server, const QString& user, con
     proc->setProcessEnvironment(env);
     proc->setStandardInputFile(QProcess::nullDevice());
     proc->setStandardOutputFile(QProcess::nullDevice());
+    // The master ends with the program however the program ends: the kernel sends it SIGTERM
+    // when its parent dies, and ssh removes its socket on SIGTERM.
+    const pid_t parent = ::getpid();
+    proc->setChildProcessModifier([parent] {
+        ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+        if (::getppid() != parent)
+            ::_exit(255);
+    });
 
-    QStringList args{QStringLiteral("-M"), QStringLiteral("-S"), path,
-                     QStringLiteral("-o"), QStringLiteral("ControlPersist=yes"),
+    // In the foreground, with no ControlPersist (which would put it in the background even
+    // when a configuration file asks for it): the master lives as long as this process object.
+    QStringList args{QStringLiteral("-M"), QStringLiteral("-S"), path, QStringLiteral("-N"),
+                     QStringLiteral("-o"), QStringLiteral("ControlPersist=no"),
                      QStringLiteral("-o"), password.isEmpty() ? QStringLiteral("BatchMode=yes") : QStringLiteral("BatchMode=no"),
                      QStringLiteral("-o"), QStringLiteral("ConnectTimeout=10"),
                      // There is no terminal to confirm a new server's host key on, so the first
                      // connection records it; a changed key is still refused.
                      QStringLiteral("-o"), QStringLiteral("StrictHostKeyChecking=accept-new")};
     args += extraOptions_;
-    args += {QStringLiteral("-N"), QStringLiteral("-f")};
     if (!user.isEmpty())
         args += {QStringLiteral("-l"), user};
     args += {QStringLiteral("--"), server};
 
-    QObject::connect(proc, &QProcess::finished, proc,
-                     [this, proc, path, user, finish](int exitCode, QProcess::ExitStatus status) {
-                         proc->deleteLater();
-                         const int code = status == QProcess::NormalExit
-                             ? codeForOutcome(exitCode, QString::fromLocal8Bit(proc->readAllStandardError()))
-                             : NotReachable;
-                         if (code == Connected)
-                             users_.insert(path, user);
-                         finish(code);
-                     });
-    QObject::connect(proc, &QProcess::errorOccurred, proc, [proc, finish](QProcess::ProcessError e) {
-        if (e == QProcess::FailedToStart) {
-            proc->deleteLater();
-            finish(SshMissing);
+    // The master listens on its socket once it has logged on: that is the moment it is ready.
+    auto* poll = new QTimer(proc);
+    poll->setInterval(50);
+    QObject::connect(poll, &QTimer::timeout, proc, [this, proc, poll, path] {
+        if (!QFileInfo::exists(path))
+            return;
+        poll->stop();
+        // Logged on: the password file is no longer needed.
+        qDeleteAll(proc->findChildren<QTemporaryFile*>());
+        answer(path, Connected);
+    });
+    QObject::connect(proc, &QProcess::started, poll, qOverload<>(&QTimer::start));
+    QObject::connect(proc, &QProcess::finished, proc, [this, proc, path](int exitCode, QProcess::ExitStatus status) {
+        proc->deleteLater();
+        const auto it = masters_.constFind(path);
+        if (it == masters_.constEnd() || it->process != proc)
+            return;
+        if (it->ready) {
+            // The connection ended on its own (the server went away).
+            masters_.remove(path);
+            return;
         }
+        answer(path, status == QProcess::NormalExit
+                         ? codeForOutcome(exitCode, QString::fromLocal8Bit(proc->readAllStandardError()))
+                         : NotReachable);
+    });
+    QObject::connect(proc, &QProcess::errorOccurred, proc, [this, proc, path](QProcess::ProcessError e) {
+        if (e != QProcess::FailedToStart)
+            return;
+        proc->deleteLater();
+        if (masters_.value(path).process == proc)
+            answer(path, SshMissing);
     });
     proc->start(findProgram(program_), args);
+}
+
+void SshConnections::stop(const QString& path, QProcess* process)
+{
+    // Nobody hears of this master any more.
+    process->disconnect();
+    if (process->state() == QProcess::NotRunning) {
+        process->deleteLater();
+        return;
+    }
+    stopping_.insert(path, process);
+    QObject::connect(process, &QProcess::finished, process, [this, process, path] {
+        if (stopping_.value(path) == process) {
+            stopping_.remove(path);
+            // A killed master leaves its socket.
+            QFile::remove(path);
+        }
+        process->deleteLater();
+    });
+    process->terminate();
+    // One that does not end on request is killed; the caller never waits for either.
+    QTimer::singleShot(stopTimeoutMs, process, [process] { process->kill(); });
 }
 
 void SshConnections::cancel(const QString& server)
 {
     const QString path = controlPath(server);
-    users_.remove(path);
-    const QString ssh = findProgram(program_);
-    if (ssh.isEmpty() || !QFileInfo::exists(path))
+    const auto it = masters_.find(path);
+    if (it == masters_.end())
         return;
-    // Fire and forget: the master ends on its own and removes its socket.
-    QProcess closer;
-    closer.setProgram(ssh);
-    closer.setArguments({QStringLiteral("-q"), QStringLiteral("-S"), path, QStringLiteral("-O"),
-                       QStringLiteral("exit"), QStringLiteral("--"), server});
-    closer.setStandardInputFile(QProcess::nullDevice());
-    closer.setStandardOutputFile(QProcess::nullDevice());
-    closer.setStandardErrorFile(QProcess::nullDevice());
-    closer.startDetached();
+    QPointer<QProcess> process = it->process;
+    auto waiting = std::move(it->waiting);
+    masters_.erase(it);
+    if (process)
+        stop(path, process);
+    for (auto& finish : waiting)
+        later([finish = std::move(finish)] { finish(Cancelled); });
 }
 
 } // namespace velmora::platform
