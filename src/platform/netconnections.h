@@ -21,6 +21,7 @@ public:
     //   1231  the network location cannot be reached
     //   1223  cancel() for the server came before the connection was made
     //   2     ssh is not installed
+    //   5     no connection can be opened safely (no folder of the user's own for it)
     virtual void add(QObject* context, const QString& server, const QString& user,
                      const QString& password, std::function<void(int code)> done) = 0;
     // Closes the connection; nothing is reported.

@@ -113,10 +113,10 @@ private:
     }
 
     // Runs ssh through an open master; the exit code, or -1.
-    int throughMaster(const QStringList& args)
+    int throughMaster(const SshConnections& net, const QStringList& args)
     {
         QProcess p;
-        p.start("ssh", QStringList{"-F", "/dev/null", "-S", SshConnections::controlPath(server)} + args);
+        p.start("ssh", QStringList{"-F", "/dev/null", "-S", net.controlPath(server)} + args);
         if (!p.waitForFinished(ConnectMs) || p.exitStatus() != QProcess::NormalExit)
             return -1;
         return p.exitCode();
@@ -129,13 +129,6 @@ private:
         net.add(&context, to, user, password, [&code](int c) { code = c; });
         [&] { QTRY_VERIFY_WITH_TIMEOUT(code != NotYet, ConnectMs); }();
         return code;
-    }
-
-    void closeMaster()
-    {
-        const QString path = SshConnections::controlPath(server);
-        if (QFileInfo::exists(path))
-            QProcess::execute("ssh", {"-q", "-S", path, "-O", "exit", server});
     }
 
     QString startSshd()
@@ -201,26 +194,82 @@ private slots:
 
     void cleanupTestCase()
     {
-        closeMaster();
         if (sshd.state() != QProcess::NotRunning) {
             sshd.terminate();
             sshd.waitForFinished(5000);
         }
     }
 
-    void controlPathLivesInTheRuntimeFolderAndIgnoresCase()
+    void controlSocketsLiveInAPrivateFolderOfTheirOwn()
     {
-        QCOMPARE(SshConnections::controlPath("SRV1"), runtimeDir + "/velmora-ssh-srv1");
-        QCOMPARE(SshConnections::controlPath("srv1"), SshConnections::controlPath("SRV1"));
-        // Nothing in a name can lead out of the folder or clash with a plain name.
-        const QString odd = SshConnections::controlPath("../x/y z");
-        QCOMPARE(QFileInfo(odd).path(), runtimeDir);
-        QVERIFY(odd != SshConnections::controlPath("x_y_z"));
-        // Long names still fit a socket address.
-        const QString longName = SshConnections::controlPath(QString(200, 'a') + ".example.org");
-        QCOMPARE(QFileInfo(longName).path(), runtimeDir);
-        QVERIFY(longName.toLocal8Bit().size() <= 90);
-        QVERIFY(longName != SshConnections::controlPath(QString(201, 'a') + ".example.org"));
+        QString folder;
+        {
+            SshConnections net;
+            QVERIFY(net.folderProblem().isEmpty());
+            const QString path = net.controlPath("SRV1");
+            folder = QFileInfo(path).path();
+            // A new folder under an unpredictable name in the runtime folder, mode 0700.
+            QCOMPARE(QFileInfo(folder).path(), runtimeDir);
+            QVERIFY(QFileInfo(folder).fileName().startsWith("velmora-ssh-"));
+            QCOMPARE(SshConnections::privateFolderProblem(folder), QString());
+            QCOMPARE(QFileInfo(path).fileName(), QString("srv1"));
+            QCOMPARE(net.controlPath("srv1"), path);
+            // Nothing in a name can lead out of the folder or clash with a plain name.
+            const QString odd = net.controlPath("../x/y z");
+            QCOMPARE(QFileInfo(odd).path(), folder);
+            QVERIFY(odd != net.controlPath("x_y_z"));
+            QCOMPARE(QFileInfo(net.controlPath("..")).path(), folder);
+            // Long names still fit a socket address.
+            const QString longName = net.controlPath(QString(200, 'a') + ".example.org");
+            QCOMPARE(QFileInfo(longName).path(), folder);
+            QVERIFY(longName.toLocal8Bit().size() <= 90);
+            QVERIFY(longName != net.controlPath(QString(201, 'a') + ".example.org"));
+            // Two objects never share a folder.
+            SshConnections other;
+            QVERIFY(QFileInfo(other.controlPath("SRV1")).path() != folder);
+        }
+        // The folder goes with the object.
+        QVERIFY(!QFileInfo::exists(folder));
+    }
+
+    void aRuntimeFolderOthersCanWriteIsNotUsed()
+    {
+        const QString shared = file("shared-run");
+        QVERIFY(QDir().mkpath(shared));
+        QVERIFY(QFile::setPermissions(shared, QFileDevice::Permissions(0x7777)));
+        qputenv("XDG_RUNTIME_DIR", shared.toLocal8Bit());
+        const QString path = SshConnections().controlPath("SRV1");
+        qputenv("XDG_RUNTIME_DIR", runtimeDir.toLocal8Bit());
+        QVERIFY(!path.startsWith(shared));
+        QVERIFY(path.startsWith(QDir::tempPath() + "/velmora-ssh-"));
+    }
+
+    void privateFolderMeansOwnFolderModeOwnerOnly()
+    {
+        const QString good = file("good");
+        QVERIFY(QDir().mkpath(good));
+        QVERIFY(QFile::setPermissions(good, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
+        QCOMPARE(SshConnections::privateFolderProblem(good), QString());
+
+        QVERIFY(QFile::link(good, file("link")));
+        QVERIFY(SshConnections::privateFolderProblem(file("link")).contains("symbolic link"));
+
+        const QString open = file("open");
+        QVERIFY(QDir().mkpath(open));
+        QVERIFY(QFile::setPermissions(open, QFileDevice::Permissions(0x7755)));
+        QVERIFY(SshConnections::privateFolderProblem(open).contains("mode 0755"));
+
+        QVERIFY(writeText(file("plain"), "x"));
+        QVERIFY(SshConnections::privateFolderProblem(file("plain")).contains("not a folder"));
+        QVERIFY(SshConnections::privateFolderProblem(file("none")).contains("cannot be examined"));
+
+        if (::geteuid() == 0) {
+            const QString foreign = file("foreign");
+            QVERIFY(QDir().mkpath(foreign));
+            QVERIFY(QFile::setPermissions(foreign, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
+            QCOMPARE(::chown(QFile::encodeName(foreign).constData(), 65534, 65534), 0);
+            QVERIFY(SshConnections::privateFolderProblem(foreign).contains("another user"));
+        }
     }
 
     void keyLogonOpensASharedMasterThatCancelCloses()
@@ -228,7 +277,7 @@ private slots:
         if (!sshdMissing.isEmpty())
             QSKIP(qPrintable(sshdMissing));
         SshConnections net(options("client_key"));
-        const QString path = SshConnections::controlPath(server);
+        const QString path = net.controlPath(server);
         QCOMPARE(logOn(net, server), 0);
         QVERIFY(QFileInfo(path).exists());
         // The master is a child of this process, not a daemon of its own.
@@ -236,8 +285,8 @@ private slots:
         QVERIFY(pid > 0);
         QCOMPARE(parentOf(pid), qint64(::getpid()));
         // Other ssh runs go through the master without logging on again.
-        QCOMPARE(throughMaster({"-O", "check", server}), 0);
-        QCOMPARE(throughMaster({"-o", "BatchMode=yes", server, "true"}), 0);
+        QCOMPARE(throughMaster(net, {"-O", "check", server}), 0);
+        QCOMPARE(throughMaster(net, {"-o", "BatchMode=yes", server, "true"}), 0);
 
         // A second request for the same server reuses the master; another user is refused.
         QCOMPARE(logOn(net, server), 0);
@@ -245,17 +294,18 @@ private slots:
 
         net.cancel(server);
         QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(path), ConnectMs);
-        QVERIFY(throughMaster({"-O", "check", server}) != 0);
+        QVERIFY(throughMaster(net, {"-O", "check", server}) != 0);
     }
 
     void everyMasterAndItsSshdSessionEndsWithTheObject()
     {
         if (!sshdMissing.isEmpty())
             QSKIP(qPrintable(sshdMissing));
-        const QString path = SshConnections::controlPath(server);
+        QString path;
         qint64 pid = 0;
         {
             SshConnections net(options("client_key"));
+            path = net.controlPath(server);
             QCOMPARE(logOn(net, server), 0);
             pid = masterPid(path);
             QVERIFY(pid > 0);
@@ -267,6 +317,7 @@ private slots:
 
         // closeAll() does the same for an object that lives on.
         SshConnections net(options("client_key"));
+        path = net.controlPath(server);
         QCOMPARE(logOn(net, server), 0);
         pid = masterPid(path);
         QVERIFY(pid > 0);
@@ -292,8 +343,8 @@ private slots:
         QVERIFY(program.waitForStarted());
         QByteArray said;
         QTRY_VERIFY_WITH_TIMEOUT((said += program.readAllStandardOutput()).contains('\n'), ConnectMs);
-        QCOMPARE(said, QByteArray("connected\n"));
-        const QString path = SshConnections::controlPath(server);
+        QVERIFY2(said.startsWith("connected "), said.constData());
+        const QString path = QString::fromLocal8Bit(said.mid(10).trimmed());
         const qint64 pid = masterPid(path);
         QVERIFY(pid > 0);
         QCOMPARE(parentOf(pid), program.processId());
@@ -315,9 +366,10 @@ private slots:
                           "trap '' TERM\n"
                           "exec sleep 600\n",
                           QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
-        const QString path = SshConnections::controlPath("DEAF");
+        QString path;
         {
             SshConnections net({}, fake);
+            path = net.controlPath("DEAF");
             QCOMPARE(logOn(net, "DEAF"), 0);
             const qint64 pid = readText(file("deaf.pid")).trimmed().toLongLong();
             QCOMPARE(parentOf(pid), qint64(::getpid()));
@@ -339,11 +391,11 @@ private slots:
     {
         if (!sshdMissing.isEmpty())
             QSKIP(qPrintable(sshdMissing));
-        const QString path = SshConnections::controlPath(server);
-        QVERIFY(writeText(path, "stale"));
         SshConnections net(options("client_key"));
+        const QString path = net.controlPath(server);
+        QVERIFY(writeText(path, "stale"));
         QCOMPARE(logOn(net, server), 0);
-        QCOMPARE(throughMaster({"-O", "check", server}), 0);
+        QCOMPARE(throughMaster(net, {"-O", "check", server}), 0);
         net.cancel(server);
         QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(path), ConnectMs);
     }
@@ -364,7 +416,6 @@ private slots:
             SshConnections net(options("client_key"));
             QCOMPARE(logOn(net, "no-such-host-velmora.invalid"), 53);
         }
-        QVERIFY(!QFileInfo::exists(SshConnections::controlPath(server)));
     }
 
     void passwordReachesSshThroughAskpass()
@@ -375,11 +426,9 @@ private slots:
         SshConnections net(options("locked_key"));
         QCOMPARE(logOn(net, server, {}, "wrong words"), 1326);
         QCOMPARE(logOn(net, server, {}, "open sesame"), 0);
-        QCOMPARE(throughMaster({"-O", "check", server}), 0);
+        QCOMPARE(throughMaster(net, {"-O", "check", server}), 0);
         net.cancel(server);
-        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(SshConnections::controlPath(server)), ConnectMs);
-        // The password files are gone once ssh has logged on.
-        QCOMPARE(QDir(runtimeDir).entryList({"velmora-pw-*"}, QDir::Files | QDir::Hidden), QStringList());
+        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(net.controlPath(server)), ConnectMs);
     }
 
     void commandLineCarriesNoPassword()
@@ -400,7 +449,7 @@ private slots:
         SshConnections net({"-p", "2222"}, fake);
         QCOMPARE(logOn(net, "SRV9", "admin", "p@ss word;$(x)"), 0);
         const QStringList args = readText(file("args")).split('\n', Qt::SkipEmptyParts);
-        const QStringList expected{"-M", "-S", SshConnections::controlPath("SRV9"), "-N", "-o", "ControlPersist=no",
+        const QStringList expected{"-M", "-S", net.controlPath("SRV9"), "-N", "-o", "ControlPersist=no",
                                    "-o", "BatchMode=no", "-o", "ConnectTimeout=10",
                                    "-o", "StrictHostKeyChecking=accept-new", "-p", "2222",
                                    "-l", "admin", "--", "SRV9"};
@@ -444,8 +493,8 @@ int holdConnection(int argc, char** argv)
     QStringList args = app.arguments().mid(2);
     const QString to = args.takeFirst();
     SshConnections net(args);
-    net.add(&app, to, {}, {}, [](int code) {
-        QTextStream(stdout) << (code == 0 ? "connected" : "failed") << Qt::endl;
+    net.add(&app, to, {}, {}, [&net, to](int code) {
+        QTextStream(stdout) << (code == 0 ? "connected " + net.controlPath(to) : "failed") << Qt::endl;
     });
     return app.exec();
 }

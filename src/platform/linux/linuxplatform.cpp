@@ -232,6 +232,14 @@ private:
     bool shown_ = false;
 };
 
+// Remote service managers are reached through the connections that net opens.
+SystemdServices::Options servicesThrough(const SshConnections& net)
+{
+    SystemdServices::Options options;
+    options.controlPath = [&net](const QString& server) { return net.controlPath(server); };
+    return options;
+}
+
 } // namespace
 
 struct LinuxPlatform::Impl {
@@ -244,7 +252,7 @@ struct LinuxPlatform::Impl {
     LinuxIcmp icmp;
     ThreadPoolWorker worker;
     SshConnections net;
-    SystemdServices services;
+    SystemdServices services{servicesThrough(net)};
     QtTrayIcon tray;
     LoopSound sound;
     KnownComputersChooser chooser;

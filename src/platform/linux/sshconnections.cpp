@@ -11,7 +11,10 @@
 #include <QTemporaryFile>
 #include <QTimer>
 
+#include <cerrno>
 #include <csignal>
+#include <cstring>
+#include <sys/stat.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -20,6 +23,7 @@ namespace velmora::platform {
 namespace {
 
 constexpr int Connected = 0;
+constexpr int AccessDenied = 5;
 constexpr int SshMissing = 2;
 constexpr int NetworkPathNotFound = 53;
 constexpr int OtherCredentials = 1219;
@@ -27,10 +31,50 @@ constexpr int LogonFailure = 1326;
 constexpr int NotReachable = 1231;
 constexpr int Cancelled = 1223;
 
-QString runtimeFolder()
+// ---- the private folder -------------------------------------------------------------------
+// The control sockets give whoever can reach them the logged-on connection, so they live only in
+// a folder that belongs to this user alone.
+
+// Why path is not a private folder of this user, or empty when it is one: a folder itself (not a
+// symbolic link to one), owned by this user, mode 0700.
+QString checkPrivateFolder(const QString& path)
 {
-    QString dir = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-    return dir.isEmpty() ? QDir::tempPath() : dir;
+    struct stat st {};
+    if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
+        return QStringLiteral("%1 cannot be examined (%2)").arg(path, QString::fromLocal8Bit(::strerror(errno)));
+    if (S_ISLNK(st.st_mode))
+        return QStringLiteral("%1 is a symbolic link").arg(path);
+    if (!S_ISDIR(st.st_mode))
+        return QStringLiteral("%1 is not a folder").arg(path);
+    if (st.st_uid != ::geteuid())
+        return QStringLiteral("%1 belongs to another user (uid %2)").arg(path).arg(st.st_uid);
+    if ((st.st_mode & 07777) != 0700)
+        return QStringLiteral("%1 has mode %2 instead of 0700").arg(path).arg(st.st_mode & 07777, 4, 8, QLatin1Char('0'));
+    return {};
+}
+
+// A new folder of this object's own, under an unpredictable name: in the user's runtime folder
+// when that is private, else in the temporary folder. Returns the folder, or empty with the
+// reason in problem.
+QString makePrivateFolder(QString& problem)
+{
+    QString base = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (base.isEmpty() || !checkPrivateFolder(base).isEmpty())
+        base = QDir::tempPath();
+    QByteArray name = QFile::encodeName(base + QStringLiteral("/velmora-ssh-XXXXXX"));
+    // mkdtemp creates the folder with mode 0700 and fails if the name exists.
+    if (!::mkdtemp(name.data())) {
+        problem = QStringLiteral("no private folder for the ssh connections can be made in %1 (%2)")
+                      .arg(base, QString::fromLocal8Bit(::strerror(errno)));
+        return {};
+    }
+    const QString folder = QFile::decodeName(name);
+    problem = checkPrivateFolder(folder);
+    if (!problem.isEmpty()) {
+        problem = QStringLiteral("the folder for the ssh connections is not private: ") + problem;
+        return {};
+    }
+    return folder;
 }
 
 QString findProgram(const QString& program)
@@ -43,13 +87,13 @@ QString findProgram(const QString& program)
 // The helper ssh runs to ask for a password (SSH_ASKPASS): it prints the file whose name the
 // environment carries, so the password never shows on a command line or in the environment of
 // the master that stays behind. Confirmation questions (an unknown host key) get "no".
-QString askpassProgram()
+QString askpassProgram(const QString& folder)
 {
     static const QByteArray script =
         "#!/bin/sh\n"
         "case \"$1\" in *\"(yes/no\"*) exit 1 ;; esac\n"
         "exec cat -- \"$VELMORA_ASKPASS_FILE\"\n";
-    const QString path = runtimeFolder() + QStringLiteral("/velmora-askpass");
+    const QString path = folder + QStringLiteral("/_askpass");
     QFile f(path);
     if (f.open(QIODevice::ReadOnly) && f.readAll() == script
         && (f.permissions() & QFileDevice::ExeOwner))
@@ -71,11 +115,22 @@ SshConnections::SshConnections(QStringList extraOptions, QString program)
     : extraOptions_(std::move(extraOptions)), program_(std::move(program)),
       processes_(std::make_unique<QObject>())
 {
+    folder_ = makePrivateFolder(folderProblem_);
+    if (!folder_.isEmpty())
+        return;
+    qWarning("Velmora: %s; no ssh connection will be opened", qPrintable(folderProblem_));
 }
 
 SshConnections::~SshConnections()
 {
     closeAll();
+    if (!folder_.isEmpty())
+        QDir(folder_).removeRecursively();
+}
+
+QString SshConnections::privateFolderProblem(const QString& path)
+{
+    return checkPrivateFolder(path);
 }
 
 void SshConnections::closeAll()
@@ -124,10 +179,13 @@ void SshConnections::later(std::function<void()> fn)
     QMetaObject::invokeMethod(processes_.get(), std::move(fn), Qt::QueuedConnection);
 }
 
-QString SshConnections::controlPath(const QString& server)
+QString SshConnections::controlPath(const QString& server) const
 {
+    if (folder_.isEmpty())
+        return {};
     // Host names ignore case: "SRV1" and "srv1" share one connection. Anything but letters,
-    // digits, dots and dashes is spelled out in hex, so no name can reach outside the folder.
+    // digits, dots and dashes is spelled out in hex, so no name can reach outside the folder
+    // (nor start with "_", which this object's own files do).
     const QString name = server.toLower();
     QString safe;
     for (const char c : name.toUtf8()) {
@@ -136,10 +194,10 @@ QString SshConnections::controlPath(const QString& server)
         else
             safe += QStringLiteral("_%1").arg(uchar(c), 2, 16, QLatin1Char('0'));
     }
-    const QString prefix = runtimeFolder() + QStringLiteral("/velmora-ssh-");
+    const QString prefix = folder_ + QLatin1Char('/');
     QString path = prefix + safe;
     // A socket path holds at most 107 bytes, and ssh appends 17 characters while it sets up.
-    if (path.toLocal8Bit().size() > 90)
+    if (path.toLocal8Bit().size() > 90 || safe.startsWith(QLatin1Char('.')))
         path = prefix + QString::fromLatin1(
                    QCryptographicHash::hash(name.toUtf8(), QCryptographicHash::Sha1).toHex().left(24));
     return path;
@@ -171,6 +229,10 @@ void SshConnections::add(QObject* context, const QString& server, const QString&
     };
     if (findProgram(program_).isEmpty()) {
         later([finish] { finish(SshMissing); });
+        return;
+    }
+    if (folder_.isEmpty()) {
+        later([finish] { finish(AccessDenied); });
         return;
     }
     const QString path = controlPath(server);
@@ -225,8 +287,8 @@ void SshConnections::startMaster(const QString& server, const QString& user, con
     } else {
         // The password goes to ssh through a private file read by the askpass helper; the file
         // goes with the process object once ssh has logged on or given up.
-        auto* secret = new QTemporaryFile(runtimeFolder() + QStringLiteral("/velmora-pw-XXXXXX"), proc);
-        const QString askpass = askpassProgram();
+        auto* secret = new QTemporaryFile(folder_ + QStringLiteral("/_pw-XXXXXX"), proc);
+        const QString askpass = askpassProgram(folder_);
         if (askpass.isEmpty() || !secret->open() || secret->write(password.toUtf8() + '\n') < 0
             || !secret->flush()) {
             proc->deleteLater();

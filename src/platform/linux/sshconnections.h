@@ -12,7 +12,9 @@ class QProcess;
 
 namespace velmora::platform {
 
-// Connections as ssh control masters, one socket per server in the user's runtime folder.
+// Connections as ssh control masters, one socket per server in a folder of this object's own
+// (mode 0700, under an unpredictable name in the user's runtime folder, else in the temporary
+// folder), removed with the object.
 //
 // Every master is a child process of the program that runs in the foreground (no -f, no
 // ControlPersist): closeAll() and the destructor end them, and the kernel ends them when the
@@ -35,8 +37,14 @@ public:
     // that does not end on request is killed. Requests still under way report nothing.
     void closeAll();
 
-    // The control socket of a server's connection (the remote service backend connects through it).
-    static QString controlPath(const QString& server);
+    // The control socket of a server's connection (the remote service backend connects through
+    // it); empty when there is no private folder. May be called from any thread.
+    QString controlPath(const QString& server) const;
+    // Why no connection can be opened because no private folder could be made; empty when one was.
+    QString folderProblem() const { return folderProblem_; }
+    // Why path is not a folder of this user alone (a folder, not a symbolic link, owned by this
+    // user, mode 0700); empty when it is one.
+    static QString privateFolderProblem(const QString& path);
     // The result code of an ssh run that ended with exitCode and printed stderrText.
     static int codeForOutcome(int exitCode, const QString& stderrText);
 
@@ -57,6 +65,8 @@ private:
 
     QStringList extraOptions_;
     QString program_;
+    QString folder_;
+    QString folderProblem_;
     QHash<QString, Master> masters_; // by control path
     // Masters asked to end that have not ended yet, by control path: a new master for the same
     // server waits for them, as its socket would clash with theirs.
