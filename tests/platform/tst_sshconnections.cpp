@@ -1,9 +1,12 @@
 // Ssh control masters against a real sshd on loopback, with a host key, client keys and a
 // port of this test's own.
+#include "platform/linux/askpass.h"
 #include "platform/linux/sshconnections.h"
+#include "platform/sim/simcredentialsprompt.h"
 
 #include <QApplication>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
@@ -15,14 +18,22 @@
 #include <QTest>
 
 #include <csignal>
+#include <pwd.h>
 #include <unistd.h>
 
 using velmora::platform::SshConnections;
+using velmora::platform::sim::SimCredentialsPrompt;
 
 namespace {
 
 constexpr int NotYet = -99;
 constexpr int ConnectMs = 20000;
+
+// The account the test's sshd knows besides root, with its password; it has no key.
+const QString passwordUser = QStringLiteral("velmoratest");
+const QString passwordOfUser = QStringLiteral("Secret 123");
+// openssl passwd -6 -salt velmorasalt 'Secret 123'
+const char passwordHash[] = "$6$velmorasalt$LipIlmozvYsDO68Yi42B2GfEPgA3p3HbAbzOwoN6Ut8RqWIvomFBdZQUNKXWj6fkjib2rpHnx288NnLLcnhtL0";
 
 quint16 freePort()
 {
@@ -69,6 +80,47 @@ qint64 parentOf(qint64 pid)
     return fields.size() > 1 && fields.at(0) != "Z" ? fields.at(1).toLongLong() : 0;
 }
 
+// The processes of this program file other than this one (ssh's askpass helpers).
+int helperCount()
+{
+    int n = 0;
+    for (const QString& entry : QDir("/proc").entryList(QDir::Dirs)) {
+        bool number = false;
+        const qint64 pid = entry.toLongLong(&number);
+        if (number && pid != ::getpid() && parentOf(pid) != 0
+            && QFileInfo("/proc/" + entry + "/exe").symLinkTarget() == QCoreApplication::applicationFilePath())
+            ++n;
+    }
+    return n;
+}
+
+// Every regular file under folder whose bytes hold text.
+QStringList filesHolding(const QString& folder, const QByteArray& text)
+{
+    QStringList found;
+    QDirIterator it(folder, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        QFile f(path);
+        if (f.open(QIODevice::ReadOnly) && f.readAll().contains(text))
+            found << path;
+    }
+    return found;
+}
+
+// "SHA256:..." and the type of a public key file.
+QStringList fingerprintOf(const QString& publicKey)
+{
+    QProcess p;
+    p.start("ssh-keygen", {"-lf", publicKey});
+    p.waitForFinished();
+    // "256 SHA256:... comment (ED25519)"
+    const QStringList fields = QString::fromUtf8(p.readAllStandardOutput()).trimmed().split(' ');
+    if (fields.size() < 3)
+        return {};
+    return {fields.last().mid(1).chopped(1), fields.at(1)};
+}
+
 int childCount(qint64 pid)
 {
     int n = 0;
@@ -89,6 +141,7 @@ private:
     QTemporaryDir dir;
     QString runtimeDir;
     QString sshdMissing; // why the sshd cases cannot run, or empty
+    QString passwordMissing; // why sshd has no account with a password, or empty
     QProcess sshd;
     quint16 port = 0;
     const QString server = QStringLiteral("127.0.0.1");
@@ -100,16 +153,59 @@ private:
         return QProcess::execute("ssh-keygen", {"-q", "-t", "ed25519", "-N", passphrase, "-C", name, "-f", file(name)}) == 0;
     }
 
-    QStringList options(const QString& key, quint16 toPort = 0) const
+    QStringList options(const QString& key, quint16 toPort = 0, const QString& knownHosts = "known_hosts") const
     {
         return {"-F", "/dev/null",
                 "-p", QString::number(toPort ? toPort : port),
                 "-i", file(key),
                 "-o", "IdentitiesOnly=yes",
                 "-o", "IdentityAgent=none",
-                "-o", "UserKnownHostsFile=" + file("known_hosts"),
-                "-o", "GlobalKnownHostsFile=/dev/null",
-                "-o", "StrictHostKeyChecking=no"};
+                "-o", "UserKnownHostsFile=" + file(knownHosts),
+                "-o", "GlobalKnownHostsFile=/dev/null"};
+    }
+
+    // A known-hosts line that records key for the test's sshd.
+    QByteArray knownHostsLine(const QString& key) const
+    {
+        const QStringList pub = readText(file(key + ".pub")).split(' ');
+        return QStringLiteral("[%1]:%2 %3 %4\n").arg(server).arg(port).arg(pub.value(0), pub.value(1)).toUtf8();
+    }
+
+    // The number of ssh processes this test started that still run.
+    int sshChildren()
+    {
+        int n = 0;
+        for (const QString& entry : QDir("/proc").entryList(QDir::Dirs)) {
+            bool number = false;
+            const qint64 pid = entry.toLongLong(&number);
+            if (number && parentOf(pid) == ::getpid() && readText("/proc/" + entry + "/comm").trimmed() == "ssh")
+                ++n;
+        }
+        return n;
+    }
+
+    // Starts sshd in a mount namespace of its own in which the account database has the
+    // password user; the system's own files stay as they are. Empty, or why it cannot.
+    QString startSshdWithPasswordUser(const QString& sshdPath)
+    {
+        if (QProcess::execute("unshare", {"-m", "true"}) != 0)
+            return "no mount namespace can be made (unshare -m)";
+        uid_t uid = 4711;
+        while (::getpwuid(uid))
+            ++uid;
+        const QString home = file("home");
+        QDir().mkpath(home);
+        if (::chown(QFile::encodeName(home).constData(), uid, uid) != 0)
+            return "cannot give the password user a home folder";
+        if (!writeText(file("passwd"), readText("/etc/passwd").toUtf8()
+                           + QStringLiteral("%1:x:%2:%2:Velmora test:%3:/bin/sh\n").arg(passwordUser).arg(uid).arg(home).toUtf8())
+            || !writeText(file("shadow"), readText("/etc/shadow").toUtf8() + passwordUser.toUtf8() + ':' + passwordHash
+                                              + ":20000:0:99999:7:::\n"))
+            return "cannot write the account files";
+        sshd.start("unshare", {"-m", "--", "sh", "-c",
+                               "mount --bind \"$1\" /etc/passwd && mount --bind \"$2\" /etc/shadow && exec \"$3\" -D -e -f \"$4\"",
+                               "sh", file("passwd"), file("shadow"), sshdPath, file("sshd_config")});
+        return {};
     }
 
     // Runs ssh through an open master; the exit code, or -1.
@@ -154,7 +250,7 @@ private:
                                                  "PidFile %4\n"
                                                  "StrictModes no\n"
                                                  "UsePAM no\n"
-                                                 "PasswordAuthentication no\n"
+                                                 "PasswordAuthentication yes\n"
                                                  "KbdInteractiveAuthentication no\n"
                                                  "PermitRootLogin prohibit-password\n")
                                       .arg(port)
@@ -162,10 +258,14 @@ private:
                                       .toUtf8();
         if (!writeText(file("sshd_config"), config))
             return "cannot write sshd_config";
+        if (!writeText(file("known_hosts"), knownHostsLine("host_key")))
+            return "cannot write known_hosts";
         QDir().mkpath("/run/sshd"); // sshd's privilege separation folder
         sshd.setStandardOutputFile(file("sshd.log"));
         sshd.setStandardErrorFile(file("sshd.log"), QIODevice::Append);
-        sshd.start(sshdPath, {"-D", "-e", "-f", file("sshd_config")});
+        passwordMissing = startSshdWithPasswordUser(sshdPath);
+        if (!passwordMissing.isEmpty())
+            sshd.start(sshdPath, {"-D", "-e", "-f", file("sshd_config")});
         if (!sshd.waitForStarted())
             return "sshd does not start";
         for (int i = 0; i < 100; ++i) {
@@ -190,6 +290,8 @@ private slots:
         QVERIFY(QFile::setPermissions(runtimeDir, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
         qputenv("XDG_RUNTIME_DIR", runtimeDir.toLocal8Bit());
         sshdMissing = startSshd();
+        if (!sshdMissing.isEmpty())
+            passwordMissing = sshdMissing;
     }
 
     void cleanupTestCase()
@@ -431,39 +533,219 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(net.controlPath(server)), ConnectMs);
     }
 
-    void commandLineCarriesNoPassword()
+    void passwordGoesToSshThroughThePipeOfTheAskpassHelperOnly()
     {
-        // A stand-in ssh that records what it was given and asks for the password as ssh does.
+        // A stand-in ssh that records what it was given and asks as ssh does.
         const QString fake = file("fake-ssh");
         QVERIFY(writeText(fake,
                           "#!/bin/sh\n"
-                          "printf '%s\\n' \"$@\" > \"$(dirname \"$0\")/args\"\n"
-                          "echo \"$SSH_ASKPASS_REQUIRE\" > \"$(dirname \"$0\")/require\"\n"
-                          "echo \"$VELMORA_ASKPASS_FILE\" > \"$(dirname \"$0\")/secret\"\n"
-                          "\"$SSH_ASKPASS\" \"admin@srv9's password: \" > \"$(dirname \"$0\")/answer\"\n"
-                          "\"$SSH_ASKPASS\" \"Are you sure you want to continue connecting (yes/no/[fingerprint])? \""
-                          " > \"$(dirname \"$0\")/confirm\"\n"
+                          "d=\"$(dirname \"$0\")\"\n"
+                          "printf '%s\\n' \"$@\" > \"$d/args\"\n"
+                          "env > \"$d/env\"\n"
+                          "\"$SSH_ASKPASS\" \"admin@srv9's password: \" > \"$d/answer\"\n"
+                          "\"$SSH_ASKPASS\" \"admin@srv9's password: \" > \"$d/again\"\n"
+                          "\"$SSH_ASKPASS\" \"The authenticity of host 'srv9' can't be established.\n"
+                          "ED25519 key fingerprint is SHA256:abc.\n"
+                          "Are you sure you want to continue connecting (yes/no/[fingerprint])? \""
+                          " > \"$d/confirm\"\n"
                           ": > \"$3\"\n"
                           "exec sleep 600\n",
                           QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
+        const QString password = "p@ss word;$(x)";
         SshConnections net({"-p", "2222"}, fake);
-        QCOMPARE(logOn(net, "SRV9", "admin", "p@ss word;$(x)"), 0);
+        QCOMPARE(logOn(net, "SRV9", "admin", password), 0);
         const QStringList args = readText(file("args")).split('\n', Qt::SkipEmptyParts);
         const QStringList expected{"-M", "-S", net.controlPath("SRV9"), "-N", "-o", "ControlPersist=no",
                                    "-o", "BatchMode=no", "-o", "ConnectTimeout=10",
-                                   "-o", "StrictHostKeyChecking=accept-new", "-p", "2222",
+                                   "-o", "StrictHostKeyChecking=ask", "-p", "2222",
                                    "-l", "admin", "--", "SRV9"};
         QCOMPARE(args, expected);
-        QCOMPARE(readText(file("require")), QString("force\n"));
-        QCOMPARE(readText(file("answer")), QString("p@ss word;$(x)\n"));
+        const QString env = readText(file("env"));
+        QVERIFY(env.contains("SSH_ASKPASS_REQUIRE=force\n"));
+        QVERIFY(env.contains("SSH_ASKPASS=" + QCoreApplication::applicationFilePath() + "\n"));
+        QVERIFY(!env.contains(password));
+        // The caller's password answers the first question only; without a prompt nothing
+        // answers the second one or the host key.
+        QCOMPARE(readText(file("answer")), password + "\n");
+        QCOMPARE(readText(file("again")), QString());
         QCOMPARE(readText(file("confirm")), QString());
-        QTRY_VERIFY(!QFileInfo::exists(readText(file("secret")).trimmed()));
+        // (The stand-in wrote what it was told into "answer"; nothing else holds it.)
+        QCOMPARE(filesHolding(dir.path(), password.toUtf8()), QStringList{file("answer")});
+    }
 
-        // Without a password ssh may not ask at all.
-        net.cancel("SRV9");
-        QCOMPARE(logOn(net, "SRV9"), 0);
-        QVERIFY(readText(file("args")).contains("BatchMode=yes\n"));
-        QCOMPARE(readText(file("require")), QString("never\n"));
+    void askpassHelperWithoutItsConnectionAnswersNothing()
+    {
+        // A helper whose socket is not there, or whose token is not known, prints nothing.
+        QProcess helper;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(velmora::platform::askpassSocketVariable, file("no-socket"));
+        env.insert(velmora::platform::askpassTokenVariable, "00");
+        helper.setProcessEnvironment(env);
+        helper.start(QCoreApplication::applicationFilePath(), {"root@x's password: "});
+        QVERIFY(helper.waitForFinished());
+        QCOMPARE(helper.exitCode(), 1);
+        QCOMPARE(helper.readAllStandardOutput(), QByteArray());
+
+        SshConnections net;
+        const QString socket = QFileInfo(net.controlPath("x")).path() + "/_ask";
+        env.insert(velmora::platform::askpassSocketVariable, socket);
+        helper.setProcessEnvironment(env);
+        helper.start(QCoreApplication::applicationFilePath(), {"root@x's password: "});
+        QTRY_VERIFY_WITH_TIMEOUT(helper.state() == QProcess::NotRunning, ConnectMs);
+        QCOMPARE(helper.exitCode(), 1);
+        QCOMPARE(helper.readAllStandardOutput(), QByteArray());
+    }
+
+    void whenKeysFailTheUserIsAskedForUserAndPassword()
+    {
+        if (!passwordMissing.isEmpty())
+            QSKIP(qPrintable(passwordMissing));
+        SimCredentialsPrompt prompt;
+        prompt.credentials.push_back(SimCredentialsPrompt::Credentials{passwordUser, passwordOfUser});
+        SshConnections net(options("wrong_key"), "ssh", &prompt);
+        const QString path = net.controlPath(server);
+        QCOMPARE(logOn(net, server), 0);
+        // ssh tried this login's own name first; the user gave another one, and the logon
+        // started anew as that user.
+        const QString me = QString::fromLocal8Bit(::getpwuid(::geteuid())->pw_name);
+        QCOMPARE(prompt.asked, QStringList{"credentials 127.0.0.1 " + me});
+        QProcess who;
+        who.start("ssh", {"-F", "/dev/null", "-S", path, server, "id -un"});
+        QVERIFY(who.waitForFinished(ConnectMs));
+        QCOMPARE(QString::fromUtf8(who.readAllStandardOutput()).trimmed(), passwordUser);
+
+        // The password is nowhere but in memory: not in a file, not in the master's command
+        // line or environment.
+        const qint64 pid = masterPid(path);
+        QVERIFY(pid > 0);
+        QCOMPARE(filesHolding(dir.path(), passwordOfUser.toUtf8()), QStringList());
+        QVERIFY(!readText(QStringLiteral("/proc/%1/cmdline").arg(pid)).contains(passwordOfUser));
+        QFile environ(QStringLiteral("/proc/%1/environ").arg(pid));
+        QVERIFY(environ.open(QIODevice::ReadOnly));
+        QVERIFY(!environ.readAll().contains(passwordOfUser.toUtf8()));
+
+        // It is kept for the run: connecting again asks nothing.
+        net.cancel(server);
+        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(path), ConnectMs);
+        QCOMPARE(logOn(net, server), 0);
+        QCOMPARE(prompt.asked.size(), 1);
+        // The askpass helpers have all ended.
+        QTRY_COMPARE_WITH_TIMEOUT(helperCount(), 0, ConnectMs);
+    }
+
+    void aRefusedPasswordIsAskedForAgainAndCancelEndsTheLogon()
+    {
+        if (!passwordMissing.isEmpty())
+            QSKIP(qPrintable(passwordMissing));
+        SimCredentialsPrompt prompt;
+        prompt.credentials.push_back(SimCredentialsPrompt::Credentials{passwordUser, "wrong"});
+        prompt.credentials.push_back(std::nullopt);
+        SshConnections net(options("wrong_key"), "ssh", &prompt);
+        QCOMPARE(logOn(net, server, passwordUser), 1223);
+        QCOMPARE(prompt.asked, (QStringList{"credentials 127.0.0.1 " + passwordUser,
+                                            "credentials 127.0.0.1 " + passwordUser + " refused"}));
+        // Nothing keeps running after a cancel, here or at the server.
+        QTRY_COMPARE_WITH_TIMEOUT(sshChildren(), 0, ConnectMs);
+        QTRY_COMPARE_WITH_TIMEOUT(childCount(sshd.processId()), 0, ConnectMs);
+        QTRY_COMPARE_WITH_TIMEOUT(helperCount(), 0, ConnectMs);
+
+        // A wrong password from the caller brings the dialog up, saying it was refused.
+        prompt.asked.clear();
+        prompt.credentials.push_back(SimCredentialsPrompt::Credentials{passwordUser, passwordOfUser});
+        QCOMPARE(logOn(net, server, passwordUser, "not it"), 0);
+        QCOMPARE(prompt.asked, QStringList{"credentials 127.0.0.1 " + passwordUser + " refused"});
+        net.closeAll();
+    }
+
+    void anUnknownHostKeyShowsItsFingerprintAndIsTrustedOnlyOnYes()
+    {
+        if (!sshdMissing.isEmpty())
+            QSKIP(qPrintable(sshdMissing));
+        const QStringList key = fingerprintOf(file("host_key.pub"));
+        QCOMPARE(key.size(), 2);
+        const QString known = file("new_known_hosts");
+        QVERIFY(writeText(known, ""));
+        SimCredentialsPrompt prompt;
+        prompt.trust = {false, true};
+        SshConnections net(options("client_key", 0, "new_known_hosts"), "ssh", &prompt);
+        QCOMPARE(logOn(net, server), 1223);
+        QCOMPARE(prompt.asked, QStringList{"trust 127.0.0.1 " + key.join(' ')});
+        QCOMPARE(readText(known), QString());
+
+        QCOMPARE(logOn(net, server), 0);
+        QCOMPARE(prompt.asked.size(), 2);
+        QVERIFY(readText(known).contains(readText(file("host_key.pub")).split(' ').value(1)));
+        // Once trusted, it is known.
+        net.cancel(server);
+        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(net.controlPath(server)), ConnectMs);
+        QCOMPARE(logOn(net, server), 0);
+        QCOMPARE(prompt.asked.size(), 2);
+        net.closeAll();
+
+        // With nobody to ask, an unknown key is not trusted.
+        QVERIFY(writeText(known, ""));
+        SshConnections alone(options("client_key", 0, "new_known_hosts"));
+        QCOMPARE(logOn(alone, server), 1397);
+        QCOMPARE(readText(known), QString());
+    }
+
+    void aChangedHostKeyIsRefusedAndTheUserToldWhy()
+    {
+        if (!sshdMissing.isEmpty())
+            QSKIP(qPrintable(sshdMissing));
+        // The recorded key is another one than the server shows.
+        const QString known = file("changed_known_hosts");
+        QVERIFY(writeText(known, knownHostsLine("wrong_key")));
+        SimCredentialsPrompt prompt;
+        prompt.trust = {true};
+        prompt.credentials.push_back(SimCredentialsPrompt::Credentials{"root", "x"});
+        SshConnections net(options("client_key", 0, "changed_known_hosts"), "ssh", &prompt);
+        QCOMPARE(logOn(net, server), 1397);
+        // Neither trust nor a password is asked for: the user is told, with the key shown.
+        QCOMPARE(prompt.asked, QStringList{"changed 127.0.0.1 " + fingerprintOf(file("host_key.pub")).join(' ')});
+        QVERIFY2(prompt.keys.at(0).details.contains(known + ":1"), qPrintable(prompt.keys.at(0).details));
+        QCOMPARE(readText(known), QString::fromUtf8(knownHostsLine("wrong_key")));
+        QTRY_COMPARE_WITH_TIMEOUT(sshChildren(), 0, ConnectMs);
+    }
+
+    void endingAConnectionWhileTheUserIsAskedLeavesNothingBehind()
+    {
+        if (!passwordMissing.isEmpty())
+            QSKIP(qPrintable(passwordMissing));
+        SimCredentialsPrompt prompt;
+        prompt.hold = true;
+        prompt.credentials.push_back(SimCredentialsPrompt::Credentials{passwordUser, passwordOfUser});
+        SshConnections net(options("wrong_key"), "ssh", &prompt);
+        QObject context;
+        int code = NotYet;
+        net.add(&context, server, passwordUser, {}, [&code](int c) { code = c; });
+        QTRY_COMPARE_WITH_TIMEOUT(prompt.held.size(), size_t(1), ConnectMs);
+        net.cancel(server);
+        QTRY_COMPARE(code, 1223);
+        QTRY_COMPARE_WITH_TIMEOUT(sshChildren(), 0, ConnectMs);
+        QTRY_COMPARE_WITH_TIMEOUT(helperCount(), 0, ConnectMs);
+        // The late answer goes nowhere.
+        prompt.answerHeld();
+        QTest::qWait(300);
+        QCOMPARE(sshChildren(), 0);
+        QVERIFY(!QFileInfo::exists(net.controlPath(server)));
+
+        // The same for closeAll(), which reports nothing; and the next question still comes.
+        code = NotYet;
+        net.add(&context, server, passwordUser, {}, [&code](int c) { code = c; });
+        QTRY_COMPARE_WITH_TIMEOUT(prompt.held.size(), size_t(1), ConnectMs);
+        net.closeAll();
+        QCOMPARE(sshChildren(), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(helperCount(), 0, ConnectMs);
+        prompt.answerHeld();
+        QTest::qWait(300);
+        QCOMPARE(code, NotYet);
+
+        prompt.hold = false;
+        prompt.credentials.push_back(SimCredentialsPrompt::Credentials{passwordUser, passwordOfUser});
+        QCOMPARE(logOn(net, server, passwordUser), 0);
+        QCOMPARE(prompt.asked.size(), 3);
+        net.closeAll();
     }
 
     void missingSshGives2FromTheEventLoop()
@@ -501,6 +783,9 @@ int holdConnection(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    // The connections run this program as ssh's askpass helper, as they run the real one.
+    if (velmora::platform::askpassRequested())
+        return velmora::platform::askpassMain(argc, argv);
     if (argc > 2 && qstrcmp(argv[1], "--hold-connection") == 0)
         return holdConnection(argc, argv);
     QApplication app(argc, argv);
