@@ -455,6 +455,15 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(parentOf(pid), qint64(0), ConnectMs);
         QTRY_VERIFY(!QFileInfo::exists(path));
         QTRY_COMPARE_WITH_TIMEOUT(childCount(sshd.processId()), 0, ConnectMs);
+
+        // The folder it left is tidied away by the next connections object, once it has
+        // settled; a live object's folder stays.
+        const QString left = QFileInfo(path).path();
+        QVERIFY(QFileInfo(left).isDir());
+        SshConnections live;
+        const QString liveFolder = QFileInfo(live.controlPath(server)).path();
+        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(left) || (SshConnections(), false), 10000);
+        QVERIFY(QFileInfo(liveFolder).isDir());
     }
 
     void masterThatIgnoresTheRequestToEndIsKilled()

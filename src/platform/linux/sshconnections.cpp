@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QElapsedTimer>
 #include <QDir>
 #include <QFile>
@@ -60,6 +61,25 @@ QString checkPrivateFolder(const QString& path)
     return {};
 }
 
+// Removes the folders of this user's connections objects that ended without removing theirs (a
+// crash, kill -9): one whose question socket no longer answers and that has not changed for a
+// while (a new one may not listen yet).
+void tidyLeftFolders(const QString& base)
+{
+    const QDateTime settled = QDateTime::currentDateTimeUtc().addSecs(-2);
+    for (const QFileInfo& entry : QDir(base).entryInfoList({QStringLiteral("velmora-ssh-*")}, QDir::Dirs | QDir::Hidden)) {
+        const QString folder = entry.absoluteFilePath();
+        if (!checkPrivateFolder(folder).isEmpty() || entry.lastModified().toUTC() > settled)
+            continue;
+        QLocalSocket probe;
+        probe.connectToServer(folder + QStringLiteral("/_ask"));
+        if (probe.waitForConnected(200))
+            continue;
+        if (probe.error() == QLocalSocket::ServerNotFoundError || probe.error() == QLocalSocket::ConnectionRefusedError)
+            QDir(folder).removeRecursively();
+    }
+}
+
 // A new folder of this object's own, under an unpredictable name: in the user's runtime folder
 // when that is private, else in the temporary folder. Returns the folder, or empty with the
 // reason in problem.
@@ -68,6 +88,7 @@ QString makePrivateFolder(QString& problem)
     QString base = qEnvironmentVariable("XDG_RUNTIME_DIR");
     if (base.isEmpty() || !checkPrivateFolder(base).isEmpty())
         base = QDir::tempPath();
+    tidyLeftFolders(base);
     QByteArray name = QFile::encodeName(base + QStringLiteral("/velmora-ssh-XXXXXX"));
     // mkdtemp creates the folder with mode 0700 and fails if the name exists.
     if (!::mkdtemp(name.data())) {
