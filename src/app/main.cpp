@@ -1,3 +1,4 @@
+#include "platform/linux/askpass.h"
 #include "platform/linux/linuxplatform.h"
 #include "platform/icons.h"
 #include "shell/mainwindow.h"
@@ -11,6 +12,10 @@
 
 int main(int argc, char** argv)
 {
+    // Started by ssh to ask the user something on behalf of a connection of this program.
+    if (velmora::platform::askpassRequested())
+        return velmora::platform::askpassMain(argc, argv);
+
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("velmora"));
     QApplication::setOrganizationName(QStringLiteral("velmora"));

@@ -171,8 +171,9 @@ public:
         return svcerror::ok;
     }
 
-    // Drops the cached connection to a computer (after its authenticated connection was closed);
-    // the next openManager connects anew.
+    // Drops the cached connection to a remote computer (after its authenticated connection was
+    // closed); the next openManager connects anew. The local computer (an empty name or this
+    // computer's own name, in any case) keeps its connection.
     virtual void disconnect(const QString& computer) = 0;
 
     static void close(ServiceHandle& service) { service.error = svcerror::invalidHandle; }

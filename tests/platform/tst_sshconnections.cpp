@@ -1,25 +1,39 @@
 // Ssh control masters against a real sshd on loopback, with a host key, client keys and a
 // port of this test's own.
+#include "platform/linux/askpass.h"
 #include "platform/linux/sshconnections.h"
+#include "platform/sim/simcredentialsprompt.h"
 
+#include <QApplication>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <csignal>
+#include <pwd.h>
 #include <unistd.h>
 
 using velmora::platform::SshConnections;
+using velmora::platform::sim::SimCredentialsPrompt;
 
 namespace {
 
 constexpr int NotYet = -99;
 constexpr int ConnectMs = 20000;
+
+// The account the test's sshd knows besides root, with its password; it has no key.
+const QString passwordUser = QStringLiteral("velmoratest");
+const QString passwordOfUser = QStringLiteral("Secret 123");
+// openssl passwd -6 -salt velmorasalt 'Secret 123'
+const char passwordHash[] = "$6$velmorasalt$LipIlmozvYsDO68Yi42B2GfEPgA3p3HbAbzOwoN6Ut8RqWIvomFBdZQUNKXWj6fkjib2rpHnx288NnLLcnhtL0";
 
 quint16 freePort()
 {
@@ -43,6 +57,82 @@ bool writeText(const QString& path, const QByteArray& text, QFileDevice::Permiss
     return !perms || f.setPermissions(perms);
 }
 
+// The pid of the master listening on a control socket, or 0.
+qint64 masterPid(const QString& path)
+{
+    QProcess p;
+    p.start("ssh", {"-F", "/dev/null", "-S", path, "-O", "check", "x"});
+    if (!p.waitForFinished(10000))
+        return 0;
+    static const QRegularExpression pid("pid=(\\d+)");
+    return pid.match(QString::fromUtf8(p.readAllStandardError())).captured(1).toLongLong();
+}
+
+// The parent of a process, or 0 when it is gone (or a zombie nobody has reaped).
+qint64 parentOf(qint64 pid)
+{
+    QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!f.open(QIODevice::ReadOnly))
+        return 0;
+    const QByteArray stat = f.readAll();
+    // "pid (name) state ppid ...": the name may hold blanks, so count from its closing bracket.
+    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    return fields.size() > 1 && fields.at(0) != "Z" ? fields.at(1).toLongLong() : 0;
+}
+
+// The processes of this program file other than this one (ssh's askpass helpers).
+int helperCount()
+{
+    int n = 0;
+    for (const QString& entry : QDir("/proc").entryList(QDir::Dirs)) {
+        bool number = false;
+        const qint64 pid = entry.toLongLong(&number);
+        if (number && pid != ::getpid() && parentOf(pid) != 0
+            && QFileInfo("/proc/" + entry + "/exe").symLinkTarget() == QCoreApplication::applicationFilePath())
+            ++n;
+    }
+    return n;
+}
+
+// Every regular file under folder whose bytes hold text.
+QStringList filesHolding(const QString& folder, const QByteArray& text)
+{
+    QStringList found;
+    QDirIterator it(folder, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        QFile f(path);
+        if (f.open(QIODevice::ReadOnly) && f.readAll().contains(text))
+            found << path;
+    }
+    return found;
+}
+
+// "SHA256:..." and the type of a public key file.
+QStringList fingerprintOf(const QString& publicKey)
+{
+    QProcess p;
+    p.start("ssh-keygen", {"-lf", publicKey});
+    p.waitForFinished();
+    // "256 SHA256:... comment (ED25519)"
+    const QStringList fields = QString::fromUtf8(p.readAllStandardOutput()).trimmed().split(' ');
+    if (fields.size() < 3)
+        return {};
+    return {fields.last().mid(1).chopped(1), fields.at(1)};
+}
+
+int childCount(qint64 pid)
+{
+    int n = 0;
+    for (const QString& entry : QDir("/proc").entryList(QDir::Dirs)) {
+        bool number = false;
+        const qint64 other = entry.toLongLong(&number);
+        if (number && parentOf(other) == pid)
+            ++n;
+    }
+    return n;
+}
+
 } // namespace
 
 class TestSshConnections : public QObject {
@@ -51,6 +141,7 @@ private:
     QTemporaryDir dir;
     QString runtimeDir;
     QString sshdMissing; // why the sshd cases cannot run, or empty
+    QString passwordMissing; // why sshd has no account with a password, or empty
     QProcess sshd;
     quint16 port = 0;
     const QString server = QStringLiteral("127.0.0.1");
@@ -62,23 +153,66 @@ private:
         return QProcess::execute("ssh-keygen", {"-q", "-t", "ed25519", "-N", passphrase, "-C", name, "-f", file(name)}) == 0;
     }
 
-    QStringList options(const QString& key, quint16 toPort = 0) const
+    QStringList options(const QString& key, quint16 toPort = 0, const QString& knownHosts = "known_hosts") const
     {
         return {"-F", "/dev/null",
                 "-p", QString::number(toPort ? toPort : port),
                 "-i", file(key),
                 "-o", "IdentitiesOnly=yes",
                 "-o", "IdentityAgent=none",
-                "-o", "UserKnownHostsFile=" + file("known_hosts"),
-                "-o", "GlobalKnownHostsFile=/dev/null",
-                "-o", "StrictHostKeyChecking=no"};
+                "-o", "UserKnownHostsFile=" + file(knownHosts),
+                "-o", "GlobalKnownHostsFile=/dev/null"};
+    }
+
+    // A known-hosts line that records key for the test's sshd.
+    QByteArray knownHostsLine(const QString& key) const
+    {
+        const QStringList pub = readText(file(key + ".pub")).split(' ');
+        return QStringLiteral("[%1]:%2 %3 %4\n").arg(server).arg(port).arg(pub.value(0), pub.value(1)).toUtf8();
+    }
+
+    // The number of ssh processes this test started that still run.
+    int sshChildren()
+    {
+        int n = 0;
+        for (const QString& entry : QDir("/proc").entryList(QDir::Dirs)) {
+            bool number = false;
+            const qint64 pid = entry.toLongLong(&number);
+            if (number && parentOf(pid) == ::getpid() && readText("/proc/" + entry + "/comm").trimmed() == "ssh")
+                ++n;
+        }
+        return n;
+    }
+
+    // Starts sshd in a mount namespace of its own in which the account database has the
+    // password user; the system's own files stay as they are. Empty, or why it cannot.
+    QString startSshdWithPasswordUser(const QString& sshdPath)
+    {
+        if (QProcess::execute("unshare", {"-m", "true"}) != 0)
+            return "no mount namespace can be made (unshare -m)";
+        uid_t uid = 4711;
+        while (::getpwuid(uid))
+            ++uid;
+        const QString home = file("home");
+        QDir().mkpath(home);
+        if (::chown(QFile::encodeName(home).constData(), uid, uid) != 0)
+            return "cannot give the password user a home folder";
+        if (!writeText(file("passwd"), readText("/etc/passwd").toUtf8()
+                           + QStringLiteral("%1:x:%2:%2:Velmora test:%3:/bin/sh\n").arg(passwordUser).arg(uid).arg(home).toUtf8())
+            || !writeText(file("shadow"), readText("/etc/shadow").toUtf8() + passwordUser.toUtf8() + ':' + passwordHash
+                                              + ":20000:0:99999:7:::\n"))
+            return "cannot write the account files";
+        sshd.start("unshare", {"-m", "--", "sh", "-c",
+                               "mount --bind \"$1\" /etc/passwd && mount --bind \"$2\" /etc/shadow && exec \"$3\" -D -e -f \"$4\"",
+                               "sh", file("passwd"), file("shadow"), sshdPath, file("sshd_config")});
+        return {};
     }
 
     // Runs ssh through an open master; the exit code, or -1.
-    int throughMaster(const QStringList& args)
+    int throughMaster(const SshConnections& net, const QStringList& args)
     {
         QProcess p;
-        p.start("ssh", QStringList{"-F", "/dev/null", "-S", SshConnections::controlPath(server)} + args);
+        p.start("ssh", QStringList{"-F", "/dev/null", "-S", net.controlPath(server)} + args);
         if (!p.waitForFinished(ConnectMs) || p.exitStatus() != QProcess::NormalExit)
             return -1;
         return p.exitCode();
@@ -91,13 +225,6 @@ private:
         net.add(&context, to, user, password, [&code](int c) { code = c; });
         [&] { QTRY_VERIFY_WITH_TIMEOUT(code != NotYet, ConnectMs); }();
         return code;
-    }
-
-    void closeMaster()
-    {
-        const QString path = SshConnections::controlPath(server);
-        if (QFileInfo::exists(path))
-            QProcess::execute("ssh", {"-q", "-S", path, "-O", "exit", server});
     }
 
     QString startSshd()
@@ -123,7 +250,7 @@ private:
                                                  "PidFile %4\n"
                                                  "StrictModes no\n"
                                                  "UsePAM no\n"
-                                                 "PasswordAuthentication no\n"
+                                                 "PasswordAuthentication yes\n"
                                                  "KbdInteractiveAuthentication no\n"
                                                  "PermitRootLogin prohibit-password\n")
                                       .arg(port)
@@ -131,10 +258,14 @@ private:
                                       .toUtf8();
         if (!writeText(file("sshd_config"), config))
             return "cannot write sshd_config";
+        if (!writeText(file("known_hosts"), knownHostsLine("host_key")))
+            return "cannot write known_hosts";
         QDir().mkpath("/run/sshd"); // sshd's privilege separation folder
         sshd.setStandardOutputFile(file("sshd.log"));
         sshd.setStandardErrorFile(file("sshd.log"), QIODevice::Append);
-        sshd.start(sshdPath, {"-D", "-e", "-f", file("sshd_config")});
+        passwordMissing = startSshdWithPasswordUser(sshdPath);
+        if (!passwordMissing.isEmpty())
+            sshd.start(sshdPath, {"-D", "-e", "-f", file("sshd_config")});
         if (!sshd.waitForStarted())
             return "sshd does not start";
         for (int i = 0; i < 100; ++i) {
@@ -159,30 +290,88 @@ private slots:
         QVERIFY(QFile::setPermissions(runtimeDir, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
         qputenv("XDG_RUNTIME_DIR", runtimeDir.toLocal8Bit());
         sshdMissing = startSshd();
+        if (!sshdMissing.isEmpty())
+            passwordMissing = sshdMissing;
     }
 
     void cleanupTestCase()
     {
-        closeMaster();
         if (sshd.state() != QProcess::NotRunning) {
             sshd.terminate();
             sshd.waitForFinished(5000);
         }
     }
 
-    void controlPathLivesInTheRuntimeFolderAndIgnoresCase()
+    void controlSocketsLiveInAPrivateFolderOfTheirOwn()
     {
-        QCOMPARE(SshConnections::controlPath("SRV1"), runtimeDir + "/velmora-ssh-srv1");
-        QCOMPARE(SshConnections::controlPath("srv1"), SshConnections::controlPath("SRV1"));
-        // Nothing in a name can lead out of the folder or clash with a plain name.
-        const QString odd = SshConnections::controlPath("../x/y z");
-        QCOMPARE(QFileInfo(odd).path(), runtimeDir);
-        QVERIFY(odd != SshConnections::controlPath("x_y_z"));
-        // Long names still fit a socket address.
-        const QString longName = SshConnections::controlPath(QString(200, 'a') + ".example.org");
-        QCOMPARE(QFileInfo(longName).path(), runtimeDir);
-        QVERIFY(longName.toLocal8Bit().size() <= 90);
-        QVERIFY(longName != SshConnections::controlPath(QString(201, 'a') + ".example.org"));
+        QString folder;
+        {
+            SshConnections net;
+            QVERIFY(net.folderProblem().isEmpty());
+            const QString path = net.controlPath("SRV1");
+            folder = QFileInfo(path).path();
+            // A new folder under an unpredictable name in the runtime folder, mode 0700.
+            QCOMPARE(QFileInfo(folder).path(), runtimeDir);
+            QVERIFY(QFileInfo(folder).fileName().startsWith("velmora-ssh-"));
+            QCOMPARE(SshConnections::privateFolderProblem(folder), QString());
+            QCOMPARE(QFileInfo(path).fileName(), QString("srv1"));
+            QCOMPARE(net.controlPath("srv1"), path);
+            // Nothing in a name can lead out of the folder or clash with a plain name.
+            const QString odd = net.controlPath("../x/y z");
+            QCOMPARE(QFileInfo(odd).path(), folder);
+            QVERIFY(odd != net.controlPath("x_y_z"));
+            QCOMPARE(QFileInfo(net.controlPath("..")).path(), folder);
+            // Long names still fit a socket address.
+            const QString longName = net.controlPath(QString(200, 'a') + ".example.org");
+            QCOMPARE(QFileInfo(longName).path(), folder);
+            QVERIFY(longName.toLocal8Bit().size() <= 90);
+            QVERIFY(longName != net.controlPath(QString(201, 'a') + ".example.org"));
+            // Two objects never share a folder.
+            SshConnections other;
+            QVERIFY(QFileInfo(other.controlPath("SRV1")).path() != folder);
+        }
+        // The folder goes with the object.
+        QVERIFY(!QFileInfo::exists(folder));
+    }
+
+    void aRuntimeFolderOthersCanWriteIsNotUsed()
+    {
+        const QString shared = file("shared-run");
+        QVERIFY(QDir().mkpath(shared));
+        QVERIFY(QFile::setPermissions(shared, QFileDevice::Permissions(0x7777)));
+        qputenv("XDG_RUNTIME_DIR", shared.toLocal8Bit());
+        const QString path = SshConnections().controlPath("SRV1");
+        qputenv("XDG_RUNTIME_DIR", runtimeDir.toLocal8Bit());
+        QVERIFY(!path.startsWith(shared));
+        QVERIFY(path.startsWith(QDir::tempPath() + "/velmora-ssh-"));
+    }
+
+    void privateFolderMeansOwnFolderModeOwnerOnly()
+    {
+        const QString good = file("good");
+        QVERIFY(QDir().mkpath(good));
+        QVERIFY(QFile::setPermissions(good, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
+        QCOMPARE(SshConnections::privateFolderProblem(good), QString());
+
+        QVERIFY(QFile::link(good, file("link")));
+        QVERIFY(SshConnections::privateFolderProblem(file("link")).contains("symbolic link"));
+
+        const QString open = file("open");
+        QVERIFY(QDir().mkpath(open));
+        QVERIFY(QFile::setPermissions(open, QFileDevice::Permissions(0x7755)));
+        QVERIFY(SshConnections::privateFolderProblem(open).contains("mode 0755"));
+
+        QVERIFY(writeText(file("plain"), "x"));
+        QVERIFY(SshConnections::privateFolderProblem(file("plain")).contains("not a folder"));
+        QVERIFY(SshConnections::privateFolderProblem(file("none")).contains("cannot be examined"));
+
+        if (::geteuid() == 0) {
+            const QString foreign = file("foreign");
+            QVERIFY(QDir().mkpath(foreign));
+            QVERIFY(QFile::setPermissions(foreign, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
+            QCOMPARE(::chown(QFile::encodeName(foreign).constData(), 65534, 65534), 0);
+            QVERIFY(SshConnections::privateFolderProblem(foreign).contains("another user"));
+        }
     }
 
     void keyLogonOpensASharedMasterThatCancelCloses()
@@ -190,12 +379,16 @@ private slots:
         if (!sshdMissing.isEmpty())
             QSKIP(qPrintable(sshdMissing));
         SshConnections net(options("client_key"));
-        const QString path = SshConnections::controlPath(server);
+        const QString path = net.controlPath(server);
         QCOMPARE(logOn(net, server), 0);
         QVERIFY(QFileInfo(path).exists());
+        // The master is a child of this process, not a daemon of its own.
+        const qint64 pid = masterPid(path);
+        QVERIFY(pid > 0);
+        QCOMPARE(parentOf(pid), qint64(::getpid()));
         // Other ssh runs go through the master without logging on again.
-        QCOMPARE(throughMaster({"-O", "check", server}), 0);
-        QCOMPARE(throughMaster({"-o", "BatchMode=yes", server, "true"}), 0);
+        QCOMPARE(throughMaster(net, {"-O", "check", server}), 0);
+        QCOMPARE(throughMaster(net, {"-o", "BatchMode=yes", server, "true"}), 0);
 
         // A second request for the same server reuses the master; another user is refused.
         QCOMPARE(logOn(net, server), 0);
@@ -203,18 +396,117 @@ private slots:
 
         net.cancel(server);
         QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(path), ConnectMs);
-        QVERIFY(throughMaster({"-O", "check", server}) != 0);
+        QVERIFY(throughMaster(net, {"-O", "check", server}) != 0);
+    }
+
+    void everyMasterAndItsSshdSessionEndsWithTheObject()
+    {
+        if (!sshdMissing.isEmpty())
+            QSKIP(qPrintable(sshdMissing));
+        QString path;
+        qint64 pid = 0;
+        {
+            SshConnections net(options("client_key"));
+            path = net.controlPath(server);
+            QCOMPARE(logOn(net, server), 0);
+            pid = masterPid(path);
+            QVERIFY(pid > 0);
+            QTRY_VERIFY(childCount(sshd.processId()) > 0);
+        }
+        QCOMPARE(parentOf(pid), qint64(0));
+        QVERIFY(!QFileInfo::exists(path));
+        QTRY_COMPARE_WITH_TIMEOUT(childCount(sshd.processId()), 0, ConnectMs);
+
+        // closeAll() does the same for an object that lives on.
+        SshConnections net(options("client_key"));
+        path = net.controlPath(server);
+        QCOMPARE(logOn(net, server), 0);
+        pid = masterPid(path);
+        QVERIFY(pid > 0);
+        net.closeAll();
+        QCOMPARE(parentOf(pid), qint64(0));
+        QVERIFY(!QFileInfo::exists(path));
+        QTRY_COMPARE_WITH_TIMEOUT(childCount(sshd.processId()), 0, ConnectMs);
+        // And it connects again when asked.
+        QCOMPARE(logOn(net, server), 0);
+        QVERIFY(masterPid(path) > 0);
+        net.closeAll();
+    }
+
+    void programThatDiesLeavesNoMaster()
+    {
+        if (!sshdMissing.isEmpty())
+            QSKIP(qPrintable(sshdMissing));
+        // This test program again, in the role of a program that opens a connection and is then
+        // killed without any chance to clean up.
+        QProcess program;
+        program.start(QCoreApplication::applicationFilePath(),
+                      QStringList{"--hold-connection", server} + options("client_key"));
+        QVERIFY(program.waitForStarted());
+        QByteArray said;
+        QTRY_VERIFY_WITH_TIMEOUT((said += program.readAllStandardOutput()).contains('\n'), ConnectMs);
+        QVERIFY2(said.startsWith("connected "), said.constData());
+        const QString path = QString::fromLocal8Bit(said.mid(10).trimmed());
+        const qint64 pid = masterPid(path);
+        QVERIFY(pid > 0);
+        QCOMPARE(parentOf(pid), program.processId());
+        ::kill(pid_t(program.processId()), SIGKILL);
+        QVERIFY(program.waitForFinished());
+        QTRY_COMPARE_WITH_TIMEOUT(parentOf(pid), qint64(0), ConnectMs);
+        QTRY_VERIFY(!QFileInfo::exists(path));
+        QTRY_COMPARE_WITH_TIMEOUT(childCount(sshd.processId()), 0, ConnectMs);
+
+        // The folder it left is tidied away by the next connections object, once it has
+        // settled; a live object's folder stays.
+        const QString left = QFileInfo(path).path();
+        QVERIFY(QFileInfo(left).isDir());
+        SshConnections live;
+        const QString liveFolder = QFileInfo(live.controlPath(server)).path();
+        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(left) || (SshConnections(), false), 10000);
+        QVERIFY(QFileInfo(liveFolder).isDir());
+    }
+
+    void masterThatIgnoresTheRequestToEndIsKilled()
+    {
+        // A stand-in master that listens (its socket appears) and ignores SIGTERM.
+        const QString fake = file("deaf-ssh");
+        QVERIFY(writeText(fake,
+                          "#!/bin/sh\n"
+                          "echo $$ > \"$(dirname \"$0\")/deaf.pid\"\n"
+                          ": > \"$3\"\n"
+                          "trap '' TERM\n"
+                          "exec sleep 600\n",
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
+        QString path;
+        {
+            SshConnections net({}, fake);
+            path = net.controlPath("DEAF");
+            QCOMPARE(logOn(net, "DEAF"), 0);
+            const qint64 pid = readText(file("deaf.pid")).trimmed().toLongLong();
+            QCOMPARE(parentOf(pid), qint64(::getpid()));
+            // cancel() does not wait for it ...
+            net.cancel("DEAF");
+            QCOMPARE(parentOf(pid), qint64(::getpid()));
+            // ... and it is killed after the time-out, its socket removed.
+            QTRY_COMPARE_WITH_TIMEOUT(parentOf(pid), qint64(0), SshConnections::stopTimeoutMs + 5000);
+            QVERIFY(!QFileInfo::exists(path));
+
+            // One still running when the object goes is killed as well.
+            QCOMPARE(logOn(net, "DEAF"), 0);
+        }
+        QCOMPARE(parentOf(readText(file("deaf.pid")).trimmed().toLongLong()), qint64(0));
+        QVERIFY(!QFileInfo::exists(path));
     }
 
     void socketLeftByAnEndedMasterIsReplaced()
     {
         if (!sshdMissing.isEmpty())
             QSKIP(qPrintable(sshdMissing));
-        const QString path = SshConnections::controlPath(server);
-        QVERIFY(writeText(path, "stale"));
         SshConnections net(options("client_key"));
+        const QString path = net.controlPath(server);
+        QVERIFY(writeText(path, "stale"));
         QCOMPARE(logOn(net, server), 0);
-        QCOMPARE(throughMaster({"-O", "check", server}), 0);
+        QCOMPARE(throughMaster(net, {"-O", "check", server}), 0);
         net.cancel(server);
         QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(path), ConnectMs);
     }
@@ -235,7 +527,6 @@ private slots:
             SshConnections net(options("client_key"));
             QCOMPARE(logOn(net, "no-such-host-velmora.invalid"), 53);
         }
-        QVERIFY(!QFileInfo::exists(SshConnections::controlPath(server)));
     }
 
     void passwordReachesSshThroughAskpass()
@@ -246,44 +537,224 @@ private slots:
         SshConnections net(options("locked_key"));
         QCOMPARE(logOn(net, server, {}, "wrong words"), 1326);
         QCOMPARE(logOn(net, server, {}, "open sesame"), 0);
-        QCOMPARE(throughMaster({"-O", "check", server}), 0);
+        QCOMPARE(throughMaster(net, {"-O", "check", server}), 0);
         net.cancel(server);
-        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(SshConnections::controlPath(server)), ConnectMs);
-        // The password files are gone once ssh has logged on.
-        QCOMPARE(QDir(runtimeDir).entryList({"velmora-pw-*"}, QDir::Files | QDir::Hidden), QStringList());
+        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(net.controlPath(server)), ConnectMs);
     }
 
-    void commandLineCarriesNoPassword()
+    void passwordGoesToSshThroughThePipeOfTheAskpassHelperOnly()
     {
-        // A stand-in ssh that records what it was given and asks for the password as ssh does.
+        // A stand-in ssh that records what it was given and asks as ssh does.
         const QString fake = file("fake-ssh");
         QVERIFY(writeText(fake,
                           "#!/bin/sh\n"
-                          "printf '%s\\n' \"$@\" > \"$(dirname \"$0\")/args\"\n"
-                          "echo \"$SSH_ASKPASS_REQUIRE\" > \"$(dirname \"$0\")/require\"\n"
-                          "echo \"$VELMORA_ASKPASS_FILE\" > \"$(dirname \"$0\")/secret\"\n"
-                          "\"$SSH_ASKPASS\" \"admin@srv9's password: \" > \"$(dirname \"$0\")/answer\"\n"
-                          "\"$SSH_ASKPASS\" \"Are you sure you want to continue connecting (yes/no/[fingerprint])? \""
-                          " > \"$(dirname \"$0\")/confirm\"\n"
-                          "exit 0\n",
+                          "d=\"$(dirname \"$0\")\"\n"
+                          "printf '%s\\n' \"$@\" > \"$d/args\"\n"
+                          "env > \"$d/env\"\n"
+                          "\"$SSH_ASKPASS\" \"admin@srv9's password: \" > \"$d/answer\"\n"
+                          "\"$SSH_ASKPASS\" \"admin@srv9's password: \" > \"$d/again\"\n"
+                          "\"$SSH_ASKPASS\" \"The authenticity of host 'srv9' can't be established.\n"
+                          "ED25519 key fingerprint is SHA256:abc.\n"
+                          "Are you sure you want to continue connecting (yes/no/[fingerprint])? \""
+                          " > \"$d/confirm\"\n"
+                          ": > \"$3\"\n"
+                          "exec sleep 600\n",
                           QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
+        const QString password = "p@ss word;$(x)";
         SshConnections net({"-p", "2222"}, fake);
-        QCOMPARE(logOn(net, "SRV9", "admin", "p@ss word;$(x)"), 0);
+        QCOMPARE(logOn(net, "SRV9", "admin", password), 0);
         const QStringList args = readText(file("args")).split('\n', Qt::SkipEmptyParts);
-        const QStringList expected{"-M", "-S", SshConnections::controlPath("SRV9"), "-o", "ControlPersist=yes",
+        const QStringList expected{"-M", "-S", net.controlPath("SRV9"), "-N", "-o", "ControlPersist=no",
                                    "-o", "BatchMode=no", "-o", "ConnectTimeout=10",
-                                   "-o", "StrictHostKeyChecking=accept-new", "-p", "2222", "-N", "-f",
+                                   "-o", "StrictHostKeyChecking=ask", "-p", "2222",
                                    "-l", "admin", "--", "SRV9"};
         QCOMPARE(args, expected);
-        QCOMPARE(readText(file("require")), QString("force\n"));
-        QCOMPARE(readText(file("answer")), QString("p@ss word;$(x)\n"));
+        const QString env = readText(file("env"));
+        QVERIFY(env.contains("SSH_ASKPASS_REQUIRE=force\n"));
+        QVERIFY(env.contains("SSH_ASKPASS=" + QCoreApplication::applicationFilePath() + "\n"));
+        QVERIFY(!env.contains(password));
+        // The caller's password answers the first question only; without a prompt nothing
+        // answers the second one or the host key.
+        QCOMPARE(readText(file("answer")), password + "\n");
+        QCOMPARE(readText(file("again")), QString());
         QCOMPARE(readText(file("confirm")), QString());
-        QTRY_VERIFY(!QFileInfo::exists(readText(file("secret")).trimmed()));
+        // (The stand-in wrote what it was told into "answer"; nothing else holds it.)
+        QCOMPARE(filesHolding(dir.path(), password.toUtf8()), QStringList{file("answer")});
+    }
 
-        // Without a password ssh may not ask at all.
-        QCOMPARE(logOn(net, "SRV9"), 0);
-        QVERIFY(readText(file("args")).contains("BatchMode=yes\n"));
-        QCOMPARE(readText(file("require")), QString("never\n"));
+    void askpassHelperWithoutItsConnectionAnswersNothing()
+    {
+        // A helper whose socket is not there, or whose token is not known, prints nothing.
+        QProcess helper;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(velmora::platform::askpassSocketVariable, file("no-socket"));
+        env.insert(velmora::platform::askpassTokenVariable, "00");
+        helper.setProcessEnvironment(env);
+        helper.start(QCoreApplication::applicationFilePath(), {"root@x's password: "});
+        QVERIFY(helper.waitForFinished());
+        QCOMPARE(helper.exitCode(), 1);
+        QCOMPARE(helper.readAllStandardOutput(), QByteArray());
+
+        SshConnections net;
+        const QString socket = QFileInfo(net.controlPath("x")).path() + "/_ask";
+        env.insert(velmora::platform::askpassSocketVariable, socket);
+        helper.setProcessEnvironment(env);
+        helper.start(QCoreApplication::applicationFilePath(), {"root@x's password: "});
+        QTRY_VERIFY_WITH_TIMEOUT(helper.state() == QProcess::NotRunning, ConnectMs);
+        QCOMPARE(helper.exitCode(), 1);
+        QCOMPARE(helper.readAllStandardOutput(), QByteArray());
+    }
+
+    void whenKeysFailTheUserIsAskedForUserAndPassword()
+    {
+        if (!passwordMissing.isEmpty())
+            QSKIP(qPrintable(passwordMissing));
+        SimCredentialsPrompt prompt;
+        prompt.credentials.push_back(SimCredentialsPrompt::Credentials{passwordUser, passwordOfUser});
+        SshConnections net(options("wrong_key"), "ssh", &prompt);
+        const QString path = net.controlPath(server);
+        QCOMPARE(logOn(net, server), 0);
+        // ssh tried this login's own name first; the user gave another one, and the logon
+        // started anew as that user.
+        const QString me = QString::fromLocal8Bit(::getpwuid(::geteuid())->pw_name);
+        QCOMPARE(prompt.asked, QStringList{"credentials 127.0.0.1 " + me});
+        QProcess who;
+        who.start("ssh", {"-F", "/dev/null", "-S", path, server, "id -un"});
+        QVERIFY(who.waitForFinished(ConnectMs));
+        QCOMPARE(QString::fromUtf8(who.readAllStandardOutput()).trimmed(), passwordUser);
+
+        // The password is nowhere but in memory: not in a file, not in the master's command
+        // line or environment.
+        const qint64 pid = masterPid(path);
+        QVERIFY(pid > 0);
+        QCOMPARE(filesHolding(dir.path(), passwordOfUser.toUtf8()), QStringList());
+        QVERIFY(!readText(QStringLiteral("/proc/%1/cmdline").arg(pid)).contains(passwordOfUser));
+        QFile environ(QStringLiteral("/proc/%1/environ").arg(pid));
+        QVERIFY(environ.open(QIODevice::ReadOnly));
+        QVERIFY(!environ.readAll().contains(passwordOfUser.toUtf8()));
+
+        // It is kept for the run: connecting again asks nothing.
+        net.cancel(server);
+        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(path), ConnectMs);
+        QCOMPARE(logOn(net, server), 0);
+        QCOMPARE(prompt.asked.size(), 1);
+        // The askpass helpers have all ended.
+        QTRY_COMPARE_WITH_TIMEOUT(helperCount(), 0, ConnectMs);
+    }
+
+    void aRefusedPasswordIsAskedForAgainAndCancelEndsTheLogon()
+    {
+        if (!passwordMissing.isEmpty())
+            QSKIP(qPrintable(passwordMissing));
+        SimCredentialsPrompt prompt;
+        prompt.credentials.push_back(SimCredentialsPrompt::Credentials{passwordUser, "wrong"});
+        prompt.credentials.push_back(std::nullopt);
+        SshConnections net(options("wrong_key"), "ssh", &prompt);
+        QCOMPARE(logOn(net, server, passwordUser), 1223);
+        QCOMPARE(prompt.asked, (QStringList{"credentials 127.0.0.1 " + passwordUser,
+                                            "credentials 127.0.0.1 " + passwordUser + " refused"}));
+        // Nothing keeps running after a cancel, here or at the server.
+        QTRY_COMPARE_WITH_TIMEOUT(sshChildren(), 0, ConnectMs);
+        QTRY_COMPARE_WITH_TIMEOUT(childCount(sshd.processId()), 0, ConnectMs);
+        QTRY_COMPARE_WITH_TIMEOUT(helperCount(), 0, ConnectMs);
+
+        // A wrong password from the caller brings the dialog up, saying it was refused.
+        prompt.asked.clear();
+        prompt.credentials.push_back(SimCredentialsPrompt::Credentials{passwordUser, passwordOfUser});
+        QCOMPARE(logOn(net, server, passwordUser, "not it"), 0);
+        QCOMPARE(prompt.asked, QStringList{"credentials 127.0.0.1 " + passwordUser + " refused"});
+        net.closeAll();
+    }
+
+    void anUnknownHostKeyShowsItsFingerprintAndIsTrustedOnlyOnYes()
+    {
+        if (!sshdMissing.isEmpty())
+            QSKIP(qPrintable(sshdMissing));
+        const QStringList key = fingerprintOf(file("host_key.pub"));
+        QCOMPARE(key.size(), 2);
+        const QString known = file("new_known_hosts");
+        QVERIFY(writeText(known, ""));
+        SimCredentialsPrompt prompt;
+        prompt.trust = {false, true};
+        SshConnections net(options("client_key", 0, "new_known_hosts"), "ssh", &prompt);
+        QCOMPARE(logOn(net, server), 1223);
+        QCOMPARE(prompt.asked, QStringList{"trust 127.0.0.1 " + key.join(' ')});
+        QCOMPARE(readText(known), QString());
+
+        QCOMPARE(logOn(net, server), 0);
+        QCOMPARE(prompt.asked.size(), 2);
+        QVERIFY(readText(known).contains(readText(file("host_key.pub")).split(' ').value(1)));
+        // Once trusted, it is known.
+        net.cancel(server);
+        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(net.controlPath(server)), ConnectMs);
+        QCOMPARE(logOn(net, server), 0);
+        QCOMPARE(prompt.asked.size(), 2);
+        net.closeAll();
+
+        // With nobody to ask, an unknown key is not trusted.
+        QVERIFY(writeText(known, ""));
+        SshConnections alone(options("client_key", 0, "new_known_hosts"));
+        QCOMPARE(logOn(alone, server), 1397);
+        QCOMPARE(readText(known), QString());
+    }
+
+    void aChangedHostKeyIsRefusedAndTheUserToldWhy()
+    {
+        if (!sshdMissing.isEmpty())
+            QSKIP(qPrintable(sshdMissing));
+        // The recorded key is another one than the server shows.
+        const QString known = file("changed_known_hosts");
+        QVERIFY(writeText(known, knownHostsLine("wrong_key")));
+        SimCredentialsPrompt prompt;
+        prompt.trust = {true};
+        prompt.credentials.push_back(SimCredentialsPrompt::Credentials{"root", "x"});
+        SshConnections net(options("client_key", 0, "changed_known_hosts"), "ssh", &prompt);
+        QCOMPARE(logOn(net, server), 1397);
+        // Neither trust nor a password is asked for: the user is told, with the key shown.
+        QCOMPARE(prompt.asked, QStringList{"changed 127.0.0.1 " + fingerprintOf(file("host_key.pub")).join(' ')});
+        QVERIFY2(prompt.keys.at(0).details.contains(known + ":1"), qPrintable(prompt.keys.at(0).details));
+        QCOMPARE(readText(known), QString::fromUtf8(knownHostsLine("wrong_key")));
+        QTRY_COMPARE_WITH_TIMEOUT(sshChildren(), 0, ConnectMs);
+    }
+
+    void endingAConnectionWhileTheUserIsAskedLeavesNothingBehind()
+    {
+        if (!passwordMissing.isEmpty())
+            QSKIP(qPrintable(passwordMissing));
+        SimCredentialsPrompt prompt;
+        prompt.hold = true;
+        prompt.credentials.push_back(SimCredentialsPrompt::Credentials{passwordUser, passwordOfUser});
+        SshConnections net(options("wrong_key"), "ssh", &prompt);
+        QObject context;
+        int code = NotYet;
+        net.add(&context, server, passwordUser, {}, [&code](int c) { code = c; });
+        QTRY_COMPARE_WITH_TIMEOUT(prompt.held.size(), size_t(1), ConnectMs);
+        net.cancel(server);
+        QTRY_COMPARE(code, 1223);
+        QTRY_COMPARE_WITH_TIMEOUT(sshChildren(), 0, ConnectMs);
+        QTRY_COMPARE_WITH_TIMEOUT(helperCount(), 0, ConnectMs);
+        // The late answer goes nowhere.
+        prompt.answerHeld();
+        QTest::qWait(300);
+        QCOMPARE(sshChildren(), 0);
+        QVERIFY(!QFileInfo::exists(net.controlPath(server)));
+
+        // The same for closeAll(), which reports nothing; and the next question still comes.
+        code = NotYet;
+        net.add(&context, server, passwordUser, {}, [&code](int c) { code = c; });
+        QTRY_COMPARE_WITH_TIMEOUT(prompt.held.size(), size_t(1), ConnectMs);
+        net.closeAll();
+        QCOMPARE(sshChildren(), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(helperCount(), 0, ConnectMs);
+        prompt.answerHeld();
+        QTest::qWait(300);
+        QCOMPARE(code, NotYet);
+
+        prompt.hold = false;
+        prompt.credentials.push_back(SimCredentialsPrompt::Credentials{passwordUser, passwordOfUser});
+        QCOMPARE(logOn(net, server, passwordUser), 0);
+        QCOMPARE(prompt.asked.size(), 3);
+        net.closeAll();
     }
 
     void missingSshGives2FromTheEventLoop()
@@ -306,5 +777,29 @@ private slots:
     }
 };
 
-QTEST_MAIN(TestSshConnections)
+// --hold-connection SERVER OPTIONS...: opens a connection, says "connected" and waits to be killed.
+int holdConnection(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QStringList args = app.arguments().mid(2);
+    const QString to = args.takeFirst();
+    SshConnections net(args);
+    net.add(&app, to, {}, {}, [&net, to](int code) {
+        QTextStream(stdout) << (code == 0 ? "connected " + net.controlPath(to) : "failed") << Qt::endl;
+    });
+    return app.exec();
+}
+
+int main(int argc, char** argv)
+{
+    // The connections run this program as ssh's askpass helper, as they run the real one.
+    if (velmora::platform::askpassRequested())
+        return velmora::platform::askpassMain(argc, argv);
+    if (argc > 2 && qstrcmp(argv[1], "--hold-connection") == 0)
+        return holdConnection(argc, argv);
+    QApplication app(argc, argv);
+    TestSshConnections test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_sshconnections.moc"

@@ -7,6 +7,7 @@
 #include <QtConcurrent>
 
 #include <csignal>
+#include <unistd.h>
 
 using namespace velmora::platform;
 using velmora::testsupport::MockSystemdBus;
@@ -335,6 +336,42 @@ private slots:
         QCOMPARE(bus_.setAccessDenied(false), QString());
         QCOMPARE(sm.enumerateServices(scm, svcfilter::all).error, 0);
         QCOMPARE(sm.start(sm.openService(scm, QStringLiteral("cups.service"))), 0);
+    }
+
+    // The unique names of this process's connections on the mock bus.
+    QStringList ownBusConnections() const
+    {
+        QProcess p;
+        p.start(QStringLiteral("busctl"), {QStringLiteral("--address=") + bus_.address(), QStringLiteral("list"),
+                                           QStringLiteral("--unique"), QStringLiteral("--no-legend")});
+        if (!p.waitForFinished(30000))
+            return {QStringLiteral("busctl did not finish")};
+        QStringList names;
+        for (const QString& line : QString::fromUtf8(p.readAllStandardOutput()).split(QLatin1Char('\n'))) {
+            const QStringList fields = line.simplified().split(QLatin1Char(' '));
+            if (fields.size() > 1 && fields.at(1) == QString::number(::getpid()))
+                names << fields.at(0);
+        }
+        return names;
+    }
+
+    void disconnectingThisComputerKeepsTheLocalConnection()
+    {
+        SystemdServices sm(optionsFor(bus_));
+        const ScmHandle scm = sm.openManager({});
+        QCOMPARE(scm.error, 0);
+        const QStringList before = ownBusConnections();
+        QCOMPARE(before.size(), 1);
+        // The server list writes this computer's name in upper case, the host name is lower case.
+        for (const QString& name : {QStringLiteral("TESTHOST"), QStringLiteral("testhost"), QString()}) {
+            sm.disconnect(name);
+            QCOMPARE(sm.enumerateServices(scm, svcfilter::all).error, 0);
+            QCOMPARE(ownBusConnections(), before);
+        }
+        // A remote computer's name leaves the local connection alone as well.
+        sm.disconnect(QStringLiteral("OTHERHOST"));
+        QCOMPARE(sm.enumerateServices(scm, svcfilter::all).error, 0);
+        QCOMPARE(ownBusConnections(), before);
     }
 
     void callsFromManyThreadsAtOnce()

@@ -7,6 +7,7 @@
 #include "platform/linux/localsocketinstance.h"
 #include "platform/linux/loopsound.h"
 #include "platform/linux/msmtpmail.h"
+#include "platform/linux/qtcredentialsprompt.h"
 #include "platform/linux/qtfiledialogs.h"
 #include "platform/linux/qttcpsocket.h"
 #include "platform/linux/smbmessenger.h"
@@ -155,8 +156,12 @@ public:
     void end(int code) override
     {
         ended_ = true;
+        if (beforeEnd_)
+            beforeEnd_();
         QCoreApplication::exit(code);
     }
+    // fn runs first on every way out through end().
+    void setBeforeEnd(std::function<void()> fn) { beforeEnd_ = std::move(fn); }
     bool ended() const override { return ended_; }
     void onSessionEnd(std::function<void()> fn) override
     {
@@ -185,6 +190,7 @@ public:
 private:
     static inline int signalPipe[2] = {-1, -1};
     bool ended_ = false;
+    std::function<void()> beforeEnd_;
     std::function<void()> sessionEnd_;
     QSocketNotifier* notifier_ = nullptr;
 };
@@ -237,6 +243,14 @@ private:
     bool shown_ = false;
 };
 
+// Remote service managers are reached through the connections that net opens.
+SystemdServices::Options servicesThrough(const SshConnections& net)
+{
+    SystemdServices::Options options;
+    options.controlPath = [&net](const QString& server) { return net.controlPath(server); };
+    return options;
+}
+
 } // namespace
 
 struct LinuxPlatform::Impl {
@@ -248,8 +262,10 @@ struct LinuxPlatform::Impl {
     QtApplicationEnd app;
     LinuxIcmp icmp;
     ThreadPoolWorker worker;
-    SshConnections net;
-    SystemdServices services;
+    QtCredentialsPrompt prompt;
+    // ssh runs this program again as its askpass helper (main() calls askpassMain()).
+    SshConnections net{{}, QStringLiteral("ssh"), &prompt};
+    SystemdServices services{servicesThrough(net)};
     QtTrayIcon tray;
     LoopSound sound;
     KnownComputersChooser chooser;
@@ -261,7 +277,11 @@ struct LinuxPlatform::Impl {
     QtFileDialogs filedialogs;
 };
 
-LinuxPlatform::LinuxPlatform() : d(std::make_unique<Impl>()) {}
+LinuxPlatform::LinuxPlatform() : d(std::make_unique<Impl>())
+{
+    // No ssh session outlives the program, however it is left.
+    d->app.setBeforeEnd([net = &d->net] { net->closeAll(); });
+}
 LinuxPlatform::~LinuxPlatform() = default;
 
 Platform LinuxPlatform::platform()

@@ -1,6 +1,5 @@
 #include "platform/linux/systemdservices.h"
 
-#include "platform/linux/sshconnections.h"
 
 #include <QFileInfo>
 #include <QHostInfo>
@@ -524,8 +523,6 @@ SystemdServices::SystemdServices() : SystemdServices(Options{}) {}
 
 SystemdServices::SystemdServices(Options options) : options_(std::move(options))
 {
-    if (!options_.controlPath)
-        options_.controlPath = [](const QString& server) { return SshConnections::controlPath(server); };
     hostName_ = options_.localName.isEmpty() ? QHostInfo::localHostName() : options_.localName;
 }
 
@@ -575,6 +572,10 @@ std::shared_ptr<SystemdServices::Connection> SystemdServices::connection(const Q
 
 void SystemdServices::disconnect(const QString& computer)
 {
+    // The local bus does not run through an ssh connection, so closing one never concerns it;
+    // this computer's name counts as local in any case ("MYHOST" as well as "myhost").
+    if (key(computer).isEmpty())
+        return;
     const Running running(running_);
     auto c = connection(computer);
     std::lock_guard lock(c->m);
@@ -596,7 +597,7 @@ int SystemdServices::connect(Connection& c, const QString& computer)
         // A remote computer is only reached through the connection its validation opened;
         // without one the manager there is out of reach for us, as for a computer that
         // refuses access.
-        const QString socket = options_.controlPath(computer.trimmed());
+        const QString socket = options_.controlPath ? options_.controlPath(computer.trimmed()) : QString();
         if (socket.isEmpty() || !QFileInfo::exists(socket))
             return svcerror::accessDenied;
         std::vector<std::string> argv = {"-xT", "-S", utf8(socket), "-o", "ControlMaster=no", "-o", "BatchMode=yes",

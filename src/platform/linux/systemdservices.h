@@ -34,7 +34,8 @@ public:
         QString localAddress;
         // This computer's name; empty: the host name.
         QString localName;
-        // The ssh control socket of a server; empty: SshConnections::controlPath.
+        // The ssh control socket of a server (SshConnections::controlPath); without it no remote
+        // computer is reached. Called from any thread.
         std::function<QString(const QString& server)> controlPath;
         QString sshProgram = QStringLiteral("ssh");
         QString remoteBridge = QStringLiteral("systemd-stdio-bridge");

@@ -192,7 +192,9 @@ public:
     void add(QObject* context, const QString& server, const QString& user, const QString& password,
              std::function<void(int)> done) override;
     void cancel(const QString& server) override { cancelled << server; }
+    void closeAll() override { ++closes; }
     int result = 0;
+    int closes = 0;
     QStringList added, cancelled;
     QString last_user, last_password;
 };

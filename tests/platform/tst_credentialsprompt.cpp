@@ -1,0 +1,129 @@
+// The dialogs that ask the user for ssh credentials and about host keys, driven as a user would.
+#include "platform/linux/qtcredentialsprompt.h"
+
+#include <QApplication>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTest>
+
+using velmora::platform::CredentialsPrompt;
+using velmora::platform::QtCredentialsPrompt;
+
+namespace {
+
+template <typename T>
+T* shown(const QString& name)
+{
+    for (QWidget* w : QApplication::topLevelWidgets()) {
+        if (w->isVisible() && w->objectName() == name)
+            if (auto* t = qobject_cast<T*>(w))
+                return t;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+class TestCredentialsPrompt : public QObject {
+    Q_OBJECT
+private slots:
+    void credentialsDialogGivesWhatWasTypedWithoutBlockingTheCaller()
+    {
+        QtCredentialsPrompt prompt;
+        std::optional<CredentialsPrompt::Credentials> given;
+        bool answered = false;
+        prompt.askCredentials("SRV1", "root", false, [&](std::optional<CredentialsPrompt::Credentials> c) {
+            given = c;
+            answered = true;
+        });
+        // The call returned with the dialog open.
+        QVERIFY(!answered);
+        QDialog* dialog = nullptr;
+        QTRY_VERIFY((dialog = shown<QDialog>("credentialsDialog")));
+        QVERIFY(dialog->isModal());
+        QVERIFY(dialog->findChild<QLabel*>("explanation")->text().contains("SRV1"));
+        auto* user = dialog->findChild<QLineEdit*>("user");
+        auto* password = dialog->findChild<QLineEdit*>("password");
+        QCOMPARE(user->text(), QString("root"));
+        QCOMPARE(password->echoMode(), QLineEdit::Password);
+        user->setText(" admin ");
+        password->setText(" secret ");
+        dialog->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Ok)->click();
+        QVERIFY(answered);
+        QVERIFY(given);
+        QCOMPARE(given->user, QString("admin"));
+        QCOMPARE(given->password, QString(" secret "));
+        QTRY_VERIFY(!shown<QDialog>("credentialsDialog"));
+    }
+
+    void cancelledOrClosedCredentialsDialogGivesNothing()
+    {
+        QtCredentialsPrompt prompt;
+        int answers = 0;
+        std::optional<CredentialsPrompt::Credentials> given{CredentialsPrompt::Credentials{}};
+        prompt.askCredentials("SRV1", "root", true, [&](std::optional<CredentialsPrompt::Credentials> c) {
+            given = c;
+            ++answers;
+        });
+        QDialog* dialog = nullptr;
+        QTRY_VERIFY((dialog = shown<QDialog>("credentialsDialog")));
+        QVERIFY(dialog->findChild<QLabel*>("explanation")->text().contains("did not accept"));
+        dialog->findChild<QLineEdit*>("password")->setText("typed");
+        dialog->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Cancel)->click();
+        QCOMPARE(answers, 1);
+        QVERIFY(!given);
+
+        prompt.askCredentials("SRV1", "root", false, [&](std::optional<CredentialsPrompt::Credentials> c) {
+            given = c;
+            ++answers;
+        });
+        QTRY_VERIFY((dialog = shown<QDialog>("credentialsDialog")));
+        QTest::keyClick(dialog, Qt::Key_Escape);
+        QCOMPARE(answers, 2);
+        QVERIFY(!given);
+    }
+
+    void trustQuestionShowsTheFingerprintAndDefaultsToNo()
+    {
+        QtCredentialsPrompt prompt;
+        const CredentialsPrompt::HostKey key{"SRV1", "ED25519", "SHA256:abcdef", "ssh said so"};
+        std::optional<bool> trust;
+        prompt.askTrust(key, [&](bool t) { trust = t; });
+        QMessageBox* box = nullptr;
+        QTRY_VERIFY((box = shown<QMessageBox>("trustHostKey")));
+        QVERIFY(box->text().contains("SRV1"));
+        QVERIFY(box->text().contains("ED25519"));
+        QVERIFY(box->text().contains("SHA256:abcdef"));
+        QCOMPARE(box->defaultButton(), box->button(QMessageBox::No));
+        QTest::keyClick(box, Qt::Key_Return);
+        QCOMPARE(trust, std::optional<bool>(false));
+
+        trust.reset();
+        prompt.askTrust(key, [&](bool t) { trust = t; });
+        QTRY_VERIFY((box = shown<QMessageBox>("trustHostKey")));
+        box->button(QMessageBox::Yes)->click();
+        QCOMPARE(trust, std::optional<bool>(true));
+    }
+
+    void changedKeyIsExplainedInWords()
+    {
+        QtCredentialsPrompt prompt;
+        prompt.hostKeyChanged({"SRV1", "ED25519", "SHA256:abcdef", "Offending ED25519 key in /k:3"});
+        QMessageBox* box = nullptr;
+        QTRY_VERIFY((box = shown<QMessageBox>("hostKeyChanged")));
+        QVERIFY(box->text().contains("host key of SRV1 has changed"));
+        QVERIFY(box->text().contains("refused"));
+        QVERIFY(box->text().contains("SHA256:abcdef"));
+        QVERIFY(box->text().contains("ssh-keygen -R SRV1"));
+        QCOMPARE(box->detailedText(), QString("Offending ED25519 key in /k:3"));
+        box->button(QMessageBox::Ok)->click();
+        QTRY_VERIFY(!shown<QMessageBox>("hostKeyChanged"));
+    }
+};
+
+QTEST_MAIN(TestCredentialsPrompt)
+#include "tst_credentialsprompt.moc"
