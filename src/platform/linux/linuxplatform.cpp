@@ -12,6 +12,7 @@
 #include "platform/linux/smbmessenger.h"
 #include "platform/linux/sshconnections.h"
 #include "platform/linux/systemdservices.h"
+#include "platform/linux/systemtray.h"
 #include "platform/linux/tonebeeper.h"
 
 #include <QApplication>
@@ -24,7 +25,6 @@
 #include <QMessageBox>
 #include <QPointer>
 #include <QStandardPaths>
-#include <QSystemTrayIcon>
 #include <QThreadPool>
 #include <QTimer>
 
@@ -206,32 +206,6 @@ private:
     QThreadPool pool_;
 };
 
-class QtTrayIcon : public TrayIcon {
-public:
-    void add() override
-    {
-        if (!icon_) {
-            icon_ = new QSystemTrayIcon(qApp);
-            icon_->setIcon(QApplication::windowIcon());
-            icon_->setToolTip(QStringLiteral("Velmora"));
-        }
-        if (!icon_->isVisible() && QSystemTrayIcon::isSystemTrayAvailable())
-            icon_->show();
-        shown_ = true;
-    }
-    void remove() override
-    {
-        if (icon_)
-            icon_->hide();
-        shown_ = false;
-    }
-    bool shown() const override { return shown_; }
-
-private:
-    QPointer<QSystemTrayIcon> icon_;
-    bool shown_ = false;
-};
-
 } // namespace
 
 struct LinuxPlatform::Impl {
@@ -245,7 +219,7 @@ struct LinuxPlatform::Impl {
     ThreadPoolWorker worker;
     SshConnections net;
     SystemdServices services;
-    QtTrayIcon tray;
+    SystemTray tray;
     LoopSound sound;
     KnownComputersChooser chooser;
     DesktopOpener opener;
