@@ -1,19 +1,10 @@
 #pragma once
-// Desktop services: the notification-area icon, sound, and choosing a computer.
+// Desktop services: sound, and choosing a computer.
 #include <QString>
 
 class QWidget;
 
 namespace velmora::platform {
-
-class TrayIcon {
-public:
-    virtual ~TrayIcon() = default;
-    // Adding an icon that is already shown does nothing.
-    virtual void add() = 0;
-    virtual void remove() = 0;
-    virtual bool shown() const = 0;
-};
 
 // The error codes of Sound::playLoop (the classic system error numbers).
 namespace sounderror {

@@ -14,6 +14,7 @@
 #include "platform/system.h"
 #include "platform/tcpsocket.h"
 #include "platform/textfiles.h"
+#include "platform/tray.h"
 #include "platform/worker.h"
 
 namespace velmora::platform {

@@ -462,9 +462,8 @@ void MainWindow::activateSteps()
 {
     storeWindowPosition(true);
     Label10->hide();
-    // The tray icon stands for the program; the task bar entry stays, since Linux desktops
-    // without a notification area would otherwise leave no way back to the window.
-    p_.tray->add();
+    // The task bar entry and the tray icon (TrayControl).
+    emit activated();
 }
 
 void MainWindow::storeWindowPosition(bool onlyPositive)

@@ -102,6 +102,8 @@ public:
     void gotoService(const QString& server, const QString& service);
 
 signals:
+    // Each activation of the window, after its own activate steps.
+    void activated();
     // The first reachability check of the start-up list has been applied.
     void serverListReady();
     // Start-up steps the other modules carry out.

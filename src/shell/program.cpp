@@ -8,7 +8,9 @@
 #include "monitoring/checkcycle.h"
 #include "monitoring/setupwindow.h"
 #include "servicecontrol/servicecontrol.h"
+#include "shell/help.h"
 #include "shell/mainwindow.h"
+#include "shell/tray.h"
 
 #include <QAction>
 #include <QLabel>
@@ -38,6 +40,8 @@ Program::Program(const platform::Platform& platform)
     connectJobLog();
     connectMailing();
     connectMonitoring();
+    connectTray();
+    connectInfo();
 }
 
 Program::~Program() = default;
@@ -126,6 +130,28 @@ void Program::connectMonitoring()
         window->Text1->setText(server);
         setupWindow()->monitorService(window->Text1->text(), display);
     });
+}
+
+void Program::connectTray()
+{
+    MainWindow* w = window.get();
+    tray = new TrayControl(*state.platform.tray, *state.platform.boxes, w, w->mnuPopUp, w);
+    TrayControl* t = tray;
+    QObject::connect(w, &MainWindow::activated, t, &TrayControl::windowActivated);
+    QObject::connect(w->Command11, &QPushButton::clicked, t, &TrayControl::hideToTray);
+    QObject::connect(w->mnuHide, &QAction::triggered, t, &TrayControl::hideToTray);
+    QObject::connect(w->mnuTrayMaximize, &QAction::triggered, t, &TrayControl::showWindow);
+    QObject::connect(w->trymnushowreport, &QAction::triggered, w->Command8, &QPushButton::click);
+}
+
+void Program::connectInfo()
+{
+    MainWindow* w = window.get();
+    info = new InfoCommands(state.platform, w, w);
+    InfoCommands* i = info;
+    QObject::connect(w->mnuhelp, &QAction::triggered, i, &InfoCommands::openHelp);
+    QObject::connect(w->mnuAbout, &QAction::triggered, i, &InfoCommands::showAbout);
+    QObject::connect(w->mnuTrayinfo, &QAction::triggered, i, &InfoCommands::showAbout);
 }
 
 } // namespace velmora::shell

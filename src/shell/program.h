@@ -17,7 +17,9 @@ namespace velmora::servicecontrol { class ServiceControl; }
 
 namespace velmora::shell {
 
+class InfoCommands;
 class MainWindow;
+class TrayControl;
 
 class Program {
 public:
@@ -42,6 +44,8 @@ public:
     actions::ActionDispatcher* dispatcher = nullptr;
     actions::Mailing* mailing = nullptr;
     monitoring::CheckCycle* checkcycle = nullptr;
+    TrayControl* tray = nullptr;
+    InfoCommands* info = nullptr;
 
     // Form2, the monitoring setup window, created on first use.
     monitoring::SetupWindow* setupWindow();
@@ -50,6 +54,8 @@ private:
     void connectJobLog();
     void connectMonitoring();
     void connectMailing();
+    void connectTray();
+    void connectInfo();
 
     monitoring::SetupWindow* setupWindow_ = nullptr;
 };

@@ -13,6 +13,7 @@
 #include "platform/linux/smbmessenger.h"
 #include "platform/linux/sshconnections.h"
 #include "platform/linux/systemdservices.h"
+#include "platform/linux/systemtray.h"
 #include "platform/linux/tonebeeper.h"
 
 #include <QApplication>
@@ -25,7 +26,6 @@
 #include <QMessageBox>
 #include <QPointer>
 #include <QStandardPaths>
-#include <QSystemTrayIcon>
 #include <QThreadPool>
 #include <QTimer>
 
@@ -217,32 +217,6 @@ private:
     QThreadPool pool_;
 };
 
-class QtTrayIcon : public TrayIcon {
-public:
-    void add() override
-    {
-        if (!icon_) {
-            icon_ = new QSystemTrayIcon(qApp);
-            icon_->setIcon(QApplication::windowIcon());
-            icon_->setToolTip(QStringLiteral("Velmora"));
-        }
-        if (!icon_->isVisible() && QSystemTrayIcon::isSystemTrayAvailable())
-            icon_->show();
-        shown_ = true;
-    }
-    void remove() override
-    {
-        if (icon_)
-            icon_->hide();
-        shown_ = false;
-    }
-    bool shown() const override { return shown_; }
-
-private:
-    QPointer<QSystemTrayIcon> icon_;
-    bool shown_ = false;
-};
-
 // Remote service managers are reached through the connections that net opens.
 SystemdServices::Options servicesThrough(const SshConnections& net)
 {
@@ -266,7 +240,7 @@ struct LinuxPlatform::Impl {
     // ssh runs this program again as its askpass helper (main() calls askpassMain()).
     SshConnections net{{}, QStringLiteral("ssh"), &prompt};
     SystemdServices services{servicesThrough(net)};
-    QtTrayIcon tray;
+    SystemTray tray;
     LoopSound sound;
     KnownComputersChooser chooser;
     DesktopOpener opener;

@@ -10,6 +10,7 @@
 #include "platform/sim/simmail.h"
 #include "platform/sim/simopener.h"
 #include "platform/sim/simtcp.h"
+#include "platform/sim/simtray.h"
 
 #include <QDateTime>
 #include <QHash>
@@ -197,17 +198,6 @@ public:
     int closes = 0;
     QStringList added, cancelled;
     QString last_user, last_password;
-};
-
-class SimTrayIcon : public TrayIcon {
-public:
-    void add() override { shown_ = true; ++adds; }
-    void remove() override { shown_ = false; ++removes; }
-    bool shown() const override { return shown_; }
-    int adds = 0, removes = 0;
-
-private:
-    bool shown_ = false;
 };
 
 class SimSound : public Sound {

@@ -1,0 +1,292 @@
+// The tray icon and its menu on the simulated tray: the menu's items, hiding and showing the
+// main window, the clicks on the icon, a desktop without a tray, and every way out removing the
+// icon.
+#include "support/windowfixture.h"
+#include "shell/aboutwindow.h"
+#include "shell/help.h"
+#include "shell/tray.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace velmora;
+using platform::MsgIcon;
+using test::WindowFixture;
+
+namespace {
+
+// The enabled state of every timer of the main window.
+QList<bool> timerStates(shell::MainWindow& w)
+{
+    QList<bool> out;
+    for (platform::Timer* t : {w.services->Timer1, w.services->Timer2, w.Timer5, w.Timer6, w.Timer8, w.Timer9})
+        out << t->isEnabled();
+    return out;
+}
+
+// Starts the program and activates its window, as the desktop does once it shows; the icon
+// is added then.
+shell::MainWindow& startActive(WindowFixture& f)
+{
+    auto& w = f.start();
+    QApplication::setActiveWindow(&w);
+    QTest::qWaitFor([&] { return f.sim.tray.shown(); });
+    return w;
+}
+
+} // namespace
+
+class TestTray : public QObject {
+    Q_OBJECT
+private slots:
+    void cleanup()
+    {
+        for (QWidget* w : QApplication::topLevelWidgets()) {
+            if (auto* menu = qobject_cast<QMenu*>(w))
+                menu->close();
+        }
+    }
+
+    void trayMenuHasItsItemsInOrderAndIsNotInTheMenuBar()
+    {
+        WindowFixture f;
+        auto& w = f.create();
+        QCOMPARE(w.mnuPopUp->title(), QStringLiteral("&Traymenu"));
+        QStringList items;
+        for (QAction* a : w.mnuPopUp->actions())
+            items << a->objectName() + (a->isSeparator() ? QString() : QStringLiteral("=") + a->text());
+        QCOMPARE(items, (QStringList{"mnuTrayExit=Exit", "linetray1", "mnuTrayinfo=Info", "linetray2",
+                                     "mnuTrayMaximize=Maximize", "linetray3", "mnutrayChecknow=Check Services Now",
+                                     "s33", "trymnushowreport=Show Report", "s34", "traymnuresetalert=Reset Alert"}));
+        for (QAction* a : w.menuBar()->actions())
+            QVERIFY(a->menu() != w.mnuPopUp);
+    }
+
+    void activationAddsTheIconAndKeepsTheWindowOutOfTheTaskbar_data()
+    {
+        QTest::addColumn<bool>("trayAvailable");
+        QTest::newRow("with a tray") << true;
+        QTest::newRow("without a tray") << false;
+    }
+
+    void activationAddsTheIconAndKeepsTheWindowOutOfTheTaskbar()
+    {
+        QFETCH(bool, trayAvailable);
+        WindowFixture f;
+        f.sim.tray.tray_available = trayAvailable;
+        auto& w = f.create();
+        // Decided before the window first shows, so it never flashes into the task bar.
+        QCOMPARE(f.sim.tray.taskbar.value(&w, !trayAvailable), !trayAvailable);
+        QVERIFY(f.sim.tray.taskbar.contains(&w));
+        f.program->load();
+        f.sim.clock.advance(1000);
+        QApplication::setActiveWindow(&w);
+        QTRY_VERIFY(f.sim.tray.shown());
+        QCOMPARE(f.sim.tray.tip, QStringLiteral(" Velmora "));
+        QVERIFY(!f.sim.tray.icon.isNull());
+        QCOMPARE(f.sim.tray.taskbar.value(&w), !trayAvailable);
+        // A tray that appears later is found on the next activation.
+        f.sim.tray.tray_available = true;
+        QApplication::setActiveWindow(nullptr);
+        QApplication::setActiveWindow(&w);
+        QTRY_COMPARE(f.sim.tray.taskbar.value(&w), false);
+    }
+
+    void hidingKeepsEveryTimerRunningAndTheIconShown_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::newRow("Show in Tray only") << "Command11";
+        QTest::newRow("Window menu") << "mnuHide";
+    }
+
+    void hidingKeepsEveryTimerRunningAndTheIconShown()
+    {
+        QFETCH(QString, command);
+        WindowFixture f;
+        f.writeFile("Computerlist", {"DC1"});
+        f.sim.icmp.addComputer("DC1", "10.0.0.1", 0);
+        auto& w = startActive(f);
+        QVERIFY(f.sim.tray.shown());
+        const QList<bool> timers = timerStates(w);
+        QVERIFY(timers.contains(true));
+
+        if (command == "Command11")
+            w.Command11->click();
+        else
+            w.mnuHide->trigger();
+
+        QVERIFY(!w.isVisible());
+        QVERIFY(f.sim.tray.shown());
+        QVERIFY(!f.sim.app.ended());
+        QCOMPARE(timerStates(w), timers);
+        // Hidden, it goes on working: the minute's re-ping of the servers runs.
+        const qsizetype pings = f.sim.icmp.pinged.size();
+        f.sim.clock.advance(60000);
+        QVERIFY(f.sim.icmp.pinged.size() > pings);
+        QVERIFY(f.sim.boxes.shown.isEmpty());
+    }
+
+    void doubleClickAndMaximizeShowTheWindowWhereItWas_data()
+    {
+        QTest::addColumn<QString>("way");
+        QTest::newRow("double click") << "double";
+        QTest::newRow("Maximize") << "mnuTrayMaximize";
+    }
+
+    void doubleClickAndMaximizeShowTheWindowWhereItWas()
+    {
+        QFETCH(QString, way);
+        WindowFixture f;
+        auto& w = startActive(f);
+        QVERIFY(f.sim.tray.shown());
+        w.setGeometry(130, 90, 700, 450);
+        const QRect before = w.geometry();
+        const Qt::WindowStates state = w.windowState();
+        w.Command11->click();
+        QVERIFY(!w.isVisible());
+
+        if (way == "double")
+            f.sim.tray.doubleClick();
+        else
+            w.mnuTrayMaximize->trigger();
+
+        QVERIFY(w.isVisible());
+        QCOMPARE(w.geometry(), before);
+        QCOMPARE(w.windowState(), state);
+        // Again on a window that shows already: it stays as it is.
+        if (way == "double")
+            f.sim.tray.doubleClick();
+        else
+            w.mnuTrayMaximize->trigger();
+        QVERIFY(w.isVisible());
+        QCOMPARE(w.geometry(), before);
+    }
+
+    void rightClickOpensTheMenuOnlyWhenTheWindowIsNotInFront()
+    {
+        WindowFixture f;
+        auto& w = startActive(f);
+        QVERIFY(f.sim.tray.shown());
+        f.sim.tray.foreground = &w;
+        f.sim.tray.rightClick();
+        QVERIFY(f.sim.tray.popups.isEmpty());
+
+        f.sim.tray.foreground = nullptr;
+        f.sim.tray.rightClick();
+        QCOMPARE(f.sim.tray.popups, QList<QMenu*>{w.mnuPopUp});
+        QVERIFY(w.mnuPopUp->isVisible());
+        // A second right click while the menu is open opens no second one.
+        f.sim.tray.rightClick();
+        QCOMPARE(f.sim.tray.popups.size(), 1);
+
+        w.mnuPopUp->close();
+        w.Command11->click();
+        f.sim.tray.rightClick();
+        QCOMPARE(f.sim.tray.popups.size(), 2);
+    }
+
+    void trayMenuItemsReachTheirCommands()
+    {
+        WindowFixture f;
+        auto& w = startActive(f);
+        QVERIFY(f.sim.tray.shown());
+        QSignalSpy checkNow(w.Command9, &QPushButton::clicked);
+        QSignalSpy report(w.Command8, &QPushButton::clicked);
+        w.mnutrayChecknow->trigger();
+        QCOMPARE(checkNow.size(), 1);
+        w.trymnushowreport->trigger();
+        QCOMPARE(report.size(), 1);
+        w.mnuTrayinfo->trigger();
+        QVERIFY(f.program->info->aboutWindow());
+        QVERIFY(f.program->info->aboutWindow()->isVisible());
+    }
+
+    void withoutATrayTheWindowStaysAndSaysWhy_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::newRow("Show in Tray only") << "Command11";
+        QTest::newRow("Window menu") << "mnuHide";
+    }
+
+    void withoutATrayTheWindowStaysAndSaysWhy()
+    {
+        QFETCH(QString, command);
+        WindowFixture f;
+        f.sim.tray.tray_available = false;
+        auto& w = startActive(f);
+        QVERIFY(f.sim.tray.shown());
+        if (command == "Command11")
+            w.Command11->click();
+        else
+            w.mnuHide->trigger();
+        QVERIFY(w.isVisible());
+        QCOMPARE(f.sim.boxes.texts(), QStringList{shell::noTrayText()});
+        QCOMPARE(f.sim.boxes.shown.first().icon, MsgIcon::Information);
+        QCOMPARE(f.sim.boxes.shown.first().title, QStringLiteral("Velmora"));
+        QCOMPARE(f.sim.tray.taskbar.value(&w), true);
+    }
+
+    void everyWayOutRemovesTheIcon_data()
+    {
+        QTest::addColumn<QString>("way");
+        QTest::newRow("close box") << "close";
+        QTest::newRow("Exit Program") << "Command4";
+        QTest::newRow("menu Exit") << "mnuExit";
+        QTest::newRow("tray Exit") << "mnuTrayExit";
+        QTest::newRow("session end") << "session";
+        QTest::newRow("hidden, tray Exit") << "hidden";
+        QTest::newRow("unsuitable system") << "system";
+        QTest::newRow("second copy") << "instance";
+    }
+
+    void everyWayOutRemovesTheIcon()
+    {
+        QFETCH(QString, way);
+        WindowFixture f;
+        if (way == "system")
+            f.sim.system.platform_id = 1;
+        if (way == "instance")
+            f.sim.instance.other_running = true;
+        auto& w = f.start();
+        QApplication::setActiveWindow(&w);
+        if (way == "system" || way == "instance") {
+            // Ended during start-up, before the window ever showed.
+            QVERIFY(f.sim.app.ended());
+        } else {
+            QTRY_VERIFY(f.sim.tray.shown());
+            if (way == "close")
+                w.close();
+            else if (way == "Command4")
+                w.Command4->click();
+            else if (way == "mnuExit")
+                w.mnuExit->trigger();
+            else if (way == "mnuTrayExit")
+                w.mnuTrayExit->trigger();
+            else if (way == "session")
+                f.sim.app.session_end();
+            else {
+                w.Command11->click();
+                w.mnuTrayExit->trigger();
+            }
+        }
+        QVERIFY(f.sim.app.ended());
+        QVERIFY(!f.sim.tray.shown());
+        QVERIFY(f.sim.tray.removes >= 1);
+        // Nothing brings it back once the program has ended.
+        const int adds = f.sim.tray.adds;
+        QApplication::setActiveWindow(nullptr);
+        w.show();
+        QApplication::setActiveWindow(&w);
+        QTest::qWait(20);
+        QCOMPARE(f.sim.tray.adds, adds);
+        QVERIFY(!f.sim.tray.shown());
+    }
+};
+
+QTEST_MAIN(TestTray)
+#include "tst_tray.moc"
