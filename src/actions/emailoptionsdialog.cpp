@@ -5,9 +5,11 @@
 #include "actions/smtpmailwindow.h"
 #include "core/datafolder.h"
 #include "core/serverlistfile.h"
+#include "core/writeresult.h"
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -81,6 +83,27 @@ EmailOptionsDialog::EmailOptionsDialog(Mailing& owner, QWidget* parent) : QDialo
     f2->addWidget(Text3, 1, 2);
     f2->addWidget(Label4, 2, 0, 1, 3);
     f2->addWidget(Text4, 3, 0, 1, 3);
+    Check2 = named(new QCheckBox(QStringLiteral("Server needs a name, encryption or login")), "Check2");
+    Text5 = named(new QLineEdit, "Text5");
+    Text6 = named(new QLineEdit, "Text6");
+    Text6->setEchoMode(QLineEdit::Password);
+    Combo1 = named(new QComboBox, "Combo1");
+    Combo1->addItem(QStringLiteral("STARTTLS when the server offers it"), int(SmtpTls::StartTls));
+    Combo1->addItem(QStringLiteral("TLS from the first byte (port 465)"), int(SmtpTls::Implicit));
+    Combo1->addItem(QStringLiteral("No encryption"), int(SmtpTls::None));
+    Check3 = named(new QCheckBox(QStringLiteral("Accept this server's certificate")), "Check3");
+    Label8 = named(new QLabel, "Label8");
+    Label8->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    Label8->setWordWrap(true);
+    f2->addWidget(Check2, 4, 0, 1, 3);
+    f2->addWidget(new QLabel(QStringLiteral("User:")), 5, 0);
+    f2->addWidget(Text5, 5, 1, 1, 2);
+    f2->addWidget(new QLabel(QStringLiteral("Password:")), 6, 0);
+    f2->addWidget(Text6, 6, 1, 1, 2);
+    f2->addWidget(new QLabel(QStringLiteral("Encryption:")), 7, 0);
+    f2->addWidget(Combo1, 7, 1, 1, 2);
+    f2->addWidget(Check3, 8, 0, 1, 3);
+    f2->addWidget(Label8, 9, 0, 1, 3);
 
     Command1 = named(new QPushButton(QStringLiteral("Send SMTP Testmail...")), "Command1");
     Command2 = named(new QPushButton(QStringLiteral("Send Outlook Testmail...")), "Command2");
@@ -108,6 +131,11 @@ EmailOptionsDialog::EmailOptionsDialog(Mailing& owner, QWidget* parent) : QDialo
     connect(Check1, &QCheckBox::clicked, this, &EmailOptionsDialog::check1Click);
     connect(Option1, &QRadioButton::clicked, this, &EmailOptionsDialog::option1Click);
     connect(Option2, &QRadioButton::clicked, this, &EmailOptionsDialog::option2Click);
+    connect(Check2, &QCheckBox::clicked, this, &EmailOptionsDialog::check2Click);
+    connect(Check3, &QCheckBox::clicked, this, [this] {
+        if (!Check3->isChecked())
+            Label8->clear();
+    });
     connect(Text3, &QLineEdit::textChanged, this, [this](const QString& text) {
         if (!text.isEmpty() && !numeric(text))
             Text3->clear();
@@ -175,6 +203,8 @@ void EmailOptionsDialog::activate()
         Command1->setEnabled(true);
         useField(Text1, false);
         Command2->setEnabled(false);
+        shownServer_ = s.smtpserver;
+        showSmtpOptions(owner_.smtpOptions());
     } else {
         Check1->setChecked(false);
         Option1->setEnabled(false);
@@ -184,6 +214,75 @@ void EmailOptionsDialog::activate()
         Command1->setEnabled(false);
         Command2->setEnabled(false);
     }
+    enableSmtpOptions();
+}
+
+void EmailOptionsDialog::showSmtpOptions(const SmtpOptions& o)
+{
+    Check2->setChecked(o.on);
+    Text5->setText(o.user);
+    Text6->clear();
+    Combo1->setCurrentIndex(std::max(0, Combo1->findData(int(o.tls))));
+    Check3->setChecked(o.acceptCertificate);
+    shownFingerprint_ = o.acceptCertificate ? o.fingerprint : QByteArray();
+    Label8->setText(shownFingerprint_.isEmpty() ? QString()
+                                                : QStringLiteral("Accepted certificate (SHA-256): ")
+                                                      + QString::fromLatin1(shownFingerprint_));
+}
+
+void EmailOptionsDialog::enableSmtpOptions()
+{
+    const bool smtpInUse = Text2->isEnabled();
+    if (!smtpInUse && Check2->isChecked())
+        showSmtpOptions({});
+    Check2->setEnabled(smtpInUse);
+    const bool modern = smtpInUse && Check2->isChecked();
+    for (QWidget* w : std::initializer_list<QWidget*>{Text5, Text6, Combo1, Check3})
+        w->setEnabled(modern);
+    Text6->setPlaceholderText(modern ? QStringLiteral("empty: keep the stored password") : QString());
+}
+
+void EmailOptionsDialog::check2Click() { enableSmtpOptions(); }
+
+bool EmailOptionsDialog::saveSmtpOptions()
+{
+    SmtpOptions o;
+    o.on = Check2->isChecked();
+    o.user = Text5->text().trimmed();
+    o.tls = SmtpTls(Combo1->currentData().toInt());
+    o.acceptCertificate = Check3->isChecked();
+    // An accepted certificate belongs to the server it came from.
+    if (o.acceptCertificate && Text2->text().trimmed().compare(shownServer_.trimmed(), Qt::CaseInsensitive) == 0)
+        o.fingerprint = shownFingerprint_;
+    const core::WriteResult written = owner_.saveSmtpOptions(o);
+    if (!written) {
+        owner_.state().platform.boxes->show(core::writeFailedText(written), MsgIcon::Critical);
+        return false;
+    }
+    shownServer_ = Text2->text();
+    shownFingerprint_ = o.fingerprint;
+
+    const QString password = Text6->text();
+    Text6->clear();
+    if (!o.on || o.user.isEmpty() || password.isEmpty())
+        return true;
+    platform::Platform& p = owner_.state().platform;
+    if (!p.secrets) {
+        p.boxes->show(Mailing::kNoSecretStore, MsgIcon::Critical);
+        return true;
+    }
+    platform::MessageBoxes* boxes = p.boxes;
+    p.secrets->write(this, smtpPasswordKey(Text2->text(), o.user), password,
+                     [boxes](const platform::SecretStore::Result& r) {
+                         using S = platform::SecretStore::Status;
+                         if (r.status == S::NoStore)
+                             boxes->show(Mailing::kNoSecretStore, MsgIcon::Critical);
+                         else if (!r.ok())
+                             boxes->show(QStringLiteral("The SMTP password could not be kept in the secret store:\n")
+                                             + r.text,
+                                         MsgIcon::Critical);
+                     });
+    return true;
 }
 
 void EmailOptionsDialog::check1Click()
@@ -195,6 +294,7 @@ void EmailOptionsDialog::check1Click()
         Option2->setEnabled(false);
         Command1->setEnabled(false);
         Command2->setEnabled(false);
+        enableSmtpOptions();
         return;
     }
     Option1->setEnabled(true);
@@ -208,6 +308,7 @@ void EmailOptionsDialog::check1Click()
         Text3->setText(QStringLiteral("25"));
         Command1->setEnabled(true);
     }
+    enableSmtpOptions();
 }
 
 void EmailOptionsDialog::option1Click()
@@ -217,6 +318,7 @@ void EmailOptionsDialog::option1Click()
     for (QLineEdit* f : {Text2, Text3, Text4})
         useField(f, false);
     Command1->setEnabled(false);
+    enableSmtpOptions();
 }
 
 void EmailOptionsDialog::option2Click()
@@ -227,9 +329,18 @@ void EmailOptionsDialog::option2Click()
         useField(f, true);
     Command1->setEnabled(true);
     Text3->setText(QStringLiteral("25"));
+    enableSmtpOptions();
 }
 
 void EmailOptionsDialog::okSteps(bool test)
+{
+    okStepsOnFiles(test);
+    // However the steps ended (saved, refused, a failed logon, a cancelled question, a test
+    // button), the settings in memory are the ones the files hold now.
+    owner_.refreschmailsettings();
+}
+
+void EmailOptionsDialog::okStepsOnFiles(bool test)
 {
     owner_.folder();
     platform::Platform& p = owner_.state().platform;
@@ -237,38 +348,52 @@ void EmailOptionsDialog::okSteps(bool test)
     core::RunState& s = owner_.state();
     const QString profileFile = owner_.file(core::files::mailprofile);
     const QString smtpFile = owner_.file(core::files::smtpserver);
+    // A file that cannot be removed is said at once: e-mail would otherwise go on as it was
+    // while the dialog claims otherwise.
+    auto remove = [&](const QString& path) {
+        if (!files.exists(path) || files.remove(path))
+            return true;
+        const QString reason = files.lastError();
+        p.boxes->show(QStringLiteral("Could not delete \"%1\": %2.")
+                          .arg(path, reason.isEmpty() ? QStringLiteral("the file could not be deleted") : reason),
+                      MsgIcon::Critical);
+        return false;
+    };
+    // The options of the SMTP server go with it.
+    auto removeSmtp = [&] { return remove(smtpFile) && remove(owner_.file(kSmtpOptionsFile)); };
+    auto write = [&](const QString& path, const QStringList& lines) {
+        const core::WriteResult r = core::writeFile(files, path, lines);
+        if (!r)
+            p.boxes->show(core::writeFailedText(r), MsgIcon::Critical);
+        return r.ok();
+    };
     const bool enabled = Check1->isChecked();
 
     if (enabled && !Option1->isChecked() && !Option2->isChecked()) {
         p.boxes->show(kSelectOption, MsgIcon::Exclamation);
         return;
     }
-    if (!enabled && files.exists(profileFile)) {
-        if (p.boxes->show(kDisableQuestion, MsgIcon::Question, MsgButtons::OkCancel) != MsgAnswer::Cancel) {
-            files.remove(profileFile);
-            hide();
-        }
-    }
-    if (!enabled && files.exists(smtpFile)) {
-        if (p.boxes->show(kDisableQuestion, MsgIcon::Question, MsgButtons::OkCancel) != MsgAnswer::Cancel) {
-            files.remove(smtpFile);
-            hide();
-        }
-    }
-    if (Option1->isChecked() && files.exists(smtpFile))
-        files.remove(smtpFile);
-    if (Option2->isChecked() && files.exists(profileFile))
-        files.remove(profileFile);
     if (!enabled) {
+        // Switching e-mail off removes the stored transport once the user confirms; the option
+        // buttons, disabled now, change nothing.
+        if (files.exists(profileFile)
+            && p.boxes->show(kDisableQuestion, MsgIcon::Question, MsgButtons::OkCancel) != MsgAnswer::Cancel)
+            remove(profileFile);
+        if (files.exists(smtpFile)
+            && p.boxes->show(kDisableQuestion, MsgIcon::Question, MsgButtons::OkCancel) != MsgAnswer::Cancel)
+            removeSmtp();
         hide();
         return;
     }
+    // The new transport is checked and written before the old one is removed, so that a
+    // refused or failed save leaves the stored transport as it was.
     if (Option1->isChecked()) {
         if (Text1->text().isEmpty()) {
             p.boxes->show(kNoProfile, MsgIcon::Exclamation);
             return;
         }
-        files.writeLines(profileFile, {Text1->text()});
+        if (!write(profileFile, {Text1->text()}) || !removeSmtp())
+            return;
         s.mailprofile = owner_.firstLine(core::files::mailprofile).value_or(QString());
         const platform::MailResult r = p.profilemail->logon(s.mailprofile);
         if (!r.ok()) {
@@ -276,21 +401,24 @@ void EmailOptionsDialog::okSteps(bool test)
             p.boxes->show(QStringLiteral("Error : ") + r.description + QStringLiteral("\n\r\n\r"), MsgIcon::Critical);
             return;
         }
-    } else if (Option2->isChecked()) {
+    } else {
         if (Text2->text().isEmpty() || Text3->text().isEmpty() || Text4->text().isEmpty()) {
             p.boxes->show(kNoSmtp, MsgIcon::Exclamation);
             return;
         }
-        files.writeLines(smtpFile, {Text2->text(), Text3->text(), Text4->text()});
+        if (!write(smtpFile, {Text2->text(), Text3->text(), Text4->text()}) || !saveSmtpOptions()
+            || !remove(profileFile))
+            return;
     }
-    if (!test) {
-        owner_.refreschmailsettings();
+    if (!test)
         hide();
-    }
 }
 
 void EmailOptionsDialog::cancelClick()
 {
+    // Nothing is saved; the settings in memory are made the stored ones again, in case a test
+    // button saved entries since the dialog was opened.
+    owner_.refreschmailsettings();
     hide();
     if (owner_.hideSetupAlert)
         owner_.hideSetupAlert();
@@ -307,6 +435,9 @@ void EmailOptionsDialog::command1Click()
     }
     okSteps(true);
     SmtpMailWindow* w = owner_.form7();
+    // An open test window shows the settings just saved, not those of its first showing.
+    if (w->isVisible())
+        w->activate();
     w->show();
     w->raise();
     w->activateWindow();
@@ -320,6 +451,8 @@ void EmailOptionsDialog::command2Click()
     }
     okSteps(true);
     ProfileMailWindow* w = owner_.form8();
+    if (w->isVisible())
+        w->activate();
     w->show();
     w->raise();
     w->activateWindow();

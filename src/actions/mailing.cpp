@@ -99,9 +99,11 @@ void Mailing::sendemail(const QString& emailaddress, const MailText& text, std::
 
 void Mailing::subemail(const QString& emailaddress, const MailText& text, std::function<void(bool)> done)
 {
-    // Without a profile file there is nothing to send with: the dispatch of this service ends.
+    // Without a profile file there is nothing to send with: the dispatch of this service ends,
+    // with a line that says so.
     const QString path = file(core::files::mailprofile);
     if (!state_.platform.files->exists(path)) {
+        log(notSentLine(trimBlanks(emailaddress), QStringLiteral("the mail profile file is missing")));
         if (done)
             done(false);
         return;
@@ -137,11 +139,19 @@ void Mailing::connectTo(ActionDispatcher& dispatcher)
 {
     dispatcher.sendemail = [this](QString& address, ActionDispatcher::Continue cont) {
         address = trimBlanks(address);
+        if (mailSwitchedOff()) {
+            cont(log(notSentLine(address, kMailOff)));
+            return;
+        }
         const MailText text = smtpText ? smtpText() : MailText{};
         // The SMTP transport handles its own failures: the dispatch always goes on.
         sendemail(address, text, [cont](bool) { cont(true); });
     };
     dispatcher.subemail = [this](QString& address, ActionDispatcher::Continue cont) {
+        if (mailSwitchedOff()) {
+            cont(log(notSentLine(trimBlanks(address), kMailOff)));
+            return;
+        }
         const MailText text = mapiText ? mapiText() : MailText{};
         subemail(address, text, [cont](bool goesOn) { cont(goesOn); });
     };
@@ -149,6 +159,74 @@ void Mailing::connectTo(ActionDispatcher& dispatcher)
         recipient = trimBlanks(recipient);
         netsend(recipient, test, [cont](bool logged) { cont(logged); });
     };
+}
+
+const QString Mailing::kNoSecretStore = QStringLiteral(
+    "No secret store is running on this desktop, so the SMTP password can neither be kept nor read.\n"
+    "Start the desktop's keyring (GNOME Keyring or KWallet) and enter the password again.");
+
+SmtpOptions Mailing::smtpOptions() { return readSmtpOptions(*state_.platform.files, file(kSmtpOptionsFile)); }
+
+core::WriteResult Mailing::saveSmtpOptions(const SmtpOptions& options)
+{
+    return writeSmtpOptions(*state_.platform.files, file(kSmtpOptionsFile), options);
+}
+
+void Mailing::smtpSecurity(const QString& server,
+                           std::function<void(const SmtpSecurity&, const QString& failure)> done)
+{
+    const SmtpOptions options = smtpOptions();
+    const QString name = state_.platform.system ? state_.platform.system->fullyQualifiedName() : QString();
+    SmtpSecurity security = securityFor(options, name.isEmpty() ? QStringLiteral("localhost") : name);
+    if (!security.on || security.user.isEmpty()) {
+        done(security, {});
+        return;
+    }
+    platform::SecretStore* store = state_.platform.secrets;
+    if (!store) {
+        done(security, QStringLiteral("no secret store is running, so the password of %1 cannot be read").arg(security.user));
+        return;
+    }
+    store->read(this, smtpPasswordKey(server, security.user), [security, done](const platform::SecretStore::Result& r) mutable {
+        using S = platform::SecretStore::Status;
+        switch (r.status) {
+        case S::Ok:
+            security.password = r.secret;
+            done(security, {});
+            return;
+        case S::NotFound:
+            done(security, QStringLiteral("the secret store holds no password for %1; enter it in the Email Options")
+                               .arg(security.user));
+            return;
+        case S::NoStore:
+            done(security, QStringLiteral("no secret store is running, so the password of %1 cannot be read")
+                               .arg(security.user));
+            return;
+        case S::Failed:
+            done(security, QStringLiteral("the secret store did not give the password of %1: %2").arg(security.user, r.text));
+            return;
+        }
+    });
+}
+
+void Mailing::rememberCertificate(const QByteArray& fingerprint)
+{
+    SmtpOptions options = smtpOptions();
+    if (!options.acceptCertificate)
+        return;
+    options.fingerprint = fingerprint;
+    saveSmtpOptions(options);
+}
+
+bool Mailing::mailSwitchedOff()
+{
+    platform::TextFiles& files = *state_.platform.files;
+    return !files.exists(file(core::files::mailprofile)) && !files.exists(file(core::files::smtpserver));
+}
+
+QString Mailing::notSentLine(const QString& address, const QString& why)
+{
+    return QStringLiteral("Email to ") + address + QStringLiteral(" not sent: ") + why;
 }
 
 void Mailing::checkmailprofile()

@@ -7,6 +7,7 @@
 // several actions in order (the action dispatcher) starts the next only when the previous one
 // has written its job-log line and result text.
 #include "actions/mailtypes.h"
+#include "actions/smtpoptions.h"
 #include "core/runstate.h"
 
 #include <QObject>
@@ -84,6 +85,29 @@ public:
     std::optional<QString> firstLine(const QString& name);
     // Appends an action line to the job log; false when it could not be written.
     bool log(const QString& line);
+
+    // ---- the SMTP dialogue for servers that need a name, encryption or login ----
+    // The options as "SMTPOptions" holds them now (off when the file is missing).
+    SmtpOptions smtpOptions();
+    core::WriteResult saveSmtpOptions(const SmtpOptions& options);
+    // The settings of one send to server: the stored options, this computer's name and, when a
+    // user is set, the password from the secret store. done(security, failure) runs once;
+    // failure is empty when security can be used, else it says why not (the secret store is
+    // not running, holds no password for the user, or refused).
+    void smtpSecurity(const QString& server, std::function<void(const SmtpSecurity&, const QString& failure)> done);
+    // Keeps fingerprint as the accepted certificate of the stored options.
+    void rememberCertificate(const QByteArray& fingerprint);
+
+    // The message shown when no secret store runs on this desktop.
+    static const QString kNoSecretStore;
+
+    // ---- alert mail that cannot go out ----
+    // Whether e-mail is switched off: neither "MailProfile" nor "SMTPServer" is stored.
+    bool mailSwitchedOff();
+    // The job-log line of an alert mail that was not sent, and why.
+    static QString notSentLine(const QString& address, const QString& why);
+    static inline const QString kMailOff =
+        QStringLiteral("the Email function is switched off (Email Options, Set Email Options)");
 
 private:
     core::RunState& state_;

@@ -1,9 +1,16 @@
 #pragma once
-// The program's own SMTP client: one minimal dialogue (greeting, HELO without a domain, mail
-// from, rcpt to, DATA, the message, quit) over a platform socket. Each reply is awaited on a
-// one-second timer for up to 16 ticks; only the first three characters of the latest data
-// received count. Nothing blocks: the dialogue runs on socket and timer events and ends in a
-// completion callback.
+// The program's own SMTP client over a platform socket, with two dialogues:
+//
+// - the classic one: greeting, HELO without a domain, mail from, rcpt to, DATA, the message,
+//   quit. Each reply is awaited on a one-second timer for up to 16 ticks; only the first three
+//   characters of the latest data received count.
+// - the one for servers that need a name, encryption or login (SmtpSecurity::on): EHLO with
+//   this computer's name, STARTTLS when offered or TLS from the first byte, AUTH PLAIN or LOGIN
+//   when a user is set, and a MIME message in UTF-8. Replies are read whole (multi-line ones
+//   included) and waited for on the same timer; the mail counts as delivered on the 250 after
+//   the message, whatever happens on QUIT. Any failure ends it with a job-log line saying why.
+//
+// Nothing blocks: the dialogue runs on socket and timer events and ends in a completion callback.
 #include "actions/mailtypes.h"
 #include "platform/clock.h"
 #include "platform/tcpsocket.h"
@@ -14,6 +21,24 @@
 
 namespace velmora::actions {
 
+// How the second dialogue encrypts the connection.
+enum class SmtpTls {
+    StartTls, // STARTTLS when the server offers it, else plain
+    Implicit, // TLS from the first byte (port 465)
+    None,     // never
+};
+
+// The second dialogue and its settings; off means the classic dialogue.
+struct SmtpSecurity {
+    bool on = false;
+    QString heloName;  // this computer's fully qualified name, for EHLO and the Message-ID
+    SmtpTls tls = SmtpTls::StartTls;
+    QString user;      // empty: no login
+    QString password;
+    QByteArray acceptedFingerprint; // SHA-256 (hex) of a certificate the user accepted
+    bool acceptNextCertificate = false; // accept whatever certificate the server shows next
+};
+
 struct SmtpMail {
     QString host;
     int port = 25;
@@ -23,6 +48,7 @@ struct SmtpMail {
     QString mailer;    // X-Mailer header
     QString subject;
     QString body;      // may hold several lines
+    SmtpSecurity security;
 };
 
 // The message part of the dialogue, each line ended by CR LF: From, Date (day and month names
@@ -30,6 +56,21 @@ struct SmtpMail {
 // and the "." line. Body lines that begin with "." are doubled, so the server restores them.
 // Text goes on the wire as single-byte Latin-1.
 QByteArray smtpMessage(const SmtpMail& mail, const QDateTime& now, const QLocale& locale = QLocale::system());
+
+// The message of the second dialogue, each line ended by CR LF and closed by the "." line:
+// From, To, Subject (RFC 2047 encoded when not plain ASCII), Date in the English form of
+// RFC 5322 with now's real offset from UTC, Message-ID (uniquePart@domain), X-Mailer,
+// MIME-Version, Content-Type text/plain in UTF-8 and the body, 7bit when it is short-lined
+// ASCII and quoted-printable otherwise. Lines that begin with "." are doubled.
+QByteArray smtpMimeMessage(const SmtpMail& mail, const QDateTime& now, const QString& domain,
+                           const QByteArray& uniquePart);
+// The Date header's value: "Mon, 02 Mar 2026 08:00:00 +0100".
+QString rfc5322Date(const QDateTime& now);
+// text as an RFC 2047 header value: unchanged when plain ASCII, else UTF-8 base64 encoded
+// words of at most 75 characters, folded onto continuation lines.
+QByteArray encodedHeaderText(const QString& text);
+// UTF-8 bytes as quoted-printable lines (CR LF ends each, soft breaks keep them under 77).
+QByteArray quotedPrintable(const QByteArray& utf8);
 
 class SmtpClient : public QObject {
     Q_OBJECT
@@ -39,6 +80,8 @@ public:
         QStringLiteral("Error on sending email via smtp Server : No valid responce from SMTP server");
     static inline const QString kTimeOut =
         QStringLiteral("Error on sending email via smtp Server : Time out while connecting to SMTP server");
+    // The start of every failure line of the second dialogue.
+    static inline const QString kFailurePrefix = QStringLiteral("Error on sending email via smtp Server : ");
     // Ticks of the reply timer after which a wait has failed once one more comes.
     static constexpr int kMaxTicks = 15;
 
@@ -52,8 +95,14 @@ public:
     QLocale locale = QLocale::system();             // day and month names of the Date header
     int tickMs = 1000;
 
+    // The second dialogue accepted a certificate on the user's word (acceptNextCertificate);
+    // its fingerprint, to be kept as the one accepted from now on.
+    std::function<void(const QByteArray& fingerprint)> certificateAccepted;
+
     // Whether a dialogue runs (the sending flag).
     bool sending() const { return sending_; }
+    // Why the last dialogue failed (its job-log line), or empty.
+    const QString& lastError() const { return lastError_; }
 
     // Runs one dialogue. done(result) runs exactly once: at once with false when a dialogue
     // runs already (nothing is sent, nothing logged), else when the dialogue has ended and the
@@ -62,6 +111,22 @@ public:
 
 private:
     enum class Phase { Idle, Connect, Waiting, Finished };
+    enum class Stage { Greeting, TlsHandshake, Ehlo, StartTls, AuthPlain, AuthLogin, AuthUser, AuthPass,
+                       MailFrom, RcptTo, Data, Message, Quit };
+    struct Reply {
+        int code = 0;
+        QStringList lines; // without the code and its separator
+        QString text() const;
+    };
+    void modernStep();
+    bool takeReply(Reply& reply);
+    void handleReply(const Reply& reply);
+    void command(const QByteArray& line, Stage next, const QString& shown = {});
+    void afterEhlo();
+    void mailFrom();
+    void fail(const QString& reason);
+    void startTls();
+    void status(const QString& text);
     void onData();
     void onTick();
     void pump();
@@ -86,6 +151,17 @@ private:
     SmtpMail mail_;
     std::function<void(bool)> done_;
     bool pumping_ = false, again_ = false;
+
+    // The second dialogue.
+    bool modern_ = false;
+    Stage stage_ = Stage::Greeting;
+    QByteArray inbound_;      // received and not yet taken as replies
+    QString lastCommand_;     // as named in failure texts
+    QStringList extensions_;  // of the last EHLO answer, upper case
+    bool tlsUp_ = false, closedByPeer_ = false, ehloDone_ = false;
+    QString pendingFailure_;  // reported by a socket event, taken by the next step
+    QString lastError_;
+    quint64 messageCount_ = 0;
 };
 
 } // namespace velmora::actions

@@ -81,8 +81,12 @@ SmtpMailWindow::SmtpMailWindow(Mailing& owner, QWidget* parent) : QWidget(parent
     Timer1 = p.clock->createTimer(this, QStringLiteral("Timer1"), 1000);
     Winsock1 = p.tcp->createSocket(this, QStringLiteral("Winsock1"));
     client_ = new SmtpClient(Winsock1, Timer1, *p.clock, this);
-    client_->appendjobline = [this](const QString& line) { owner_.log(line); };
+    client_->appendjobline = [this](const QString& line) {
+        ++linesLogged_;
+        owner_.log(line);
+    };
     client_->setstatus = [this](const QString& text) { setstatus(text); };
+    client_->certificateAccepted = [this](const QByteArray& fingerprint) { owner_.rememberCertificate(fingerprint); };
 
     connect(Command1, &QPushButton::clicked, this, &SmtpMailWindow::sendClicked);
     connect(Command2, &QPushButton::clicked, this, &QWidget::hide);
@@ -114,10 +118,28 @@ void SmtpMailWindow::setstatus(const QString& text)
     Label1->repaint();
 }
 
+void SmtpMailWindow::withSecurity(const QString& server, std::function<void(const SmtpSecurity&)> send,
+                                  std::function<void(const QString&)> failed)
+{
+    preparing_ = true;
+    QPointer<SmtpMailWindow> self(this);
+    owner_.smtpSecurity(server, [self, send, failed](const SmtpSecurity& security, const QString& failure) {
+        if (!self)
+            return;
+        self->preparing_ = false;
+        if (failure.isEmpty())
+            send(security);
+        else
+            failed(failure);
+    });
+}
+
 void SmtpMailWindow::sendemail(const QString& emailaddress, const MailText& text, std::function<void(bool)> done)
 {
     const QString address = trimBlanks(emailaddress);
-    if (client_->sending()) {
+    if (busy()) {
+        // Nothing is sent; the job log says so, as the alert would otherwise vanish.
+        owner_.log(Mailing::notSentLine(address, QStringLiteral("another email is being sent")));
         if (done)
             done(false);
         return;
@@ -126,45 +148,82 @@ void SmtpMailWindow::sendemail(const QString& emailaddress, const MailText& text
     if (owner_.alertBusy)
         owner_.alertBusy(true);
     SmtpMail mail{s.smtpserver, s.smtpport, QStringLiteral("Velmora"), s.smtpsender, address,
-                  QStringLiteral("Velmora"), text.subject, text.body};
+                  QStringLiteral("Velmora"), text.subject, text.body, {}};
     QPointer<SmtpMailWindow> self(this);
-    client_->send(mail, false, [self, address, done](bool ok) {
+    const int linesBefore = linesLogged_;
+    auto finished = [self, address, done, linesBefore](bool ok) {
         if (self) {
             if (ok)
                 self->owner_.log(QStringLiteral("Email sent to ") + address);
+            else if (self->linesLogged_ == linesBefore)
+                // The dialogue ended on a socket that refused to send (the connection was gone
+                // or still open from before) without a line of its own.
+                self->owner_.log(SmtpClient::kFailurePrefix + QStringLiteral("the connection to ") + self->owner_.state().smtpserver
+                                 + QStringLiteral(" was lost"));
             self->hide();
             if (self->owner_.alertBusy)
                 self->owner_.alertBusy(false);
         }
         if (done)
             done(ok);
-    });
+    };
+    withSecurity(
+        s.smtpserver,
+        [self, mail, finished](const SmtpSecurity& security) mutable {
+            mail.security = security;
+            self->client_->send(mail, false, finished);
+        },
+        [self, finished](const QString& failure) {
+            ++self->linesLogged_;
+            self->owner_.log(SmtpClient::kFailurePrefix + failure);
+            finished(false);
+        });
 }
 
 void SmtpMailWindow::sendtestmail(const QString& server, const QString& sendername, const QString& senderaddress,
                                   const QString& /*recipientname*/, const QString& recipientaddress,
                                   const QString& subject, const QString& body, std::function<void(bool)> done)
 {
-    if (client_->sending()) {
+    if (busy()) {
         if (done)
             done(false);
         return;
     }
     setCursor(Qt::WaitCursor);
-    SmtpMail mail{server, 25, sendername, senderaddress, recipientaddress, QStringLiteral("Brisken"), subject, body};
+    SmtpMail mail{server, 25, sendername, senderaddress, recipientaddress, QStringLiteral("Brisken"), subject, body, {}};
     QPointer<SmtpMailWindow> self(this);
-    client_->send(mail, true, [self, done](bool ok) {
+    auto finished = [self, done](bool ok) {
         if (self)
             self->unsetCursor();
         if (done)
             done(ok);
-    });
+    };
+    withSecurity(
+        server,
+        [self, mail, finished](const SmtpSecurity& security) mutable {
+            mail.security = security;
+            // A server that needs more than the classic dialogue often listens elsewhere
+            // (465, 587): the port field counts then.
+            if (security.on) {
+                bool ok = false;
+                const int port = self->Text8->text().trimmed().toInt(&ok);
+                if (ok && port > 0)
+                    mail.port = port;
+            }
+            self->client_->send(mail, true, finished);
+        },
+        [self, finished](const QString& failure) {
+            self->owner_.log(SmtpClient::kFailurePrefix + failure);
+            self->client_->setstatus(QString());
+            self->lastFailure_ = failure;
+            finished(false);
+        });
 }
 
 void SmtpMailWindow::sendClicked()
 {
     platform::MessageBoxes& boxes = *owner_.state().platform.boxes;
-    if (client_->sending()) {
+    if (busy()) {
         boxes.show(QStringLiteral("Still sending Last Email please wait !"), MsgIcon::None);
         return;
     }
@@ -178,10 +237,17 @@ void SmtpMailWindow::sendClicked()
                      if (!self)
                          return;
                      platform::MessageBoxes& b = *self->owner_.state().platform.boxes;
-                     if (ok)
+                     if (ok) {
                          b.show(QStringLiteral("Email successfully sent"), MsgIcon::Information);
-                     else
-                         b.show(QStringLiteral("Error on sending Email"), MsgIcon::Critical);
+                         return;
+                     }
+                     // The second dialogue says why; the classic one keeps its single text.
+                     QString why = std::exchange(self->lastFailure_, QString());
+                     if (why.isEmpty() && !self->client_->lastError().isEmpty())
+                         why = self->client_->lastError().mid(SmtpClient::kFailurePrefix.size());
+                     b.show(why.isEmpty() ? QStringLiteral("Error on sending Email")
+                                          : QStringLiteral("Error on sending Email") + QStringLiteral("\n\n") + why,
+                            MsgIcon::Critical);
                  });
 }
 

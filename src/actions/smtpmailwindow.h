@@ -32,6 +32,8 @@ public:
     platform::TcpSocket* Winsock1 = nullptr;
 
     SmtpClient& client() { return *client_; }
+    // Whether a mail is on its way: being sent, or waiting for its password.
+    bool busy() const { return preparing_ || client_->sending(); }
 
     // The alert mail to the configured server and port; see Mailing::sendemail.
     void sendemail(const QString& emailaddress, const MailText& text, std::function<void(bool)> done);
@@ -49,8 +51,16 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
+    // Reads the stored options (and the password) for a send to server, then runs send with
+    // them; with a failure, runs failed with its text instead.
+    void withSecurity(const QString& server, std::function<void(const SmtpSecurity&)> send,
+                      std::function<void(const QString&)> failed);
+
     Mailing& owner_;
     SmtpClient* client_ = nullptr;
+    bool preparing_ = false;
+    QString lastFailure_; // why the last test send could not start
+    int linesLogged_ = 0; // job-log lines written by sends so far
 };
 
 } // namespace velmora::actions

@@ -11,6 +11,7 @@
 #include "platform/servicemanager.h"
 #include "platform/opener.h"
 #include "platform/profilemail.h"
+#include "platform/secretstore.h"
 #include "platform/system.h"
 #include "platform/tcpsocket.h"
 #include "platform/textfiles.h"
@@ -39,6 +40,7 @@ struct Platform {
     ProfileMail* profilemail = nullptr;
     NetMessenger* messenger = nullptr;
     FileDialogs* filedialogs = nullptr;
+    SecretStore* secrets = nullptr;
 };
 
 } // namespace velmora::platform

@@ -13,6 +13,9 @@ public:
     virtual int platformId() = 0;
     // This computer's name (the host name, without domain).
     virtual QString computerName() = 0;
+    // This computer's fully qualified domain name, as a mail server expects it in a greeting;
+    // the plain host name when no domain is known.
+    virtual QString fullyQualifiedName() = 0;
     // The folder of the program file.
     virtual QString programFolder() = 0;
     // Whether a folder can be written by this user.

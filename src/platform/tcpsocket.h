@@ -28,6 +28,19 @@ public:
     // socket is Closed afterwards and may connect again. No signal is emitted.
     virtual void close() = 0;
 
+    // ---- TLS ----
+    // Starts TLS on a connected socket as its client, checking the server's certificate against
+    // peerName and the system's trusted authorities. A certificate that fails the check still
+    // passes when its SHA-256 fingerprint equals acceptedFingerprint (the user accepted that
+    // certificate), or, with acceptAny, whatever it is (the user accepted the next certificate
+    // this server shows; its fingerprint is then read with peerFingerprint()). The outcome
+    // arrives as encrypted(), certificateRejected() or failed(). Does nothing unless Connected.
+    virtual void startTls(const QString& peerName, const QByteArray& acceptedFingerprint, bool acceptAny) = 0;
+    // Whether TLS is on for the current connection.
+    virtual bool isEncrypted() const = 0;
+    // SHA-256 of the certificate the server showed, as lower-case hex (empty before TLS).
+    virtual QByteArray peerFingerprint() const = 0;
+
 signals:
     void connected();
     // New data can be read with receive().
@@ -36,6 +49,11 @@ signals:
     void closedByPeer();
     // Connecting failed or the connection broke; the state is Closed.
     void failed(const QString& text);
+    // TLS is on; sent bytes are encrypted from now on.
+    void encrypted();
+    // The server's certificate could not be verified and was not accepted: text says why,
+    // fingerprint is its SHA-256 as lower-case hex. The connection is dropped; the state is Closed.
+    void certificateRejected(const QString& text, const QByteArray& fingerprint);
 };
 
 class TcpNetwork {

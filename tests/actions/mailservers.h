@@ -62,7 +62,8 @@ public:
     ~SmtpSink() { stop(); }
     // Port 0: a free port below 32768, since the stored SMTP settings keep the port as a 16-bit
     // signed number.
-    bool start(const QString& host = QStringLiteral("127.0.0.1"), int port = 0)
+    // extra: smtpsink.py's options (--stock, --cert, --key, --implicit, --auth).
+    bool start(const QString& host = QStringLiteral("127.0.0.1"), int port = 0, const QStringList& extra = {})
     {
         const QString py = aiosmtpdPython();
         if (py.isEmpty() || !dir_.isValid())
@@ -76,7 +77,8 @@ public:
         out_ = dir_.filePath(QStringLiteral("received.jsonl"));
         proc_ = std::make_unique<QProcess>();
         proc_->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        proc_->start(py, {testSourceDir() + QStringLiteral("/smtpsink.py"), host, QString::number(port), out_});
+        proc_->start(py, QStringList{testSourceDir() + QStringLiteral("/smtpsink.py"), host, QString::number(port), out_}
+                            + extra);
         if (!proc_->waitForStarted(10000))
             return false;
         while (!proc_->canReadLine()) {
@@ -120,6 +122,25 @@ private:
     std::unique_ptr<QProcess> proc_;
     int port_ = 0;
 };
+
+// A throwaway self-signed certificate for 127.0.0.1 and its key, made with openssl in dir.
+struct TestCertificate {
+    QString cert, key;
+    bool ok() const { return !cert.isEmpty(); }
+};
+inline TestCertificate makeTestCertificate(const QTemporaryDir& dir)
+{
+    TestCertificate c{dir.filePath(QStringLiteral("cert.pem")), dir.filePath(QStringLiteral("key.pem"))};
+    QProcess p;
+    p.start(QStringLiteral("openssl"),
+            {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"), QStringLiteral("rsa:2048"),
+             QStringLiteral("-nodes"), QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"),
+             QStringLiteral("/CN=127.0.0.1"), QStringLiteral("-addext"), QStringLiteral("subjectAltName=IP:127.0.0.1"),
+             QStringLiteral("-keyout"), c.key, QStringLiteral("-out"), c.cert});
+    if (!p.waitForFinished(60000) || p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0)
+        return {};
+    return c;
+}
 
 // An SMTP server on a QTcpServer whose answers the test chooses: each step's answer (an empty
 // text: none), or a hang-up instead of an answer.

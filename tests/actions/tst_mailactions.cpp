@@ -33,6 +33,8 @@ struct Rig {
         state.smtpport = 25;
         state.smtpsender = QStringLiteral("alerts@corp.test");
         sim.files.create(file(core::files::jobslog));
+        // E-mail is switched on: the SMTP server is stored.
+        sim.files.writeLines(file(core::files::smtpserver), {state.smtpserver, QStringLiteral("25"), state.smtpsender});
     }
     void build()
     {
@@ -88,12 +90,15 @@ private slots:
         rig.sim.profilemail.profiles = {QStringLiteral("Office")};
         rig.build();
 
-        // Without the profile file the mail ends the dispatch: the later slot does not run.
+        // Without the profile file the mail ends the dispatch, with a line that says why: the
+        // later slot does not run.
         QVERIFY(rig.run({QStringLiteral("Send Email to: admin@corp.test"), QStringLiteral("Alert"), QString(), QString(),
                          QString()}));
-        QVERIFY(rig.log().isEmpty());
+        QCOMPARE(rig.log(), QStringList{"Email to admin@corp.test not sent: the mail profile file is missing"});
         QVERIFY(!rig.timer6->isEnabled());
 
+        rig.sim.files.remove(rig.file(core::files::jobslog));
+        rig.sim.files.create(rig.file(core::files::jobslog));
         rig.sim.files.writeLines(rig.file(core::files::mailprofile), {QStringLiteral("Office")});
         QVERIFY(rig.run({QStringLiteral("Alert"), QStringLiteral("Send Email to: admin@corp.test"), QString(), QString(),
                          QStringLiteral("Net Message Send to: PC9")}));

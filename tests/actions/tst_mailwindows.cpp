@@ -1,6 +1,7 @@
 // The mail windows on the simulated platform, reached through the running main window: the
 // SMTP test window Form7, the profile test window Form8 and the e-mail options Dialog, with the
 // exact texts of their boxes and the files they write.
+#include "actions/dispatcher.h"
 #include "actions/emailoptionsdialog.h"
 #include "actions/mailing.h"
 #include "actions/profilemailwindow.h"
@@ -217,17 +218,18 @@ private slots:
         QCOMPARE(busy, (QStringList{"wait", "normal"}));
         QVERIFY(!world.mail->form7()->isVisible());
 
-        // A second alert mail while one is under way is refused silently.
+        // A second alert mail while one is under way is refused, with a line saying so.
         world.smtp.answer[SimSmtpServer::Greeting].clear();
         result.reset();
         world.mail->sendemail(QStringLiteral("admin@corp.test"), {}, [&](bool ok) { result = ok; });
         std::optional<bool> second;
         world.mail->sendemail(QStringLiteral("other@corp.test"), {}, [&](bool ok) { second = ok; });
         QCOMPARE(second, std::optional<bool>(false));
-        QCOMPARE(world.log().size(), 1);
+        const QString refused = QStringLiteral("Email to other@corp.test not sent: another email is being sent");
+        QCOMPARE(world.log(), (QStringList{"Email sent to admin@corp.test", refused}));
         world.fx.sim.clock.advance(16000);
         QCOMPARE(result, std::optional<bool>(false));
-        QCOMPARE(world.log(), (QStringList{"Email sent to admin@corp.test", actions::SmtpClient::kTimeOut}));
+        QCOMPARE(world.log(), (QStringList{"Email sent to admin@corp.test", refused, actions::SmtpClient::kTimeOut}));
     }
 
     // ---- Form8 ----
@@ -506,6 +508,135 @@ private slots:
         QCOMPARE(world.fx.readBytes("MailProfile"), QByteArray("Office\r\n"));
         QVERIFY(d->isVisible() && world.mail->form8()->isVisible());
         QCOMPARE(world.mail->form8()->Text7->text(), QStringLiteral("Office"));
+    }
+
+
+    // ---- the settings in memory follow the files, whatever closes the dialog ----
+
+    void dialogMemoryFollowsTheFilesAfterAFailedLogonATestButtonAndCancel()
+    {
+        World world("SMTPServer", {"mail.corp.test", "25", "a@corp.test"});
+        core::RunState& s = world.w->state;
+        QVERIFY(s.usesmtp);
+        actions::EmailOptionsDialog* d = world.options();
+        d->Option1->click();
+        d->Text1->setText(QStringLiteral("Nope"));
+        d->OKButton->click(); // the logon fails; the profile is stored and the SMTP file gone
+        QVERIFY(d->isVisible());
+        QVERIFY(world.fx.fileExists("MailProfile") && !world.fx.fileExists("SMTPServer"));
+        QVERIFY(!s.usesmtp);
+        QCOMPARE(s.mailprofile, QStringLiteral("Nope"));
+        d->CancelButton->click();
+        QVERIFY(!s.usesmtp);
+
+        // A test button saves, and the test window, open or not, shows what was saved.
+        world.options(&actions::EmailOptionsDialog::Option2);
+        d->Text2->setText(QStringLiteral("new.corp.test"));
+        d->Text4->setText(QStringLiteral("b@corp.test"));
+        d->Command1->click();
+        QVERIFY(s.usesmtp);
+        QCOMPARE(s.smtpserver, QStringLiteral("new.corp.test"));
+        QCOMPARE(world.mail->form7()->Text5->text(), QStringLiteral("new.corp.test"));
+        d->Text2->setText(QStringLiteral("other.corp.test"));
+        d->Command1->click();
+        QCOMPARE(s.smtpserver, QStringLiteral("other.corp.test"));
+        QCOMPARE(world.mail->form7()->Text5->text(), QStringLiteral("other.corp.test"));
+        QCOMPARE(world.mail->form7()->Text2->text(), QStringLiteral("b@corp.test"));
+    }
+
+    void dialogNeverLeavesEmailOffHalfSaved()
+    {
+        World world("MailProfile", {"Office"});
+        world.fx.sim.profilemail.profiles = {QStringLiteral("Office")};
+        actions::EmailOptionsDialog* d = world.options();
+        // Switching to SMTP with its fields missing keeps the profile.
+        d->Option2->click();
+        d->OKButton->click();
+        QCOMPARE(world.texts(), QStringList{kNoSmtp});
+        QVERIFY(world.fx.fileExists("MailProfile"));
+
+        // Switching e-mail off after choosing the other option, then cancelling the question,
+        // keeps the stored transport.
+        d->Check1->click();
+        world.fx.sim.boxes.script(MsgAnswer::Cancel);
+        d->OKButton->click();
+        QCOMPARE(world.texts().mid(1), QStringList{kQuestion});
+        QVERIFY(!d->isVisible());
+        QCOMPARE(world.fx.readBytes("MailProfile"), QByteArray("Office\r\n"));
+        QVERIFY(!world.w->state.usesmtp);
+
+        // A file that cannot be written says so in a box; the stored transport stays as it was.
+        world.fx.sim.files.failOn(platform::sim::SimTextFiles::Op::Write, QStringLiteral("SMTPServer"));
+        world.options(&actions::EmailOptionsDialog::Option2);
+        d->Text2->setText(QStringLiteral("mail.corp.test"));
+        d->Text4->setText(QStringLiteral("a@corp.test"));
+        d->OKButton->click();
+        QCOMPARE(world.texts().size(), 3);
+        QVERIFY2(world.texts().last().startsWith(QStringLiteral("Could not save \"")), qPrintable(world.texts().last()));
+        QVERIFY(world.texts().last().contains(QStringLiteral("SMTPServer")));
+        QCOMPARE(world.icons().last(), MsgIcon::Critical);
+        QVERIFY(d->isVisible());
+        QVERIFY(world.fx.fileExists("MailProfile") && !world.fx.fileExists("SMTPServer"));
+        QVERIFY(!world.w->state.usesmtp);
+    }
+
+    void alertMailWithEmailSwitchedOffLeavesALineAndTheListGoesOn_data()
+    {
+        QTest::addColumn<bool>("usesmtp");
+        QTest::newRow("last transport SMTP") << true;
+        QTest::newRow("last transport profile") << false;
+    }
+    void alertMailWithEmailSwitchedOffLeavesALineAndTheListGoesOn()
+    {
+        QFETCH(bool, usesmtp);
+        World world;
+        world.w->state.usesmtp = usesmtp;
+        bool done = false;
+        world.fx.program->dispatcher->runactions(QStringLiteral("SRV1"), QStringLiteral("Spooler"), QStringLiteral("Stopped"),
+                                                 {QStringLiteral("Send Email to: admin@corp.test"),
+                                                  QStringLiteral("Start program: /usr/bin/xterm"), {}, {}, {}},
+                                                 [&] { done = true; });
+        QTRY_VERIFY(done);
+        QCOMPARE(world.log(), (QStringList{"Email to admin@corp.test not sent: " + actions::Mailing::kMailOff,
+                                           "Program started: /usr/bin/xterm"}));
+    }
+
+    void modernOptionsAreFiledAndThePasswordGoesToTheSecretStoreOnly()
+    {
+        World world;
+        actions::EmailOptionsDialog* d = world.options(&actions::EmailOptionsDialog::Option2);
+        QVERIFY(d->Check2->isEnabled() && !d->Text5->isEnabled());
+        d->Text2->setText(QStringLiteral("Mail.Corp.Test"));
+        d->Text3->setText(QStringLiteral("587"));
+        d->Text4->setText(QStringLiteral("a@corp.test"));
+        d->Check2->click();
+        QVERIFY(d->Text5->isEnabled() && d->Text6->isEnabled());
+        d->Text5->setText(QStringLiteral("alerts"));
+        d->Text6->setText(QStringLiteral("secret-pw"));
+        d->OKButton->click();
+        QVERIFY(!d->isVisible());
+        QCOMPARE(world.fx.readBytes("SMTPServer"), QByteArray("Mail.Corp.Test\r\n587\r\na@corp.test\r\n"));
+        QCOMPARE(world.fx.readBytes("SMTPOptions"),
+                 QByteArray("modern=1\r\nuser=alerts\r\ntls=starttls\r\nacceptcertificate=0\r\nfingerprint=\r\n"));
+        QCOMPARE(world.fx.sim.secrets.secrets,
+                 (QMap<QString, QString>{{QStringLiteral("smtp:alerts@mail.corp.test"), QStringLiteral("secret-pw")}}));
+
+        // Shown again: the options, never the password; an empty password field keeps it.
+        world.options();
+        QVERIFY(d->Check2->isChecked());
+        QCOMPARE(d->Text5->text(), QStringLiteral("alerts"));
+        QCOMPARE(d->Text6->text(), QString());
+        d->OKButton->click();
+        QCOMPARE(world.fx.sim.secrets.writes, 1);
+
+        // The options go with the SMTP server when the profile takes over.
+        world.fx.sim.profilemail.profiles = {QStringLiteral("Office")};
+        world.options(&actions::EmailOptionsDialog::Option1);
+        QVERIFY(!d->Check2->isEnabled());
+        d->Text1->setText(QStringLiteral("Office"));
+        d->OKButton->click();
+        QVERIFY(!world.fx.fileExists("SMTPServer") && !world.fx.fileExists("SMTPOptions"));
+        QVERIFY(world.boxes().isEmpty());
     }
 
     // ---- start-up ----

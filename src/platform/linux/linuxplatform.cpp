@@ -9,6 +9,7 @@
 #include "platform/linux/msmtpmail.h"
 #include "platform/linux/qtcredentialsprompt.h"
 #include "platform/linux/qtfiledialogs.h"
+#include "platform/linux/keychainsecrets.h"
 #include "platform/linux/qttcpsocket.h"
 #include "platform/linux/smbmessenger.h"
 #include "platform/linux/sshconnections.h"
@@ -32,6 +33,7 @@
 #include <QSocketNotifier>
 
 #include <csignal>
+#include <netdb.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -130,6 +132,28 @@ public:
         QString name = QHostInfo::localHostName();
         const qsizetype dot = name.indexOf(QLatin1Char('.'));
         return dot > 0 ? name.left(dot) : name;
+    }
+    QString fullyQualifiedName() override
+    {
+        // The canonical name of the host name as the resolver knows it (the same lookup
+        // "hostname --fqdn" makes).
+        const QByteArray host = QHostInfo::localHostName().toLocal8Bit();
+        QString name = QString::fromLocal8Bit(host);
+        addrinfo hints{};
+        hints.ai_family = AF_UNSPEC;
+        hints.ai_flags = AI_CANONNAME;
+        addrinfo* found = nullptr;
+        if (::getaddrinfo(host.constData(), nullptr, &hints, &found) == 0 && found) {
+            if (found->ai_canonname && *found->ai_canonname)
+                name = QString::fromLocal8Bit(found->ai_canonname);
+            ::freeaddrinfo(found);
+        }
+        if (!name.contains(QLatin1Char('.'))) {
+            const QString domain = QHostInfo::localDomainName();
+            if (!domain.isEmpty())
+                name += QLatin1Char('.') + domain;
+        }
+        return name;
     }
     QString programFolder() override { return QCoreApplication::applicationDirPath(); }
     bool folderWritable(const QString& folder) override
@@ -248,6 +272,7 @@ struct LinuxPlatform::Impl {
     QtTcpNetwork tcp;
     MsmtpMail profilemail;
     SmbMessenger messenger;
+    KeychainSecrets secrets;
     QtFileDialogs filedialogs;
 };
 
@@ -279,6 +304,7 @@ Platform LinuxPlatform::platform()
     p.tcp = &d->tcp;
     p.profilemail = &d->profilemail;
     p.messenger = &d->messenger;
+    p.secrets = &d->secrets;
     p.filedialogs = &d->filedialogs;
     return p;
 }

@@ -1,6 +1,8 @@
 #include "platform/linux/qttcpsocket.h"
 
+#include <QCryptographicHash>
 #include <QPointer>
+#include <QSslCertificate>
 #include <QSignalBlocker>
 
 namespace velmora::platform {
@@ -9,18 +11,68 @@ QtTcpSocket::QtTcpSocket(QObject* parent) : TcpSocket(parent)
 {
     connect(&socket_, &QTcpSocket::connected, this, &TcpSocket::connected);
     connect(&socket_, &QTcpSocket::readyRead, this, &TcpSocket::dataArrived);
-    connect(&socket_, &QTcpSocket::disconnected, this, &TcpSocket::closedByPeer);
+    connect(&socket_, &QTcpSocket::disconnected, this, [this] {
+        if (!rejected_)
+            emit closedByPeer();
+    });
     connect(&socket_, &QTcpSocket::errorOccurred, this, [this](QAbstractSocket::SocketError error) {
+        if (rejected_) {
+            // Reported once, as the certificate's rejection.
+            if (!rejectedText_.isNull()) {
+                const QString text = std::exchange(rejectedText_, QString());
+                emit certificateRejected(text, rejectedFingerprint_);
+            }
+            return;
+        }
         // The peer's close is reported by disconnected() alone.
         if (error != QAbstractSocket::RemoteHostClosedError)
             emit failed(socket_.errorString());
     });
+    connect(&socket_, &QSslSocket::encrypted, this, &TcpSocket::encrypted);
+    connect(&socket_, &QSslSocket::sslErrors, this, &QtTcpSocket::onSslErrors);
+}
+
+void QtTcpSocket::startTls(const QString& peerName, const QByteArray& acceptedFingerprint, bool acceptAny)
+{
+    if (state() != State::Connected || socket_.isEncrypted())
+        return;
+    acceptedFingerprint_ = acceptedFingerprint.toLower();
+    acceptAny_ = acceptAny;
+    rejected_ = false;
+    socket_.setPeerVerifyName(peerName);
+    socket_.startClientEncryption();
+}
+
+bool QtTcpSocket::isEncrypted() const { return socket_.isEncrypted(); }
+
+QByteArray QtTcpSocket::peerFingerprint() const
+{
+    const QSslCertificate cert = socket_.peerCertificate();
+    return cert.isNull() ? QByteArray() : cert.digest(QCryptographicHash::Sha256).toHex();
+}
+
+void QtTcpSocket::onSslErrors(const QList<QSslError>& errors)
+{
+    const QByteArray fingerprint = peerFingerprint();
+    if (acceptAny_ || (!acceptedFingerprint_.isEmpty() && fingerprint == acceptedFingerprint_)) {
+        socket_.ignoreSslErrors();
+        return;
+    }
+    // Not ignoring the errors makes the handshake fail: the socket reports an error and closes,
+    // and that error is passed on as the rejection.
+    QStringList texts;
+    for (const QSslError& e : errors)
+        texts << e.errorString();
+    rejected_ = true;
+    rejectedText_ = texts.join(QStringLiteral("; "));
+    rejectedFingerprint_ = fingerprint;
 }
 
 void QtTcpSocket::connectTo(const QString& host, int port)
 {
     if (state() != State::Closed)
         return;
+    rejected_ = false;
     if (port < 1 || port > 65535) {
         // Reported later, like every other connection failure.
         QPointer<QtTcpSocket> self(this);

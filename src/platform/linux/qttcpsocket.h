@@ -1,8 +1,8 @@
 #pragma once
-// TCP client connections over Qt Network.
+// TCP client connections over Qt Network, with TLS through QSslSocket.
 #include "platform/tcpsocket.h"
 
-#include <QTcpSocket>
+#include <QSslSocket>
 
 namespace velmora::platform {
 
@@ -15,9 +15,19 @@ public:
     QByteArray receive() override;
     State state() const override;
     void close() override;
+    void startTls(const QString& peerName, const QByteArray& acceptedFingerprint, bool acceptAny) override;
+    bool isEncrypted() const override;
+    QByteArray peerFingerprint() const override;
 
 private:
-    QTcpSocket socket_;
+    void onSslErrors(const QList<QSslError>& errors);
+
+    QSslSocket socket_;
+    QByteArray acceptedFingerprint_;
+    bool acceptAny_ = false;
+    bool rejected_ = false;
+    QString rejectedText_;
+    QByteArray rejectedFingerprint_;
 };
 
 class QtTcpNetwork : public TcpNetwork {

@@ -266,6 +266,7 @@ Platform SimPlatform::platform()
     p.opener = &opener;
     p.beeper = &beeper;
     p.tcp = &tcp;
+    p.secrets = &secrets;
     p.profilemail = &profilemail;
     p.messenger = &messenger;
     p.filedialogs = &filedialogs;

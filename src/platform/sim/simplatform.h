@@ -9,6 +9,7 @@
 #include "platform/sim/simfiledialogs.h"
 #include "platform/sim/simmail.h"
 #include "platform/sim/simopener.h"
+#include "platform/sim/simsecrets.h"
 #include "platform/sim/simtcp.h"
 #include "platform/sim/simtray.h"
 
@@ -121,12 +122,14 @@ class SimSystem : public SystemInfo {
 public:
     int platformId() override { return platform_id; }
     QString computerName() override { return computer_name; }
+    QString fullyQualifiedName() override { return fully_qualified_name; }
     QString programFolder() override { return program_folder; }
     bool folderWritable(const QString& folder) override;
     QString userDataFolder() override { return user_data_folder; }
 
     int platform_id = 2;
     QString computer_name = QStringLiteral("ADMINPC");
+    QString fully_qualified_name = QStringLiteral("adminpc.corp.test");
     QString program_folder;
     QString user_data_folder;
     bool program_folder_writable = true;
@@ -251,6 +254,7 @@ public:
     SimOpener opener;
     SimBeeper beeper{clock};
     SimTcpNetwork tcp;
+    SimSecrets secrets;
     SimProfileMail profilemail;
     SimNetMessenger messenger;
     SimFileDialogs filedialogs;

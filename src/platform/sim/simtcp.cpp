@@ -10,6 +10,8 @@ void SimTcpSocket::connectTo(const QString& h, int p)
     port = p;
     ++connects;
     inbound_.clear();
+    encrypted_ = false;
+    fingerprint_.clear();
     const SimTcpNetwork::Peer* peer = network_.peer(h, p);
     if (!peer) {
         emit failed(QStringLiteral("Connection refused"));
@@ -46,7 +48,31 @@ void SimTcpSocket::close()
 {
     ++closes;
     state_ = State::Closed;
+    encrypted_ = false;
     inbound_.clear();
+}
+
+void SimTcpSocket::startTls(const QString& peerName, const QByteArray& acceptedFingerprint, bool acceptAny)
+{
+    if (state_ != State::Connected || encrypted_)
+        return;
+    tlsPeerName = peerName;
+    const SimTcpNetwork::Peer* peer = network_.peer(host, port);
+    if (!peer)
+        return;
+    const SimTcpNetwork::Peer copy = *peer;
+    fingerprint_ = copy.certificateFingerprint;
+    if (!copy.certificateTrusted && !acceptAny
+        && (acceptedFingerprint.isEmpty() || acceptedFingerprint.toLower() != fingerprint_)) {
+        state_ = State::Closed;
+        inbound_.clear();
+        emit certificateRejected(QStringLiteral("The certificate is self-signed, and untrusted"), fingerprint_);
+        return;
+    }
+    encrypted_ = true;
+    emit encrypted();
+    if (copy.tlsStarted && state_ == State::Connected)
+        copy.tlsStarted(*this);
 }
 
 void SimTcpSocket::reply(const QByteArray& bytes)

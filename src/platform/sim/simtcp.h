@@ -24,6 +24,9 @@ public:
     QByteArray receive() override;
     State state() const override { return state_; }
     void close() override;
+    void startTls(const QString& peerName, const QByteArray& acceptedFingerprint, bool acceptAny) override;
+    bool isEncrypted() const override { return encrypted_; }
+    QByteArray peerFingerprint() const override { return fingerprint_; }
 
     // ---- the peer's side ----
     // The peer sends bytes (ignored unless connected).
@@ -35,11 +38,14 @@ public:
     int port = 0;
     QByteArray sent;       // everything the program sent, over all connections
     int connects = 0, closes = 0;
+    QString tlsPeerName;   // of the last startTls
 
 private:
     SimTcpNetwork& network_;
     State state_ = State::Closed;
     QByteArray inbound_;
+    bool encrypted_ = false;
+    QByteArray fingerprint_;
 };
 
 class SimTcpNetwork : public TcpNetwork {
@@ -49,6 +55,12 @@ public:
         std::function<void(SimTcpSocket&)> connected;
         // The program sent bytes.
         std::function<void(SimTcpSocket&, const QByteArray&)> received;
+        // TLS: the SHA-256 fingerprint of the peer's certificate (hex) and whether the
+        // program's trusted authorities vouch for it.
+        QByteArray certificateFingerprint = QByteArrayLiteral("00");
+        bool certificateTrusted = true;
+        // TLS came up (called after encrypted()).
+        std::function<void(SimTcpSocket&)> tlsStarted;
     };
     TcpSocket* createSocket(QObject* parent, const QString& name) override;
 

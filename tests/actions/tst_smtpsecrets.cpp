@@ -1,0 +1,211 @@
+// The SMTP password in the desktop's secret store: GNOME Keyring on a private session bus of the
+// test's own, reached through QtKeychain; first with no secret store running, then with one.
+// At the end an alert mail goes from the e-mail options, as the user sets them, to aiosmtpd
+// with STARTTLS and a login, the password read back from the keyring.
+#include "actions/emailoptionsdialog.h"
+#include "actions/mailing.h"
+#include "actions/mailservers.h"
+#include "actions/privatekeyring.h"
+#include "actions/smtpoptions.h"
+#include "platform/linux/keychainsecrets.h"
+#include "platform/linux/qttcpsocket.h"
+#include "platform/sim/simplatform.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDirIterator>
+#include <QJsonArray>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QSslCertificate>
+#include <QtTest>
+#include <optional>
+
+using namespace velmora;
+using platform::SecretStore;
+
+namespace {
+
+const QString kPassword = QStringLiteral("p\u00e4ss w0rd");
+
+// Waits for one call of the store.
+SecretStore::Result await(const std::function<void(SecretStore::Done)>& call)
+{
+    std::optional<SecretStore::Result> out;
+    call([&](const SecretStore::Result& r) { out = r; });
+    if (!QTest::qWaitFor([&] { return out.has_value(); }, 30000))
+        return {SecretStore::Status::Failed, {}, QStringLiteral("no answer within 30 s")};
+    return *out;
+}
+
+// Whether any file under folder holds text (as UTF-8 or Latin-1).
+bool anyFileHolds(const QString& folder, const QString& text)
+{
+    QDirIterator it(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        QFile f(it.next());
+        if (!f.open(QIODevice::ReadOnly))
+            continue;
+        const QByteArray bytes = f.readAll();
+        if (bytes.contains(text.toUtf8()) || bytes.contains(text.toLatin1()))
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+class TestSmtpSecrets : public QObject {
+    Q_OBJECT
+
+    test::PrivateKeyring keyring_;
+    QString busMissing_, keyringMissing_ = QStringLiteral("not started");
+    platform::KeychainSecrets secrets_;
+    QObject context_;
+
+    void needKeyring()
+    {
+        if (!busMissing_.isEmpty())
+            QSKIP(qPrintable(busMissing_));
+        if (keyringMissing_ == QLatin1String("not started"))
+            keyringMissing_ = keyring_.startKeyring();
+        if (!keyringMissing_.isEmpty())
+            QSKIP(qPrintable(keyringMissing_));
+    }
+
+private slots:
+    void initTestCase() { busMissing_ = keyring_.startBus(); }
+
+    void withNoSecretStoreRunningTheDialogSaysSoAndKeepsNoPassword()
+    {
+        if (!busMissing_.isEmpty())
+            QSKIP(qPrintable(busMissing_));
+        const SecretStore::Result r =
+            await([&](SecretStore::Done d) { secrets_.write(&context_, QStringLiteral("probe"), QStringLiteral("x"), d); });
+        QCOMPARE(r.status, SecretStore::Status::NoStore);
+
+        platform::sim::SimPlatform sim;
+        QTemporaryDir dir;
+        core::RunState state;
+        state.platform = sim.platform();
+        state.platform.secrets = &secrets_;
+        state.datafolder = dir.path();
+        QVERIFY(sim.files.create(dir.filePath(QStringLiteral("Jobs.log"))));
+        actions::Mailing mailing(state, nullptr);
+        actions::EmailOptionsDialog* d = mailing.dialog();
+        mailing.showOptions();
+        d->Check1->click();
+        d->Option2->click();
+        d->Text2->setText(QStringLiteral("mail.corp.test"));
+        d->Text4->setText(QStringLiteral("alerts@corp.test"));
+        d->Check2->click();
+        d->Text5->setText(QStringLiteral("alerts"));
+        d->Text6->setText(kPassword);
+        d->OKButton->click();
+        QTRY_COMPARE_WITH_TIMEOUT(sim.boxes.texts(), QStringList{actions::Mailing::kNoSecretStore}, 30000);
+        // The settings are kept; the password is nowhere.
+        QVERIFY(mailing.smtpOptions().on);
+        QVERIFY(!anyFileHolds(dir.path(), kPassword));
+
+        // An alert mail that needs the password says why it cannot go out.
+        std::optional<bool> sent;
+        mailing.sendemail(QStringLiteral("admin@corp.test"), {QStringLiteral("s"), QStringLiteral("b")},
+                          [&](bool ok) { sent = ok; });
+        QTRY_VERIFY_WITH_TIMEOUT(sent.has_value(), 30000);
+        QCOMPARE(*sent, false);
+        QCOMPARE(sim.files.readLines(dir.filePath(QStringLiteral("Jobs.log"))).value_or(QStringList()),
+                 QStringList{actions::SmtpClient::kFailurePrefix
+                             + "no secret store is running, so the password of alerts cannot be read"});
+    }
+
+    void keyringKeepsReadsAndRemovesAPassword()
+    {
+        needKeyring();
+        const QString key = actions::smtpPasswordKey(QStringLiteral(" Mail.Corp.Test "), QStringLiteral("alerts"));
+        QCOMPARE(key, QStringLiteral("smtp:alerts@mail.corp.test"));
+        QCOMPARE(await([&](SecretStore::Done d) { secrets_.read(&context_, key, d); }).status,
+                 SecretStore::Status::NotFound);
+        QVERIFY(await([&](SecretStore::Done d) { secrets_.write(&context_, key, kPassword, d); }).ok());
+        const SecretStore::Result read = await([&](SecretStore::Done d) { secrets_.read(&context_, key, d); });
+        QVERIFY2(read.ok(), qPrintable(read.text));
+        QCOMPARE(read.secret, kPassword);
+        QVERIFY(await([&](SecretStore::Done d) { secrets_.remove(&context_, key, d); }).ok());
+        QCOMPARE(await([&](SecretStore::Done d) { secrets_.read(&context_, key, d); }).status,
+                 SecretStore::Status::NotFound);
+        // Removing what is not there is no failure.
+        QVERIFY(await([&](SecretStore::Done d) { secrets_.remove(&context_, key, d); }).ok());
+    }
+
+    void alertMailFromTheDialogsSettingsReachesAiosmtpdWithStartTlsAndLogin()
+    {
+        needKeyring();
+        QTemporaryDir dir;
+        const test::TestCertificate cert = test::makeTestCertificate(dir);
+        if (!cert.ok())
+            QSKIP("openssl could not make a test certificate");
+        test::SmtpSink sink;
+        if (!sink.start(QStringLiteral("127.0.0.1"), 0,
+                        {"--stock", "--auth", QStringLiteral("alerts:") + kPassword, "--cert", cert.cert, "--key", cert.key}))
+            QSKIP("aiosmtpd (python3-aiosmtpd) is not available");
+
+        platform::sim::SimPlatform sim;
+        platform::QtTcpNetwork realTcp;
+        QTemporaryDir data;
+        core::RunState state;
+        state.platform = sim.platform();
+        state.platform.tcp = &realTcp;
+        state.platform.secrets = &secrets_;
+        state.datafolder = data.path();
+        QVERIFY(sim.files.create(data.filePath(QStringLiteral("Jobs.log"))));
+        actions::Mailing mailing(state, nullptr);
+
+        // The user sets the server, ticks the option, enters user and password and accepts the
+        // server's certificate.
+        actions::EmailOptionsDialog* d = mailing.dialog();
+        mailing.showOptions();
+        d->Check1->click();
+        d->Option2->click();
+        d->Text2->setText(QStringLiteral("127.0.0.1"));
+        d->Text3->setText(QString::number(sink.port()));
+        d->Text4->setText(QStringLiteral("alerts@velmora.test"));
+        d->Check2->click();
+        d->Text5->setText(QStringLiteral("alerts"));
+        d->Text6->setText(kPassword);
+        d->Combo1->setCurrentIndex(d->Combo1->findData(int(actions::SmtpTls::StartTls)));
+        d->Check3->click();
+        d->OKButton->click();
+        QVERIFY(!d->isVisible());
+        QVERIFY(sim.boxes.texts().isEmpty());
+        QCOMPARE(state.smtpserver, QStringLiteral("127.0.0.1"));
+        QCOMPARE(int(state.smtpport), sink.port());
+        const QString key = actions::smtpPasswordKey(QStringLiteral("127.0.0.1"), QStringLiteral("alerts"));
+        QTRY_COMPARE_WITH_TIMEOUT(await([&](SecretStore::Done dn) { secrets_.read(&context_, key, dn); }).secret,
+                                  kPassword, 30000);
+        QVERIFY(d->Text6->text().isEmpty());
+        QVERIFY(!anyFileHolds(data.path(), kPassword));
+
+        std::optional<bool> sent;
+        mailing.sendemail(QStringLiteral(" admin@corp.test"), {QStringLiteral("Service Status SRV1 Spooler Stopped"),
+                                                              QStringLiteral("Velmora has noticed that Spooler is Stopped")},
+                          [&](bool ok) { sent = ok; });
+        QTRY_VERIFY_WITH_TIMEOUT(sent.has_value(), 30000);
+        const QStringList log = sim.files.readLines(data.filePath(QStringLiteral("Jobs.log"))).value_or(QStringList());
+        QVERIFY2(*sent, qPrintable(log.join('\n')));
+        QCOMPARE(log, QStringList{"Email sent to admin@corp.test"});
+        QTRY_COMPARE(sink.records().size(), 1);
+        const QJsonObject r = sink.records().first();
+        QCOMPARE(r.value("tls").toBool(), true);
+        QCOMPARE(r.value("auth_user").toString(), QStringLiteral("alerts"));
+        QCOMPARE(r.value("rcpt_tos").toArray().toVariantList(), QVariantList{QStringLiteral("admin@corp.test")});
+        QCOMPARE(r.value("subject").toString(), QStringLiteral("Service Status SRV1 Spooler Stopped"));
+
+        // The certificate accepted on the user's word is the one kept from now on.
+        const QSslCertificate shown = QSslCertificate::fromPath(cert.cert).value(0);
+        QCOMPARE(mailing.smtpOptions().fingerprint, shown.digest(QCryptographicHash::Sha256).toHex());
+        QVERIFY(!anyFileHolds(data.path(), kPassword));
+    }
+};
+
+QTEST_MAIN(TestSmtpSecrets)
+#include "tst_smtpsecrets.moc"
