@@ -132,6 +132,7 @@ public:
         return dot > 0 ? name.left(dot) : name;
     }
     QString programFolder() override { return QCoreApplication::applicationDirPath(); }
+    QString programFileName() override { return QFileInfo(QCoreApplication::applicationFilePath()).fileName(); }
     bool folderWritable(const QString& folder) override
     {
         // Everything under /usr belongs to the package manager and may be mounted read-only: an

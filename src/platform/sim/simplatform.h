@@ -122,12 +122,14 @@ public:
     int platformId() override { return platform_id; }
     QString computerName() override { return computer_name; }
     QString programFolder() override { return program_folder; }
+    QString programFileName() override { return program_file_name; }
     bool folderWritable(const QString& folder) override;
     QString userDataFolder() override { return user_data_folder; }
 
     int platform_id = 2;
     QString computer_name = QStringLiteral("ADMINPC");
     QString program_folder;
+    QString program_file_name = QStringLiteral("velmora");
     QString user_data_folder;
     bool program_folder_writable = true;
 };
