@@ -135,13 +135,21 @@ bool MonitoredServices::removeFile(const QString& server)
     return files_.remove(path);
 }
 
-std::optional<ServerProperties> MonitoredServices::properties(const QString& server)
+bool MonitoredServices::ensureFile(const QString& server)
+{
+    if (!reservedFile(server).isEmpty())
+        return false;
+    const QString path = file_(server);
+    return files_.exists(path) || files_.create(path);
+}
+
+std::optional<ServerProperties> MonitoredServices::properties(const QString& server) const
 {
     if (!reservedFile(server).isEmpty())
         return std::nullopt;
     const QString path = file_(server);
-    if (!files_.exists(path) && !files_.create(path))
-        return std::nullopt;
+    if (!files_.exists(path))
+        return ServerProperties{};
     // Counting reader: a last line without a line end is not part of the file here.
     const auto lines = files_.readLines(path, false);
     if (!lines)

@@ -53,9 +53,12 @@ public:
     // Deletes the server's file when it exists.
     bool removeFile(const QString& server);
 
-    // The properties of a server. A missing file is created empty first; nothing is returned
-    // for a reserved name or a file that cannot be read.
-    std::optional<ServerProperties> properties(const QString& server);
+    // Creates the server's file empty when it is missing; false when it cannot (or the name is
+    // reserved).
+    bool ensureFile(const QString& server);
+    // The properties of a server (all empty when it has no file); nothing for a reserved name or
+    // a file that cannot be read.
+    std::optional<ServerProperties> properties(const QString& server) const;
     // Replaces the server's file with the record lines and the properties block of props.
     WriteResult saveProperties(const QString& server, const ServerProperties& props);
 

@@ -792,7 +792,8 @@ bool MainWindow::refusedServerName(const QString& name)
 
 void MainWindow::announceRefusedServer(const QString& name)
 {
-    if (refusedAtStart_.contains(name))
+    // One line a server, however the hand-edited files spell it.
+    if (refusedAtStart_.contains(name, Qt::CaseInsensitive))
         return;
     refusedAtStart_ << name;
     emit serverNameRefused(name, monitored_.reservedFile(name));

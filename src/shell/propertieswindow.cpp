@@ -109,7 +109,9 @@ bool PropertiesWindow::openFor(const QString& server)
         boxes_.show(core::reservedNameText(server, file), MsgIcon::Information);
         return false;
     }
-    const std::optional<core::ServerProperties> props = monitored_.properties(server);
+    // The file is created on opening, so that the server has one even when nothing is saved.
+    const std::optional<core::ServerProperties> props =
+        monitored_.ensureFile(server) ? monitored_.properties(server) : std::nullopt;
     if (!props) {
         boxes_.show(QStringLiteral("The properties of %1 could not be read.").arg(server), MsgIcon::Critical);
         return false;
