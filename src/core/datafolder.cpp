@@ -34,4 +34,32 @@ QString dataFile(const QString& dataFolder, const QString& name)
     return dataFolder + QLatin1Char('/') + safe;
 }
 
+QString reservedFileFor(const QString& server, const QString& programFile)
+{
+    if (server == QStringLiteral(".") || server == QStringLiteral(".."))
+        return server;
+    const QString kept[] = {files::computerlist, files::computers, files::interval, files::smtpserver,
+                            files::mailprofile,  files::settings,  files::jobslog,  files::autoexport,
+                            files::help};
+    for (const QString& file : kept) {
+        if (server.compare(file, Qt::CaseInsensitive) == 0)
+            return file;
+    }
+    if (!programFile.isEmpty() && server.compare(programFile, Qt::CaseInsensitive) == 0)
+        return programFile;
+    return {};
+}
+
+QString reservedNameText(const QString& server, const QString& file)
+{
+    return QStringLiteral("Invalid Servername !\n\n\"%1\" cannot be used for a server: its file would be \"%2\", "
+                          "a file of Velmora itself in its data folder.")
+        .arg(server, file);
+}
+
+QString reservedNameLogText(const QString& file)
+{
+    return QStringLiteral("Server skipped: its name is that of Velmora's own file \"%1\"").arg(file);
+}
+
 } // namespace velmora::core

@@ -26,4 +26,16 @@ inline const QString help = QStringLiteral("velmorahelp.chm");
 // data folder + separator + name.
 QString dataFile(const QString& dataFolder, const QString& name);
 
+// A server's own file is named as the server, in the same folder as the program's files and the
+// program file itself. The stored file a server name would land on instead of a per-server file
+// (its usual spelling: "Computers", the program file's name), or an empty text when the name is
+// safe. Names are compared without regard to case, as the files are found; "." and ".." name
+// folders, never a file of the server.
+QString reservedFileFor(const QString& server, const QString& programFile);
+
+// Tells the user why a name cannot be used for a server (a message box text).
+QString reservedNameText(const QString& server, const QString& file);
+// Tells the job log why a server was passed over (a server-line message).
+QString reservedNameLogText(const QString& file);
+
 } // namespace velmora::core

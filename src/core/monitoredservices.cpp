@@ -7,12 +7,38 @@
 namespace velmora::core {
 
 MonitoredServices::MonitoredServices(platform::TextFiles& files, std::function<QString(const QString&)> file,
-                                     QObject* parent)
-    : QObject(parent), files_(files), file_(std::move(file))
+                                     QString programFile, QObject* parent)
+    : QObject(parent), files_(files), file_(std::move(file)), programFile_(std::move(programFile))
 {
 }
 
-QStringList MonitoredServices::servers() const { return readMonitoredServers(files_, file_(files::computers)); }
+QString MonitoredServices::reservedFile(const QString& server) const { return reservedFileFor(server, programFile_); }
+
+QStringList MonitoredServices::refusedServers() const
+{
+    QStringList out;
+    const auto lines = files_.readLines(file_(files::computers), true);
+    if (!lines)
+        return out;
+    for (const QString& line : *lines) {
+        if (!reservedFile(line).isEmpty() && !out.contains(line))
+            out << line;
+    }
+    return out;
+}
+
+WriteResult MonitoredServices::refused(const QString& server) const
+{
+    return WriteResult::failed(file_(server), QStringLiteral("the name is that of Velmora's own file \"%1\"")
+                                                  .arg(reservedFile(server)));
+}
+
+QStringList MonitoredServices::servers() const
+{
+    QStringList out = readMonitoredServers(files_, file_(files::computers));
+    out.removeIf([this](const QString& name) { return !reservedFile(name).isEmpty(); });
+    return out;
+}
 
 QStringList MonitoredServices::storedServers() const
 {
@@ -21,7 +47,7 @@ QStringList MonitoredServices::storedServers() const
     if (!lines)
         return out;
     for (const QString& line : *lines) {
-        if (!line.trimmed().isEmpty())
+        if (!line.trimmed().isEmpty() && reservedFile(line).isEmpty())
             out << line;
     }
     return out;
@@ -31,11 +57,15 @@ bool MonitoredServices::contains(const QString& server) const { return storedSer
 
 std::vector<MonitoredService> MonitoredServices::records(const QString& server) const
 {
+    if (!reservedFile(server).isEmpty())
+        return {};
     return readMonitoredServices(files_, file_(server));
 }
 
 WriteResult MonitoredServices::save(const QString& server, const std::vector<MonitoredService>& records)
 {
+    if (!reservedFile(server).isEmpty())
+        return refused(server);
     if (WriteResult r = writeServerFile(server, records); !r)
         return r;
     return setMonitored(server, !records.empty());
@@ -80,6 +110,58 @@ WriteResult MonitoredServices::setMonitored(const QString& server, bool monitore
         return r;
     emit monitoredChanged(server, monitored);
     return {};
+}
+
+WriteResult MonitoredServices::remove(const QString& server)
+{
+    QStringList servers = storedServers();
+    const qsizetype at = servers.indexOf(server);
+    if (at < 0)
+        return {};
+    servers.removeAt(at);
+    // "Computers" first: when it cannot be written, the server stays monitored with its file.
+    if (WriteResult r = writeFile(files_, file_(files::computers), servers); !r)
+        return r;
+    removeFile(server);
+    emit monitoredChanged(server, false);
+    return {};
+}
+
+bool MonitoredServices::removeFile(const QString& server)
+{
+    const QString path = file_(server);
+    if (!reservedFile(server).isEmpty() || !files_.exists(path))
+        return false;
+    return files_.remove(path);
+}
+
+bool MonitoredServices::ensureFile(const QString& server)
+{
+    if (!reservedFile(server).isEmpty())
+        return false;
+    const QString path = file_(server);
+    return files_.exists(path) || files_.create(path);
+}
+
+std::optional<ServerProperties> MonitoredServices::properties(const QString& server) const
+{
+    if (!reservedFile(server).isEmpty())
+        return std::nullopt;
+    const QString path = file_(server);
+    if (!files_.exists(path))
+        return ServerProperties{};
+    // Counting reader: a last line without a line end is not part of the file here.
+    const auto lines = files_.readLines(path, false);
+    if (!lines)
+        return std::nullopt;
+    return parseProperties(*lines);
+}
+
+WriteResult MonitoredServices::saveProperties(const QString& server, const ServerProperties& props)
+{
+    if (!reservedFile(server).isEmpty())
+        return refused(server);
+    return writeFile(files_, file_(server), propertiesFileLines(props));
 }
 
 } // namespace velmora::core

@@ -124,12 +124,26 @@ void ServerList::setReachable(const QString& name, bool reachable)
     }
 }
 
-void ServerList::setMaintenance(const QString& name, bool on)
+void ServerList::setMaintenance(const QString& name, bool on, const QDateTime& end)
 {
-    if (ServerEntry* e = entry(name); e && e->maintenance != on) {
+    const QDateTime until = on ? end : QDateTime();
+    if (ServerEntry* e = entry(name); e && (e->maintenance != on || e->maintenanceEnd != until)) {
         e->maintenance = on;
+        e->maintenanceEnd = until;
         changed(name);
     }
+}
+
+QStringList ServerList::endDueMaintenance(const QDateTime& now)
+{
+    QStringList ended;
+    for (const ServerEntry& e : entries_) {
+        if (e.maintenance && e.maintenanceEnd.isValid() && e.maintenanceEnd <= now)
+            ended << e.name;
+    }
+    for (const QString& name : ended)
+        setMaintenance(name, false);
+    return ended;
 }
 
 void ServerList::setPing(const QString& name, const QString& result, const QString& address, bool updateReachable)

@@ -7,6 +7,7 @@
 // up by name takes constant time, so large lists stay fast.
 #include "core/serverlistfile.h"
 
+#include <QDateTime>
 #include <QHash>
 #include <QObject>
 #include <QString>
@@ -25,6 +26,8 @@ struct ServerEntry {
     bool reachable = true;
     // Skipped by the timed scan and shown dimmed; never stored.
     bool maintenance = false;
+    // When the maintenance ends by itself; invalid when it lasts until switched off.
+    QDateTime maintenanceEnd;
     // Its first reachability check is still running.
     bool pending = false;
     // What the last ping of this server found ("0   [ ip success ]", "11010   [ ip req timed out ]")
@@ -62,7 +65,10 @@ public:
     void setIcon(const QString& name, int icon);
     void setMonitored(const QString& name, bool monitored);
     void setReachable(const QString& name, bool reachable);
-    void setMaintenance(const QString& name, bool on);
+    // Switches maintenance on (until end, when end is valid) or off.
+    void setMaintenance(const QString& name, bool on, const QDateTime& end = {});
+    // Ends every maintenance whose end has come by now; returns the servers, in list order.
+    QStringList endDueMaintenance(const QDateTime& now);
     // Stores a ping's result and address and ends the pending state; reachable follows only when
     // updateReachable is set.
     void setPing(const QString& name, const QString& result, const QString& address, bool updateReachable);

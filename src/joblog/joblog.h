@@ -37,6 +37,7 @@ QString serverLineText(const QDateTime& at, const QString& server, const QString
 
 // Messages of server lines.
 inline const QString kServerInMaintenance = QStringLiteral("Server is in Maintenance Mode");
+inline const QString kMaintenanceEnded = QStringLiteral("Maintenance Mode ended, the server is monitored again");
 inline const QString kServerNotReachable = QStringLiteral("Could not reach Server, Server not available.");
 
 // The two captions of the log-size indicator: the alert window's own on activation, and the

@@ -18,6 +18,8 @@ public:
     virtual QString fullyQualifiedName() = 0;
     // The folder of the program file.
     virtual QString programFolder() = 0;
+    // The program file's own name, without its folder ("velmora").
+    virtual QString programFileName() = 0;
     // Whether a folder can be written by this user.
     virtual bool folderWritable(const QString& folder) = 0;
     // The per-user application data folder, used when the program's folder is read-only.

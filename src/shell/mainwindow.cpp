@@ -10,6 +10,9 @@
 #include "platform/icons.h"
 #include "servicecontrol/connections.h"
 #include "servicecontrol/servicecontrol.h"
+#include "shell/addserverdialog.h"
+#include "shell/maintenancedialog.h"
+#include "shell/propertieswindow.h"
 
 #include <QAction>
 #include <QApplication>
@@ -20,6 +23,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QLocale>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMouseEvent>
@@ -51,10 +55,14 @@ MainWindow::MainWindow(core::RunState& runState, core::ServerList& servers, core
     setWindowIcon(platform::programIcon());
     buildControls();
     buildMenus();
+    buildServerManagementMenus();
     connectControls();
     connectModels();
 
     Timer5 = p_.clock->createTimer(this, QStringLiteral("Timer5"), 0);
+    // Connected before the scheduler's own handler, so a maintenance that has ended is over
+    // before the scan of the same tick looks at it.
+    connect(Timer5, &platform::Timer::timeout, this, &MainWindow::endDueMaintenance);
     Timer6 = p_.clock->createTimer(this, QStringLiteral("Timer6"), 250);
     Timer8 = p_.clock->createTimer(this, QStringLiteral("Timer8"), 200);
     Timer9 = p_.clock->createTimer(this, QStringLiteral("Timer9"), 60000);
@@ -249,6 +257,7 @@ void MainWindow::connectControls()
     connect(mnutrayChecknow, &QAction::triggered, Command9, &QPushButton::click);
     connect(Command3, &QPushButton::clicked, this, &MainWindow::browseComputer);
     connect(Command10, &QPushButton::clicked, this, &MainWindow::addLocalComputer);
+    connectServerManagement();
 
     connect(Command4, &QPushButton::clicked, this, &MainWindow::exitProgram);
     connect(mnuExit, &QAction::triggered, this, &MainWindow::menuExit);
@@ -304,12 +313,19 @@ void MainWindow::showServerItem(QTreeWidgetItem* item, int row)
     item->setForeground(0, e.maintenance ? ListView2->palette().brush(QPalette::Disabled, QPalette::Text)
                                          : ListView2->palette().brush(QPalette::Active, QPalette::Text));
     // Why the icon is what it is: the last ping's result and the address it went to.
+    QString tip;
     if (e.pingresult.isEmpty())
-        item->setToolTip(0, QString());
+        tip = QString();
     else if (e.pingaddress.isEmpty())
-        item->setToolTip(0, e.pingresult);
+        tip = e.pingresult;
     else
-        item->setToolTip(0, e.pingaddress + QStringLiteral("   ") + e.pingresult);
+        tip = e.pingaddress + QStringLiteral("   ") + e.pingresult;
+    if (e.maintenance && e.maintenanceEnd.isValid()) {
+        const QString until = QStringLiteral("Alerting stops until ") +
+                              QLocale::system().toString(e.maintenanceEnd, QLocale::ShortFormat);
+        tip = tip.isEmpty() ? until : tip + QLatin1Char('\n') + until;
+    }
+    item->setToolTip(0, tip);
 }
 
 void MainWindow::showMonitoredServers()
@@ -384,6 +400,8 @@ void MainWindow::load()
     // 11
     show();
     // 12: the monitored servers, each server's file tidied.
+    for (const QString& name : monitored_.refusedServers())
+        announceRefusedServer(name);
     const QStringList monitored = monitored_.servers();
     for (const QString& name : monitored)
         core::lookInFile(*p_.files, state.file(name));
@@ -396,7 +414,7 @@ void MainWindow::load()
         core::writeServerList(*p_.files, state.file(core::files::computerlist), lines);
     }
     // 14: every server is listed at once and pinged in one batch; the icons follow in list order.
-    servers_.reset(core::readServerList(*p_.files, state.file(core::files::computerlist)));
+    servers_.reset(safeServerLines(core::readServerList(*p_.files, state.file(core::files::computerlist))));
     const QStringList names = servers_.names();
     repingRunning_ = true;
     reach_.pingAll(names, this, [this, names](const std::vector<monitoring::PingOutcome>& outcomes) {
@@ -670,6 +688,8 @@ void MainWindow::browseComputer()
         p_.boxes->show(QStringLiteral("Item already exists !"), MsgIcon::Information);
         return;
     }
+    if (refusedServerName(name))
+        return;
     servers_.add(name, false, true);
     // An unmonitored server is stored the same whatever its reachability, so the list is
     // written now rather than after the ping.
@@ -686,10 +706,10 @@ void MainWindow::addLocalComputer()
     const QString name = p_.system->computerName().toUpper();
     Text1->setText(name);
     state.currentserver = name;
-    if (!servers_.contains(name))
-        servers_.add(name, false);
-    else
+    if (servers_.contains(name))
         p_.boxes->show(QStringLiteral("Item already exists !"), MsgIcon::Information);
+    else if (!refusedServerName(name))
+        servers_.add(name, false);
 }
 
 bool MainWindow::eventFilter(QObject* watched, QEvent* e)
@@ -712,8 +732,9 @@ void MainWindow::serverListMousePress(Qt::MouseButton button, const QPoint& glob
         selectServer();
     if (button != Qt::RightButton)
         return;
-    const QList<QAction*> serverItems{mnumonwin, mnuremoveserver, mnushowall, mnushowactive,
-                                      mnuproperties, mnuoutmaintenance, mnumaintenance};
+    const QList<QAction*> serverItems{mnumonwin,         mnuremoveserver, mnushowall,       mnushowactive,
+                                      mnuproperties,     mnuoutmaintenance, mnumaintenance, mnumaintenance1h,
+                                      mnumaintenance4h, mnumaintenanceuntil};
     if (ListView2->topLevelItemCount() == 0) {
         for (QAction* a : serverItems)
             a->setEnabled(false);
@@ -725,6 +746,208 @@ void MainWindow::serverListMousePress(Qt::MouseButton button, const QPoint& glob
             a->setEnabled(true);
         mnushowmonitor->popup(globalPos);
     }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Server management
+
+void MainWindow::buildServerManagementMenus()
+{
+    // Maintenance with an end, right after "Stop Alerting for this server".
+    auto* until = new QMenu(QStringLiteral("Stop Alerting for a while"), mnushowmonitor);
+    until->setObjectName(QStringLiteral("mnumaintenancefor"));
+    mnumaintenance1h = menuItem(until, "mnumaintenance1h", QStringLiteral("For 1 Hour"));
+    mnumaintenance4h = menuItem(until, "mnumaintenance4h", QStringLiteral("For 4 Hours"));
+    mnumaintenanceuntil = menuItem(until, "mnumaintenanceuntil", QStringLiteral("Until..."));
+    QAction* after = nullptr;
+    const QList<QAction*> items = mnushowmonitor->actions();
+    for (qsizetype i = 0; i + 1 < items.size(); ++i) {
+        if (items[i] == mnumaintenance)
+            after = items[i + 1];
+    }
+    mnushowmonitor->insertMenu(after, until);
+}
+
+void MainWindow::connectServerManagement()
+{
+    connect(Command13, &QPushButton::clicked, this, &MainWindow::openAddServer);
+    connect(Command14, &QPushButton::clicked, this, &MainWindow::removeServer);
+    connect(mnumaintenance, &QAction::triggered, this, [this] { maintenanceOn(); });
+    connect(mnumaintenance1h, &QAction::triggered, this, [this] { maintenanceOn(p_.clock->now().addSecs(3600)); });
+    connect(mnumaintenance4h, &QAction::triggered, this,
+            [this] { maintenanceOn(p_.clock->now().addSecs(4 * 3600)); });
+    connect(mnumaintenanceuntil, &QAction::triggered, this, &MainWindow::askMaintenanceEnd);
+    connect(mnuoutmaintenance, &QAction::triggered, this, &MainWindow::maintenanceOff);
+    connect(mnuproperties, &QAction::triggered, this, &MainWindow::openProperties);
+}
+
+bool MainWindow::refusedServerName(const QString& name)
+{
+    const QString file = monitored_.reservedFile(name);
+    if (file.isEmpty())
+        return false;
+    p_.boxes->show(core::reservedNameText(name, file), MsgIcon::Information);
+    return true;
+}
+
+void MainWindow::announceRefusedServer(const QString& name)
+{
+    // One line a server, however the hand-edited files spell it.
+    if (refusedAtStart_.contains(name, Qt::CaseInsensitive))
+        return;
+    refusedAtStart_ << name;
+    emit serverNameRefused(name, monitored_.reservedFile(name));
+}
+
+std::vector<core::ServerListLine> MainWindow::safeServerLines(const std::vector<core::ServerListLine>& lines)
+{
+    std::vector<core::ServerListLine> safe;
+    safe.reserve(lines.size());
+    for (const core::ServerListLine& line : lines) {
+        if (monitored_.reservedFile(line.name).isEmpty())
+            safe.push_back(line);
+        else
+            announceRefusedServer(line.name);
+    }
+    return safe;
+}
+
+AddServerDialog* MainWindow::addServerDialog() const { return addDialog_; }
+PropertiesWindow* MainWindow::propertiesWindow() const { return propertiesWindow_; }
+MaintenanceDialog* MainWindow::maintenanceDialog() const { return maintenanceDialog_; }
+
+void MainWindow::openAddServer()
+{
+    if (!addDialog_) {
+        addDialog_ = new AddServerDialog([this](const QString& name) { return addServer(name); }, this);
+        addDialog_->setModal(true);
+    }
+    addDialog_->show();
+    addDialog_->raise();
+    addDialog_->activateWindow();
+}
+
+bool MainWindow::addServer(const QString& name)
+{
+    if (name.isEmpty()) {
+        p_.boxes->show(QStringLiteral("Invalid Servername !"), MsgIcon::Information);
+        return false;
+    }
+    if (servers_.contains(name)) {
+        p_.boxes->show(QStringLiteral("Item already exists !"), MsgIcon::Information);
+        return false;
+    }
+    if (refusedServerName(name))
+        return false;
+    servers_.add(name, false, true);
+    // An unmonitored server is stored the same whatever its reachability, so the list is
+    // written now; the icon follows the ping.
+    writecomputerlist();
+    pingserver(name, [this, name](bool) {
+        const core::ServerEntry* e = servers_.find(name);
+        if (e && e->pending)
+            servers_.setPing(name, state.pingresult, state.pingaddress, true);
+    });
+    return true;
+}
+
+void MainWindow::removeServer()
+{
+    QTreeWidgetItem* item = ListView2->currentItem();
+    const int row = item ? ListView2->indexOfTopLevelItem(item) : -1;
+    if (row < 0 || row >= servers_.count()) {
+        emit removeWithoutSelection();
+        p_.boxes->show(QStringLiteral("Please select an Item "), MsgIcon::Information);
+        return;
+    }
+    const core::ServerEntry entry = servers_.at(row);
+    const QString name = entry.name;
+    if (entry.monitored) {
+        if (p_.boxes->show(QStringLiteral("The Server to be removed is beeing monitored. Are you sure to remove the "
+                                          "Server?     "),
+                           MsgIcon::Question, platform::MsgButtons::OkCancel) != platform::MsgAnswer::Ok)
+            return;
+        // Out of "Computers" with its file, and its connection closed; a server that
+        // "Computers" does not list only leaves the server list.
+        if (monitored_.contains(name)) {
+            if (const core::WriteResult r = monitored_.remove(name); !r) {
+                p_.boxes->show(core::writeFailedText(r), MsgIcon::Critical);
+                return;
+            }
+            connections_.unvalidate(name);
+        }
+        servers_.remove(name);
+        services->clearServiceSide();
+    } else {
+        if (p_.boxes->show(QStringLiteral("Are you sure to remove the Server?     "), MsgIcon::Question,
+                           platform::MsgButtons::OkCancel) != platform::MsgAnswer::Ok)
+            return;
+        servers_.remove(name);
+        services->clearServiceSide();
+        monitored_.removeFile(name);
+    }
+    // "Computerlist" follows when the program ends by a way that writes it.
+}
+
+void MainWindow::maintenanceOn(const QDateTime& end)
+{
+    QTreeWidgetItem* item = ListView2->currentItem();
+    const int row = item ? ListView2->indexOfTopLevelItem(item) : -1;
+    if (row < 0 || row >= servers_.count())
+        return;
+    const core::ServerEntry& entry = servers_.at(row);
+    if (!entry.monitored) {
+        p_.boxes->show(QStringLiteral("Only monitored Servers can be put in Maintenance!  "), MsgIcon::Information);
+        return;
+    }
+    servers_.setMaintenance(entry.name, true, end);
+}
+
+void MainWindow::askMaintenanceEnd()
+{
+    QTreeWidgetItem* item = ListView2->currentItem();
+    const int row = item ? ListView2->indexOfTopLevelItem(item) : -1;
+    if (row < 0 || row >= servers_.count())
+        return;
+    const core::ServerEntry& entry = servers_.at(row);
+    if (!entry.monitored) {
+        p_.boxes->show(QStringLiteral("Only monitored Servers can be put in Maintenance!  "), MsgIcon::Information);
+        return;
+    }
+    delete maintenanceDialog_;
+    maintenanceDialog_ = new MaintenanceDialog(entry.name, p_.clock->now(), this);
+    maintenanceDialog_->setModal(true);
+    const QString name = entry.name;
+    connect(maintenanceDialog_, &MaintenanceDialog::untilChosen, this, [this, name](const QDateTime& until) {
+        // The server may have gone or stopped being monitored while the dialog was open.
+        const core::ServerEntry* e = servers_.find(name);
+        if (e && e->monitored)
+            servers_.setMaintenance(name, true, until);
+    });
+    maintenanceDialog_->show();
+}
+
+void MainWindow::maintenanceOff()
+{
+    QTreeWidgetItem* item = ListView2->currentItem();
+    const int row = item ? ListView2->indexOfTopLevelItem(item) : -1;
+    if (row >= 0 && row < servers_.count())
+        servers_.setMaintenance(servers_.at(row).name, false);
+}
+
+void MainWindow::endDueMaintenance()
+{
+    for (const QString& name : servers_.endDueMaintenance(p_.clock->now()))
+        emit maintenanceEnded(name);
+}
+
+void MainWindow::openProperties()
+{
+    const QString name = selectedServer();
+    delete propertiesWindow_;
+    propertiesWindow_ = new PropertiesWindow(monitored_, *p_.boxes, this);
+    if (!propertiesWindow_->openFor(name))
+        delete propertiesWindow_;
 }
 
 } // namespace velmora::shell

@@ -7,10 +7,12 @@
 // for whoever looks them up by name. Controls are public members named as on the form, so that
 // tests find them; the window holds no data of its own.
 #include "core/runstate.h"
+#include "core/serverlistfile.h"
 #include "monitoring/reachability.h"
 #include "platform/platform.h"
 
 #include <QMainWindow>
+#include <QPointer>
 #include <functional>
 
 class QAction;
@@ -27,6 +29,10 @@ namespace velmora::core { class ServerList; class MonitoredServices; }
 namespace velmora::servicecontrol { class ServiceControl; class Connections; }
 
 namespace velmora::shell {
+
+class AddServerDialog;
+class MaintenanceDialog;
+class PropertiesWindow;
 
 class MainWindow : public QMainWindow {
     Q_OBJECT
@@ -71,6 +77,8 @@ public:
     QAction *mnushowall = nullptr, *mnushowactive = nullptr, *mnumonwin = nullptr, *mnuaddserver = nullptr,
             *mnuremoveserver = nullptr, *mnumaintenance = nullptr, *mnuoutmaintenance = nullptr,
             *mnuproperties = nullptr;
+    // Maintenance that ends by itself, beside "Stop Alerting for this server".
+    QAction *mnumaintenance1h = nullptr, *mnumaintenance4h = nullptr, *mnumaintenanceuntil = nullptr;
 
     // ---- the server list as shown ----
     // The item of a server, null when it is not listed.
@@ -95,6 +103,22 @@ public:
     void menuExit();      // mnuExit
     void trayExit();      // mnuTrayExit
 
+    // Server management. addServer takes a name typed or chosen (upper case) when it is
+    // neither empty, nor listed, nor a name of the program's own files, and tells the user why
+    // not otherwise.
+    bool addServer(const QString& name);
+    void removeServer();
+    // Maintenance of the selected server, until end when it is valid.
+    void maintenanceOn(const QDateTime& end = {});
+    void maintenanceOff();
+    void openProperties();
+    // Ends the maintenance of every server whose end has come.
+    void endDueMaintenance();
+    // The windows of server management while they are open, else null.
+    AddServerDialog* addServerDialog() const;
+    PropertiesWindow* propertiesWindow() const;
+    MaintenanceDialog* maintenanceDialog() const;
+
     // Selection flows.
     void selectServer();
     // Shows server's service: selects the server, lists all its services, then selects and
@@ -114,6 +138,12 @@ signals:
     // Command7, "Service Monitor" and "Monitor Services on this Server...": the monitoring setup
     // for the selected server.
     void monitorSetupRequested(const QString& server);
+    // A server read at start-up is passed over: its file would be one of the program's own.
+    void serverNameRefused(const QString& server, const QString& file);
+    // A maintenance given an end has ended by itself.
+    void maintenanceEnded(const QString& server);
+    // Remove Server was asked for with no server selected.
+    void removeWithoutSelection();
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -136,6 +166,14 @@ private:
     void rebuildServerItems();
     void showMonitoredServers();
     void showWriteFailure(const QString& path);
+    void buildServerManagementMenus();
+    void connectServerManagement();
+    void openAddServer();
+    void askMaintenanceEnd();
+    bool refusedServerName(const QString& name);
+    // The lines whose server names are safe; the others are announced once each.
+    std::vector<core::ServerListLine> safeServerLines(const std::vector<core::ServerListLine>& lines);
+    void announceRefusedServer(const QString& name);
 
     platform::Platform p_;
     core::ServerList& servers_;
@@ -143,6 +181,10 @@ private:
     servicecontrol::Connections& connections_;
     monitoring::Reachability reach_;
     bool repingRunning_ = false;
+    QStringList refusedAtStart_;
+    QPointer<AddServerDialog> addDialog_;
+    QPointer<PropertiesWindow> propertiesWindow_;
+    QPointer<MaintenanceDialog> maintenanceDialog_;
 };
 
 } // namespace velmora::shell

@@ -1,6 +1,7 @@
 #include "shell/program.h"
 
 #include "actions/dispatcher.h"
+#include "core/datafolder.h"
 #include "actions/mailing.h"
 #include "joblog/alertwindow.h"
 #include "joblog/logandalerts.h"
@@ -23,7 +24,8 @@
 namespace velmora::shell {
 
 Program::Program(const platform::Platform& platform)
-    : monitored(*platform.files, [this](const QString& name) { return state.file(name); }),
+    : monitored(*platform.files, [this](const QString& name) { return state.file(name); },
+                platform.system->programFileName()),
       connections(*platform.net, *platform.services, *platform.boxes)
 {
     state.platform = platform;
@@ -42,6 +44,7 @@ Program::Program(const platform::Platform& platform)
     connectMonitoring();
     connectTray();
     connectInfo();
+    connectServerManagement();
 }
 
 Program::~Program() = default;
@@ -152,6 +155,24 @@ void Program::connectInfo()
     QObject::connect(w->mnuhelp, &QAction::triggered, i, &InfoCommands::openHelp);
     QObject::connect(w->mnuAbout, &QAction::triggered, i, &InfoCommands::showAbout);
     QObject::connect(w->mnuTrayinfo, &QAction::triggered, i, &InfoCommands::showAbout);
+}
+
+void Program::connectServerManagement()
+{
+    MainWindow* w = window.get();
+    joblog::LogAndAlerts* m = logandalerts;
+    // Start-up passes over a server whose file would be one of the program's own; the job log
+    // says so once. The log may not exist yet this early in the start-up.
+    QObject::connect(w, &MainWindow::serverNameRefused, m, [m](const QString& server, const QString& file) {
+        m->joblog().ensurejoblog();
+        m->joblog().serverline(server, core::reservedNameLogText(file));
+    });
+    QObject::connect(w, &MainWindow::maintenanceEnded, m,
+                     [m](const QString& server) { m->joblog().serverline(server, joblog::kMaintenanceEnded); });
+    QObject::connect(w, &MainWindow::removeWithoutSelection, w, [this] {
+        if (setupWindow_)
+            setupWindow_->List7->clear();
+    });
 }
 
 } // namespace velmora::shell

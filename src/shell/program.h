@@ -56,6 +56,7 @@ private:
     void connectMailing();
     void connectTray();
     void connectInfo();
+    void connectServerManagement();
 
     monitoring::SetupWindow* setupWindow_ = nullptr;
 };

@@ -156,6 +156,7 @@ public:
         return name;
     }
     QString programFolder() override { return QCoreApplication::applicationDirPath(); }
+    QString programFileName() override { return QFileInfo(QCoreApplication::applicationFilePath()).fileName(); }
     bool folderWritable(const QString& folder) override
     {
         // Everything under /usr belongs to the package manager and may be mounted read-only: an

@@ -124,6 +124,7 @@ public:
     QString computerName() override { return computer_name; }
     QString fullyQualifiedName() override { return fully_qualified_name; }
     QString programFolder() override { return program_folder; }
+    QString programFileName() override { return program_file_name; }
     bool folderWritable(const QString& folder) override;
     QString userDataFolder() override { return user_data_folder; }
 
@@ -131,6 +132,7 @@ public:
     QString computer_name = QStringLiteral("ADMINPC");
     QString fully_qualified_name = QStringLiteral("adminpc.corp.test");
     QString program_folder;
+    QString program_file_name = QStringLiteral("velmora");
     QString user_data_folder;
     bool program_folder_writable = true;
 };

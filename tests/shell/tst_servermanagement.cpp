@@ -1,0 +1,623 @@
+// Server management from the main window: the Add Server dialog, Remove Server, maintenance
+// (with and without an end) and the Server Properties window, and the names that may never
+// become servers because their files are the program's own.
+#include "core/datafolder.h"
+#include "core/monitoredservices.h"
+#include "monitoring/setupwindow.h"
+#include "shell/addserverdialog.h"
+#include "shell/maintenancedialog.h"
+#include "shell/propertieswindow.h"
+#include "support/windowfixture.h"
+
+#include <QComboBox>
+#include <QDateTimeEdit>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTest>
+#include <QTreeWidget>
+
+using namespace velmora;
+using platform::MsgAnswer;
+using platform::MsgButtons;
+using platform::MsgIcon;
+using test::crlf;
+using test::WindowFixture;
+namespace svcstate = platform::svcstate;
+
+namespace {
+
+QStringList serverNames(const shell::MainWindow& w)
+{
+    QStringList out;
+    for (int i = 0; i < w.ListView2->topLevelItemCount(); ++i)
+        out << w.ListView2->topLevelItem(i)->text(0);
+    return out;
+}
+
+QList<int> serverIcons(const shell::MainWindow& w)
+{
+    QList<int> out;
+    for (int i = 0; i < w.ListView2->topLevelItemCount(); ++i)
+        out << shell::MainWindow::serverIcon(w.ListView2->topLevelItem(i));
+    return out;
+}
+
+void select(shell::MainWindow& w, const QString& name)
+{
+    QTreeWidgetItem* item = w.findServer(name);
+    QVERIFY(item);
+    w.ListView2->setCurrentItem(item);
+    w.selectServer();
+}
+
+// The job log without the timestamps that open check and server lines.
+QStringList logLines(const WindowFixture& f)
+{
+    QStringList out;
+    for (const QString& line : QString::fromUtf8(f.readBytes("Jobs.log")).split("\r\n", Qt::SkipEmptyParts)) {
+        const qsizetype tab = line.indexOf('\t');
+        out << (tab < 0 ? line : line.mid(tab + 1));
+    }
+    return out;
+}
+
+bool dimmed(const shell::MainWindow& w, const QString& name)
+{
+    const QTreeWidgetItem* item = w.findServer(name);
+    return item && item->foreground(0) == w.ListView2->palette().brush(QPalette::Disabled, QPalette::Text);
+}
+
+// Waits until a window released on closing is gone.
+template <typename T>
+bool released(const QPointer<T>& window)
+{
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    return window.isNull();
+}
+
+const QStringList kEmptyBlock{"[Properties:]",
+                              "[Servername / Alias:]",
+                              "",
+                              "[IP Address / Subnet:]",
+                              "",
+                              "[Role / Priority:]",
+                              "",
+                              "[Location / Department:]",
+                              "",
+                              "[Responsibles / Contact:]",
+                              "",
+                              "[Action list for monitoring staff]",
+                              "",
+                              "[Remarks / Comments:]",
+                              "",
+                              "[EOF]"};
+
+// The files the program keeps or runs from, each filled with something a test can recognise.
+const QStringList kOwnFiles{"Computerlist", "Computers", "Settings", "Interval", "Jobs.log", "SMTPServer",
+                            "MailProfile", "AutoExport.txt", "velmorahelp.chm", "velmora"};
+
+} // namespace
+
+class TestServerManagement : public QObject {
+    Q_OBJECT
+private slots:
+    void addServerDialogRefusesThenAdds()
+    {
+        WindowFixture f;
+        f.writeFile("Computerlist", {"FS1"});
+        f.sim.icmp.addComputer("FS1", "10.5.0.1", 0);
+        f.sim.icmp.addComputer("NEWHOST", "10.5.0.2", 0);
+        f.sim.icmp.addComputer("DARK", "10.5.0.3", 11010);
+        auto& w = f.start();
+
+        w.Command13->click();
+        QPointer<shell::AddServerDialog> d = w.addServerDialog();
+        QVERIFY(d);
+        QCOMPARE(d->objectName(), QStringLiteral("Dialog1"));
+        QVERIFY(d->isVisible());
+        QCOMPARE(d->Label1->text(), QStringLiteral("Please type in the servername:"));
+        QCOMPARE(d->Text1->text(), QString());
+        QVERIFY(d->OKButton->isDefault());
+
+        // Each refusal keeps the dialog open with the name typed.
+        const QList<std::pair<QString, QString>> refused{
+            {"", "Invalid Servername !"},
+            {"fs1", "Item already exists !"},
+            {"computers", core::reservedNameText("COMPUTERS", "Computers")},
+        };
+        for (const auto& [typed, box] : refused) {
+            d->Text1->setText(typed);
+            d->OKButton->click();
+            QCOMPARE(f.sim.boxes.texts().last(), box);
+            QCOMPARE(int(f.sim.boxes.shown.last().icon), int(MsgIcon::Information));
+            QCOMPARE(f.sim.boxes.shown.last().title, QStringLiteral("Velmora"));
+            QVERIFY(d->isVisible());
+            QCOMPARE(d->Text1->text(), typed);
+        }
+        QCOMPARE(serverNames(w), QStringList{"FS1"});
+        QCOMPARE(f.readBytes("Computerlist"), crlf({"FS1"}));
+
+        d->Text1->setText("newhost");
+        d->OKButton->click();
+        QCOMPARE(serverNames(w), (QStringList{"FS1", "NEWHOST"}));
+        QCOMPARE(serverIcons(w), (QList<int>{7, 7}));
+        QCOMPARE(f.readBytes("Computerlist"), crlf({"FS1", "NEWHOST"}));
+        QVERIFY(!d->isVisible());
+        QVERIFY(released(d));
+
+        // The menu item opens it too, with an empty field again; a server that does not
+        // answer gets icon 8. Cancel adds nothing.
+        w.mnuaddserver->trigger();
+        d = w.addServerDialog();
+        QVERIFY(d && d->isVisible());
+        QCOMPARE(d->Text1->text(), QString());
+        d->Text1->setText("dark");
+        d->OKButton->click();
+        QCOMPARE(serverIcons(w), (QList<int>{7, 7, 8}));
+        w.Command13->click();
+        d = w.addServerDialog();
+        d->Text1->setText("never");
+        d->CancelButton->click();
+        QVERIFY(released(d));
+        QCOMPARE(serverNames(w), (QStringList{"FS1", "NEWHOST", "DARK"}));
+        QCOMPARE(f.readBytes("Computerlist"), crlf({"FS1", "NEWHOST", "DARK"}));
+    }
+
+    // Every way a name comes in refuses a name whose file would be one of the program's own,
+    // and none of those files is touched by trying.
+    void everyWayInRefusesTheProgramsOwnFiles_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("file");
+        for (const QString& file : kOwnFiles) {
+            QTest::addRow("%s", qPrintable(file)) << file.toUpper() << file;
+            QTest::addRow("%s lower", qPrintable(file)) << file.toLower() << file;
+        }
+        QTest::addRow("mail profile, other spelling") << "Mailprofile" << "MailProfile";
+        QTest::addRow("job log, other spelling") << "jobs.log" << "Jobs.log";
+        QTest::addRow("this folder") << "." << ".";
+        QTest::addRow("the folder above") << ".." << "..";
+    }
+    void everyWayInRefusesTheProgramsOwnFiles()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, file);
+        WindowFixture f;
+        QHash<QString, QByteArray> before;
+        f.writeFile("Interval", {"30"});
+        f.writeFile("Computerlist", {"FS1"});
+        for (const QString& own : kOwnFiles) {
+            if (own == "Computerlist" || own == "Interval")
+                continue;
+            f.writeBytes(own, own == "velmora" ? QByteArray("\x7f" "ELF\x02\x01\x01\0\0\r\n\xff", 13)
+                                               : crlf({"kept " + own}));
+        }
+        for (const QString& own : kOwnFiles)
+            before.insert(own, f.readBytes(own));
+        auto& w = f.start();
+        // The log grows with the start-up scan's lines; what matters is that no refused name
+        // touched it.
+        before["Jobs.log"] = f.readBytes("Jobs.log");
+        const QString upper = name.toUpper();
+        const QString box = core::reservedNameText(upper, file);
+        const qsizetype boxesAtStart = f.sim.boxes.texts().size(); // the mail settings may have spoken
+
+        // Add Server.
+        w.Command13->click();
+        w.addServerDialog()->Text1->setText(name);
+        w.addServerDialog()->OKButton->click();
+        QCOMPARE(f.sim.boxes.texts().last(), box);
+        w.addServerDialog()->CancelButton->click();
+        // "&Browse...".
+        f.sim.chooser.answer = name;
+        w.Command3->click();
+        QCOMPARE(f.sim.boxes.texts().last(), box);
+        // "&Local ".
+        f.sim.system.computer_name = name;
+        w.Command10->click();
+        QCOMPARE(f.sim.boxes.texts().last(), box);
+        QCOMPARE(f.sim.boxes.texts().size(), boxesAtStart + 3);
+        QCOMPARE(serverNames(w), QStringList{"FS1"});
+
+        // Properties and the monitoring setup's store never use the file either.
+        w.ListView2->setCurrentItem(nullptr);
+        w.Text1->setText(name);
+        w.mnuproperties->trigger();
+        QCOMPARE(f.sim.boxes.texts().last(), box);
+        QVERIFY(!w.propertiesWindow());
+        QVERIFY(!f.program->monitored.save(upper, {{"Web", "nginx.service", {"Alert"}}}));
+        QVERIFY(f.program->monitored.records(upper).empty());
+
+        for (const QString& own : kOwnFiles)
+            QCOMPARE(f.readBytes(own), before.value(own));
+        QCOMPARE(f.readBytes("Computerlist"), crlf({"FS1"}));
+    }
+
+    // Names in hand-edited lists: the server is passed over with one job-log line at start-up,
+    // the program file and "Computers" are never opened as its file, and the scan goes on
+    // with the other servers.
+    void handEditedListsSkipTheProgramsOwnFiles()
+    {
+        WindowFixture f;
+        const QByteArray program("\x7f" "ELF\x02\x01\x01\0\0\0\0\0\0\0\0\0", 16);
+        f.writeBytes("velmora", program);
+        f.writeFile("Computerlist", {"VELMORA\tmonitored", "Computers", "DC1\tmonitored", "settings"});
+        const QByteArray computers = crlf({"velmora", "COMPUTERS", "DC1"});
+        f.writeBytes("Computers", computers);
+        f.writeFile("DC1", QStringList{"Web;nginx.service;;;;;;"} + kEmptyBlock);
+        f.writeFile("Interval", {"30"});
+        f.sim.icmp.addComputer("DC1", "10.5.0.1", 0);
+        f.sim.services.addService("DC1", {.name = "nginx.service", .state = svcstate::running});
+        auto& w = f.start();
+
+        QCOMPARE(serverNames(w), QStringList{"DC1"});
+        QCOMPARE(w.Combo1->count(), 1);
+        QCOMPARE(w.Combo1->itemText(0), QStringLiteral("DC1"));
+        const QStringList log = logLines(f);
+        QCOMPARE(log, (QStringList{"velmora\t" + core::reservedNameLogText("velmora"),
+                                   "COMPUTERS\t" + core::reservedNameLogText("Computers"),
+                                   "settings\t" + core::reservedNameLogText("Settings"),
+                                   "DC1\tnginx.service\tRunning"}));
+        QCOMPARE(f.readBytes("velmora"), program);
+        QCOMPARE(f.readBytes("Computers"), computers);
+
+        // The next scans pass over them silently.
+        f.sim.clock.advance(30 * 60 * 1000);
+        QCOMPARE(logLines(f).mid(log.size()), QStringList{"DC1\tnginx.service\tRunning"});
+
+        w.close();
+        QCOMPARE(f.readBytes("Computerlist"), crlf({"DC1\tmonitored"}));
+        QCOMPARE(f.readBytes("velmora"), program);
+        QCOMPARE(f.readBytes("Computers"), computers);
+    }
+
+    void removeUnmonitoredServer()
+    {
+        WindowFixture f;
+        f.writeFile("Computerlist", {"FS1", "DC1\tmonitored"});
+        const QByteArray computers = crlf({"DC1"});
+        f.writeBytes("Computers", computers);
+        f.writeFile("FS1", kEmptyBlock);
+        f.writeFile("DC1", QStringList{"Web;nginx.service;;;;;;"} + kEmptyBlock);
+        auto& w = f.start();
+        const QByteArray computerlist = f.readBytes("Computerlist");
+        select(w, "FS1");
+        w.services->Label1->setText("All Registered Services on : FS1");
+        w.services->Text2->setText("Running");
+
+        f.sim.boxes.script(MsgAnswer::Cancel);
+        w.Command14->click();
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"Are you sure to remove the Server?     "});
+        QCOMPARE(int(f.sim.boxes.shown.last().icon), int(MsgIcon::Question));
+        QCOMPARE(int(f.sim.boxes.shown.last().buttons), int(MsgButtons::OkCancel));
+        QCOMPARE(serverNames(w), (QStringList{"FS1", "DC1"}));
+        QVERIFY(f.fileExists("FS1"));
+
+        w.mnuremoveserver->trigger();
+        QCOMPARE(serverNames(w), QStringList{"DC1"});
+        QVERIFY(!f.fileExists("FS1"));
+        QCOMPARE(f.readBytes("Computers"), computers);
+        QCOMPARE(f.readBytes("Computerlist"), computerlist); // written when the program ends
+        QVERIFY(f.fileExists("DC1"));
+        QCOMPARE(w.services->Label1->text(), QStringLiteral("Services:"));
+        QCOMPARE(w.services->Text2->text(), QString());
+        QVERIFY(f.sim.net.cancelled.isEmpty());
+
+        w.close();
+        QCOMPARE(f.readBytes("Computerlist"), crlf({"DC1\tmonitored"}));
+    }
+
+    void removeMonitoredServer()
+    {
+        WindowFixture f;
+        f.writeFile("Computerlist", {"WEB1\tmonitored", "DC1\tmonitored", "LOST\tmonitored"});
+        f.writeFile("Computers", {"DC1", "WEB1"});
+        f.writeFile("DC1", QStringList{"Web;nginx.service;;;;;;"} + kEmptyBlock);
+        f.writeFile("WEB1", QStringList{"Web;nginx.service;;;;;;"} + kEmptyBlock);
+        f.writeFile("LOST", kEmptyBlock);
+        auto& w = f.start();
+        auto* setup = f.program->setupWindow();
+        QCOMPARE(setup->List3->count(), 2);
+
+        select(w, "DC1");
+        f.sim.boxes.script(MsgAnswer::Cancel);
+        w.Command14->click();
+        const QString ask = "The Server to be removed is beeing monitored. Are you sure to remove the Server?     ";
+        QCOMPARE(f.sim.boxes.texts(), QStringList{ask});
+        QCOMPARE(int(f.sim.boxes.shown.last().icon), int(MsgIcon::Question));
+        QCOMPARE(int(f.sim.boxes.shown.last().buttons), int(MsgButtons::OkCancel));
+        QVERIFY(f.fileExists("DC1"));
+        QCOMPARE(f.readBytes("Computers"), crlf({"DC1", "WEB1"}));
+
+        w.Command14->click();
+        QCOMPARE(serverNames(w), (QStringList{"WEB1", "LOST"}));
+        QVERIFY(!f.fileExists("DC1"));
+        QCOMPARE(f.readBytes("Computers"), crlf({"WEB1"}));
+        QCOMPARE(f.sim.net.cancelled, QStringList{"DC1"});
+        QCOMPARE(w.Combo1->count(), 1);
+        QCOMPARE(setup->List3->count(), 1);
+        QCOMPARE(w.services->Label1->text(), QStringLiteral("Services:"));
+        QVERIFY(f.fileExists("WEB1"));
+
+        // Monitored by its icon but missing from "Computers": only its item goes.
+        select(w, "LOST");
+        w.Command14->click();
+        QCOMPARE(f.sim.boxes.texts().last(), ask);
+        QCOMPARE(serverNames(w), QStringList{"WEB1"});
+        QVERIFY(f.fileExists("LOST"));
+        QCOMPARE(f.readBytes("Computers"), crlf({"WEB1"}));
+        QCOMPARE(f.sim.net.cancelled, QStringList{"DC1"});
+
+        // A "Computers" that cannot be written keeps the server, its file and its connection.
+        f.sim.files.failOn(platform::sim::SimTextFiles::Op::Write, "Computers");
+        select(w, "WEB1");
+        w.Command14->click();
+        QVERIFY(f.sim.boxes.texts().last().startsWith("Could not save"));
+        QCOMPARE(serverNames(w), QStringList{"WEB1"});
+        QVERIFY(f.fileExists("WEB1"));
+        QCOMPARE(f.sim.net.cancelled, QStringList{"DC1"});
+        f.sim.files.clearFailures();
+
+        // Nothing selected: the setup window's action list is emptied and the user told.
+        setup->List7->addItem("Alert");
+        w.ListView2->setCurrentItem(nullptr);
+        w.Command14->click();
+        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Please select an Item "));
+        QCOMPARE(setup->List7->count(), 0);
+        QCOMPARE(serverNames(w), QStringList{"WEB1"});
+    }
+
+    // Maintenance dims the server and the timed scan passes over it; one with an end stops by
+    // itself, with one line in the job log, before the scan of the same second.
+    void maintenanceInTheScanAndItsEnd()
+    {
+        WindowFixture f;
+        f.writeFile("Computerlist", {"WEB1\tmonitored", "FS1"});
+        f.writeFile("Computers", {"WEB1"});
+        f.writeFile("WEB1", QStringList{"Web;nginx.service;;;;;;"} + kEmptyBlock);
+        f.writeFile("Interval", {"30"});
+        f.sim.icmp.addComputer("WEB1", "10.5.0.1", 0);
+        f.sim.icmp.addComputer("FS1", "10.5.0.2", 0);
+        f.sim.services.addService("WEB1", {.name = "nginx.service", .state = svcstate::running});
+        auto& w = f.start();
+        const QString checked = "WEB1\tnginx.service\tRunning";
+        const QString skipped = "WEB1\tServer is in Maintenance Mode";
+        const QString ended = "WEB1\tMaintenance Mode ended, the server is monitored again";
+        QCOMPARE(logLines(f), QStringList{checked});
+
+        // Only monitored servers; leaving maintenance needs no monitored flag.
+        select(w, "FS1");
+        w.mnumaintenance->trigger();
+        w.mnumaintenance4h->trigger();
+        QCOMPARE(f.sim.boxes.texts(), QStringList(2, "Only monitored Servers can be put in Maintenance!  "));
+        QCOMPARE(int(f.sim.boxes.shown.last().icon), int(MsgIcon::Information));
+        QVERIFY(!f.program->servers.find("FS1")->maintenance);
+        w.mnuoutmaintenance->trigger();
+        QCOMPARE(f.sim.boxes.texts().size(), 2);
+
+        // Without an end: until switched off, however long. (Dimmed is told apart by colour.)
+        QVERIFY(w.ListView2->palette().brush(QPalette::Disabled, QPalette::Text) !=
+                w.ListView2->palette().brush(QPalette::Active, QPalette::Text));
+        select(w, "WEB1");
+        w.mnumaintenance->trigger();
+        QVERIFY(f.program->servers.find("WEB1")->maintenance);
+        QVERIFY(dimmed(w, "WEB1"));
+        f.sim.clock.advance(5 * 3600 * 1000);
+        QCOMPARE(logLines(f), (QStringList{checked} + QStringList(10, skipped)));
+        w.mnuoutmaintenance->trigger();
+        QVERIFY(!f.program->servers.find("WEB1")->maintenance);
+        QVERIFY(!dimmed(w, "WEB1"));
+        f.sim.clock.advance(30 * 60 * 1000);
+        QCOMPARE(logLines(f).size(), 12);
+        QCOMPARE(logLines(f).last(), checked);
+
+        // For one hour, set in the second of a scan: the scan half an hour later passes it
+        // over, and the one at the hour's end checks it again, after the line that says the
+        // maintenance is over.
+        const QDateTime start = f.sim.clock.now();
+        w.mnumaintenance1h->trigger();
+        QCOMPARE(f.program->servers.find("WEB1")->maintenanceEnd, start.addSecs(3600));
+        QVERIFY(w.findServer("WEB1")->toolTip(0).contains("Alerting stops until"));
+        f.sim.clock.advance(3600 * 1000 - 1000);
+        QCOMPARE(logLines(f).mid(12), QStringList{skipped});
+        QVERIFY(dimmed(w, "WEB1"));
+        f.sim.clock.advance(1000);
+        QCOMPARE(logLines(f).mid(12), (QStringList{skipped, ended, checked}));
+        QVERIFY(!dimmed(w, "WEB1"));
+        QVERIFY(!f.program->servers.find("WEB1")->maintenanceEnd.isValid());
+        f.sim.clock.advance(3600 * 1000);
+        QCOMPARE(logLines(f).mid(12), (QStringList{skipped, ended, checked, checked, checked}));
+
+        // Until a time the user picks; switching it off first leaves no line.
+        w.mnumaintenanceuntil->trigger();
+        QPointer<shell::MaintenanceDialog> d = w.maintenanceDialog();
+        QVERIFY(d && d->isVisible());
+        QVERIFY(qAbs(d->DateTime1->dateTime().secsTo(f.sim.clock.now().addSecs(3600))) < 60);
+        d->DateTime1->setDateTime(f.sim.clock.now().addSecs(4 * 3600));
+        d->OKButton->click();
+        QVERIFY(released(d));
+        QVERIFY(f.program->servers.find("WEB1")->maintenance);
+        QVERIFY(qAbs(f.program->servers.find("WEB1")->maintenanceEnd.secsTo(f.sim.clock.now().addSecs(4 * 3600))) < 60);
+        f.sim.clock.advance(3600 * 1000);
+        w.mnuoutmaintenance->trigger();
+        f.sim.clock.advance(4 * 3600 * 1000);
+        QVERIFY(!logLines(f).mid(17).contains(ended));
+        QCOMPARE(logLines(f).mid(17).count(checked), 8);
+
+        // Never stored.
+        w.close();
+        QCOMPARE(f.readBytes("Computerlist"), crlf({"WEB1\tmonitored", "FS1"}));
+    }
+
+    void propertiesOfAServerWithoutAFile()
+    {
+        WindowFixture f;
+        f.writeFile("Computerlist", {"FS1"});
+        auto& w = f.start();
+        select(w, "FS1");
+        w.mnuproperties->trigger();
+        QPointer<shell::PropertiesWindow> p = w.propertiesWindow();
+        QVERIFY(p && p->isVisible());
+        QCOMPARE(p->objectName(), QStringLiteral("Form10"));
+        QCOMPARE(p->Frame1->title(), QStringLiteral("Properties of : FS1"));
+        QCOMPARE(p->Text9->text(), QStringLiteral("FS1"));
+        QCOMPARE(f.readBytes("FS1"), QByteArray()); // created empty on opening
+        QVERIFY(f.fileExists("FS1"));
+        QCOMPARE(p->List2->count(), 0);
+
+        p->Text1->setText("fileserver");
+        p->Text5->setPlainText("Anna\nBen");
+        p->Command1->click();
+        QVERIFY(released(p));
+        QStringList expected = kEmptyBlock;
+        expected[2] = "fileserver";
+        expected.replace(10, "Anna");
+        expected.insert(11, "Ben");
+        QCOMPARE(f.readBytes("FS1"), crlf(expected));
+    }
+
+    // Record lines are carried over byte for byte, those without ";" too; the properties
+    // survive a save unchanged, and Cancel writes nothing.
+    void propertiesRoundTrip()
+    {
+        WindowFixture f;
+        // Not monitored, so start-up does not tidy the file (it drops empty record lines).
+        f.writeFile("Computerlist", {"DC1"});
+        const QStringList records{"Web server;nginx.service;Alert;Send Email to: ops@example.org;;;;",
+                                  "a note without a semicolon", "", "Jobs;cron.service;;;;;  ", "  ;x;"};
+        const QStringList block{"[Properties:]",
+                                "[Servername / Alias:]",
+                                "Domain controller",
+                                "[IP Address / Subnet:]",
+                                "10.0.0.5 / 24",
+                                "[Role / Priority:]",
+                                "DC, high",
+                                "[Location / Department:]",
+                                "Room 4",
+                                "[Responsibles / Contact:]",
+                                "Anna 123",
+                                "Ben 456",
+                                "[Action list for monitoring staff]",
+                                "Call Anna",
+                                "",
+                                "then Ben",
+                                "[Remarks / Comments:]",
+                                "",
+                                "[EOF]"};
+        const QByteArray original = crlf(records + block);
+        f.writeBytes("DC1", original);
+        auto& w = f.start();
+        select(w, "DC1");
+
+        w.mnuproperties->trigger();
+        QPointer<shell::PropertiesWindow> p = w.propertiesWindow();
+        QVERIFY(p);
+        QCOMPARE(p->List2->count(), 5);
+        QStringList shown;
+        for (int i = 0; i < p->List2->count(); ++i)
+            shown << p->List2->item(i)->text();
+        QCOMPARE(shown, (QStringList{"Web server", "a note without a semicolon", "", "Jobs", "  "}));
+        QCOMPARE(p->List1->count(), records.size());
+        QVERIFY(p->List1->isHidden());
+        QCOMPARE(p->Text1->text(), QStringLiteral("Domain controller"));
+        QCOMPARE(p->Text2->text(), QStringLiteral("10.0.0.5 / 24"));
+        QCOMPARE(p->Text3->text(), QStringLiteral("DC, high"));
+        QCOMPARE(p->Text4->text(), QStringLiteral("Room 4"));
+        QCOMPARE(p->Text5->toPlainText(), QStringLiteral("Anna 123\nBen 456"));
+        QCOMPARE(p->Text6->toPlainText(), QStringLiteral("Call Anna\n\nthen Ben"));
+        QCOMPARE(p->Text7->toPlainText(), QString());
+
+        // Unchanged: the same bytes.
+        p->Command1->click();
+        QVERIFY(released(p));
+        QCOMPARE(f.readBytes("DC1"), original);
+
+        // Cancel and the close box write nothing.
+        w.mnuproperties->trigger();
+        p = w.propertiesWindow();
+        p->Text3->setText("changed");
+        p->Command2->click();
+        QVERIFY(released(p));
+        w.mnuproperties->trigger();
+        p = w.propertiesWindow();
+        QCOMPARE(p->Text3->text(), QStringLiteral("DC, high"));
+        p->Text3->setText("changed");
+        p->close();
+        QVERIFY(released(p));
+        QCOMPARE(f.readBytes("DC1"), original);
+
+        // One field changed: that line only. A single-line field stays one line.
+        w.mnuproperties->trigger();
+        p = w.propertiesWindow();
+        p->Text3->setText("Backup DC");
+        p->Text7->setPlainText("first\nsecond");
+        p->Command1->click();
+        QStringList changed = block;
+        changed[6] = "Backup DC";
+        changed.replace(17, "first");
+        changed.insert(18, "second");
+        QCOMPARE(f.readBytes("DC1"), crlf(records + changed));
+        // The scan still reads the same records.
+        QCOMPARE(f.program->monitored.records("DC1").size(), size_t(2));
+
+        // A write that fails keeps the window open with what was typed and the file as it was.
+        w.mnuproperties->trigger();
+        p = w.propertiesWindow();
+        p->Text1->setText("lost?");
+        f.sim.files.failOn(platform::sim::SimTextFiles::Op::Write, "DC1");
+        p->Command1->click();
+        QVERIFY(f.sim.boxes.texts().last().startsWith("Could not save"));
+        QCOMPARE(int(f.sim.boxes.shown.last().icon), int(MsgIcon::Critical));
+        QVERIFY(p->isVisible());
+        QCOMPARE(p->Text1->text(), QStringLiteral("lost?"));
+        QCOMPARE(f.readBytes("DC1"), crlf(records + changed));
+        f.sim.files.clearFailures();
+        p->Command1->click();
+        QVERIFY(released(p));
+        changed[2] = "lost?";
+        QCOMPARE(f.readBytes("DC1"), crlf(records + changed));
+    }
+
+    // A file without the headers: its lines are all kept as record lines and the complete
+    // block follows them on saving. A file that breaks off mid-block keeps what it has.
+    void propertiesOfFilesWithoutHeaders()
+    {
+        WindowFixture f;
+        f.writeFile("Computerlist", {"OLD1", "CUT2"});
+        const QStringList old{"Spooler;spooler;Alert;;;;;", "free text"};
+        f.writeFile("OLD1", old);
+        f.writeFile("CUT2", {"[Properties:]", "[Servername / Alias:]", "cut", "[Role / Priority:]", "r"});
+        auto& w = f.start();
+
+        select(w, "OLD1");
+        w.mnuproperties->trigger();
+        QPointer<shell::PropertiesWindow> p = w.propertiesWindow();
+        QCOMPARE(p->List2->count(), 2);
+        for (QLineEdit* t : {p->Text1, p->Text2, p->Text3, p->Text4})
+            QCOMPARE(t->text(), QString());
+        p->Command1->click();
+        QVERIFY(released(p));
+        QCOMPARE(f.readBytes("OLD1"), crlf(old + kEmptyBlock));
+
+        // The address header is missing: its field and the role after it stay empty (the role's
+        // header is taken where the address should be), the alias is read.
+        select(w, "CUT2");
+        w.mnuproperties->trigger();
+        p = w.propertiesWindow();
+        QCOMPARE(p->Text1->text(), QStringLiteral("cut"));
+        QCOMPARE(p->Text2->text(), QString());
+        QCOMPARE(p->Text3->text(), QString());
+        p->Command1->click();
+        QVERIFY(released(p));
+        QStringList expected = kEmptyBlock;
+        expected[2] = "cut";
+        QCOMPARE(f.readBytes("CUT2"), crlf(expected));
+    }
+};
+
+QTEST_MAIN(TestServerManagement)
+#include "tst_servermanagement.moc"
