@@ -207,11 +207,13 @@ private slots:
             return sim.files.readLines(core::dataFile(data.path(), core::files::jobslog)).value_or(QStringList());
         };
 
-        // No profile file: the dispatch ends, nothing is logged.
+        // No profile file: the dispatch ends, and one line says why the mail was not sent.
         std::optional<bool> goesOn;
         mailing.subemail(QStringLiteral(" admin@corp.test"), text, [&](bool on) { goesOn = on; });
         QCOMPARE(goesOn, std::optional<bool>(false));
-        QVERIFY(logLines().isEmpty());
+        QCOMPARE(logLines().size(), 1);
+        QVERIFY2(logLines().first().contains(QStringLiteral("the mail profile file is missing")), qPrintable(logLines().first()));
+        sim.files.writeLines(core::dataFile(data.path(), core::files::jobslog), {});
 
         sim.files.writeLines(core::dataFile(data.path(), QStringLiteral("Mailprofile")), {QStringLiteral("velmora")});
         goesOn.reset();
