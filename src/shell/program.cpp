@@ -7,6 +7,7 @@
 #include "monitoring/alertsetupwindow.h"
 #include "monitoring/checkcycle.h"
 #include "monitoring/setupwindow.h"
+#include "report/reportwindow.h"
 #include "servicecontrol/servicecontrol.h"
 #include "shell/help.h"
 #include "shell/mainwindow.h"
@@ -42,6 +43,7 @@ Program::Program(const platform::Platform& platform)
     connectMonitoring();
     connectTray();
     connectInfo();
+    connectReport();
 }
 
 Program::~Program() = default;
@@ -152,6 +154,38 @@ void Program::connectInfo()
     QObject::connect(w->mnuhelp, &QAction::triggered, i, &InfoCommands::openHelp);
     QObject::connect(w->mnuAbout, &QAction::triggered, i, &InfoCommands::showAbout);
     QObject::connect(w->mnuTrayinfo, &QAction::triggered, i, &InfoCommands::showAbout);
+}
+
+report::ReportWindow* Program::loadedReportWindow() const { return report_.data(); }
+
+report::ReportWindow* Program::reportWindow()
+{
+    if (!report_) {
+        joblog::LogAndAlerts* alerts = logandalerts;
+        report_ = new report::ReportWindow(
+            state, *checkcycle, [alerts](const QString& line) { alerts->joblog().appendjobline(line); }, window.get());
+        QObject::connect(report_, &report::ReportWindow::gotoServiceRequested, window.get(), &MainWindow::gotoService);
+    }
+    return report_;
+}
+
+void Program::showReport()
+{
+    report::ReportWindow* r = reportWindow();
+    r->show();
+    r->raise();
+    r->activateWindow();
+}
+
+void Program::connectReport()
+{
+    MainWindow* w = window.get();
+    QObject::connect(w->Command8, &QPushButton::clicked, w, [this] { showReport(); });
+    QObject::connect(w->mnureport, &QAction::triggered, w, [this] { showReport(); });
+    // "Check Services Now" holds the report's timer while it runs; a report not yet loaded is
+    // loaded for it, unseen, and makes its first scan.
+    QObject::connect(checkcycle, &monitoring::CheckCycle::reportPaused, w,
+                     [this](bool paused) { reportWindow()->pauseTimer(paused); });
 }
 
 } // namespace velmora::shell
