@@ -67,8 +67,15 @@ std::optional<ReportRow> ReportCycle::rowFor(const monitoring::ImmediateResult& 
             return std::nullopt;
         row.texts[StateColumn] = r.state;
     }
-    row.texts[DateColumn] = joblog::dateText(at);
-    row.texts[TimeColumn] = joblog::timeText(at);
+    // The results of one scan share a few seconds: their texts are formatted once a second.
+    const qint64 second = at.toSecsSinceEpoch();
+    if (second != stampSecond_) {
+        stampSecond_ = second;
+        stampDate_ = joblog::dateText(at);
+        stampTime_ = joblog::timeText(at);
+    }
+    row.texts[DateColumn] = stampDate_;
+    row.texts[TimeColumn] = stampTime_;
     row.texts[ComputerColumn] = r.server;
     row.texts[ServiceColumn] = r.service;
     row.texts[ActionsColumn] = r.actions;

@@ -96,6 +96,8 @@ private:
     bool exportRunning_ = false;
     bool flushQueued_ = false;
     std::vector<ReportRow> pending_;
+    mutable qint64 stampSecond_ = -1;
+    mutable QString stampDate_, stampTime_;
 };
 
 } // namespace velmora::report
