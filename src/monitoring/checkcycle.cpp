@@ -339,7 +339,7 @@ void CheckCycle::monitorimmediate(Server& s, const core::MonitoredService& recor
             servers_.setReachable(s.name, s.ping.reachable());
     state_.pingaddress = s.ping.address;
     state_.pingresult = s.ping.result;
-    ImmediateResult r{s.name, record.servicename, c != nullptr, {}, {}};
+    ImmediateResult r{s.name, record.servicename, c != nullptr, {}, {}, joinactions(record)};
     if (c) {
         const QString text = checkResultText(*c, true);
         if (c->failed()) {

@@ -46,6 +46,7 @@ struct ImmediateResult {
     bool reachable = true;
     QString state;     // the state text when the query worked
     QString lasterror; // the failure text when it did not
+    QString actions;   // the record's five action slots joined as the alert window shows them
 };
 
 class CheckCycle : public QObject {

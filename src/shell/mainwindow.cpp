@@ -941,9 +941,10 @@ void MainWindow::endDueMaintenance()
         emit maintenanceEnded(name);
 }
 
-void MainWindow::openProperties()
+void MainWindow::openProperties() { openPropertiesFor(selectedServer()); }
+
+void MainWindow::openPropertiesFor(const QString& name)
 {
-    const QString name = selectedServer();
     delete propertiesWindow_;
     propertiesWindow_ = new PropertiesWindow(monitored_, *p_.boxes, this);
     if (!propertiesWindow_->openFor(name))

@@ -112,6 +112,8 @@ public:
     void maintenanceOn(const QDateTime& end = {});
     void maintenanceOff();
     void openProperties();
+    // The Server Properties window of a server named elsewhere (the report's "Properties...").
+    void openPropertiesFor(const QString& server);
     // Ends the maintenance of every server whose end has come.
     void endDueMaintenance();
     // The windows of server management while they are open, else null.

@@ -8,6 +8,7 @@
 #include "monitoring/alertsetupwindow.h"
 #include "monitoring/checkcycle.h"
 #include "monitoring/setupwindow.h"
+#include "report/reportwindow.h"
 #include "servicecontrol/servicecontrol.h"
 #include "shell/help.h"
 #include "shell/mainwindow.h"
@@ -45,6 +46,7 @@ Program::Program(const platform::Platform& platform)
     connectTray();
     connectInfo();
     connectServerManagement();
+    connectReport();
 }
 
 Program::~Program() = default;
@@ -173,6 +175,40 @@ void Program::connectServerManagement()
         if (setupWindow_)
             setupWindow_->List7->clear();
     });
+}
+
+report::ReportWindow* Program::loadedReportWindow() const { return report_.data(); }
+
+report::ReportWindow* Program::reportWindow()
+{
+    if (!report_) {
+        joblog::LogAndAlerts* alerts = logandalerts;
+        report_ = new report::ReportWindow(
+            state, *checkcycle, [alerts](const QString& line) { alerts->joblog().appendjobline(line); }, window.get());
+        QObject::connect(report_, &report::ReportWindow::gotoServiceRequested, window.get(), &MainWindow::gotoService);
+        QObject::connect(report_, &report::ReportWindow::propertiesRequested, window.get(),
+                         &MainWindow::openPropertiesFor);
+    }
+    return report_;
+}
+
+void Program::showReport()
+{
+    report::ReportWindow* r = reportWindow();
+    r->show();
+    r->raise();
+    r->activateWindow();
+}
+
+void Program::connectReport()
+{
+    MainWindow* w = window.get();
+    QObject::connect(w->Command8, &QPushButton::clicked, w, [this] { showReport(); });
+    QObject::connect(w->mnureport, &QAction::triggered, w, [this] { showReport(); });
+    // "Check Services Now" holds the report's timer while it runs; a report not yet loaded is
+    // loaded for it, unseen, and makes its first scan.
+    QObject::connect(checkcycle, &monitoring::CheckCycle::reportPaused, w,
+                     [this](bool paused) { reportWindow()->pauseTimer(paused); });
 }
 
 } // namespace velmora::shell

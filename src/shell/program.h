@@ -8,11 +8,13 @@
 #include "servicecontrol/connections.h"
 #include "servicecontrol/servicelisting.h"
 
+#include <QPointer>
 #include <memory>
 
 namespace velmora::actions { class ActionDispatcher; class Mailing; }
 namespace velmora::joblog { class LogAndAlerts; }
 namespace velmora::monitoring { class CheckCycle; class SetupWindow; }
+namespace velmora::report { class ReportWindow; }
 namespace velmora::servicecontrol { class ServiceControl; }
 
 namespace velmora::shell {
@@ -49,6 +51,12 @@ public:
 
     // Form2, the monitoring setup window, created on first use.
     monitoring::SetupWindow* setupWindow();
+    // Form9, the instant report, loaded on first use and again after its close box unloaded it.
+    report::ReportWindow* reportWindow();
+    // The report window when it is loaded, else null.
+    report::ReportWindow* loadedReportWindow() const;
+    // "Show Report": shows the report window, loading it first when needed.
+    void showReport();
 
 private:
     void connectJobLog();
@@ -57,8 +65,10 @@ private:
     void connectTray();
     void connectInfo();
     void connectServerManagement();
+    void connectReport();
 
     monitoring::SetupWindow* setupWindow_ = nullptr;
+    QPointer<report::ReportWindow> report_;
 };
 
 } // namespace velmora::shell

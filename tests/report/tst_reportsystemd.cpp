@@ -1,0 +1,89 @@
+// The instant report against a real D-Bus daemon with a mocked systemd: the report lists the
+// monitored units as systemd answers for them, a unit stopped from outside shows up red in the
+// next report scan, and the export holds what the list shows.
+#include "platform/linux/systemdservices.h"
+#include "report/reportwindow.h"
+#include "support/mockbus.h"
+#include "support/windowfixture.h"
+
+#include <QTest>
+
+using namespace velmora;
+using testsupport::MockSystemdBus;
+
+namespace {
+
+const char* kUnits = R"([
+ {"name": "web.service", "description": "Web server", "state": "active", "file_state": "enabled"},
+ {"name": "cron.service", "description": "Regular background jobs", "state": "active", "file_state": "enabled"}
+])";
+
+QStringList shown(const report::ReportRows& rows)
+{
+    QStringList out;
+    for (int i = 0; i < rows.count(); ++i) {
+        const report::ReportRow& r = rows.at(i);
+        out << QStringList{r.texts[2], r.texts[3], r.texts[4], r.running ? "green" : "red"}.join('|');
+    }
+    return out;
+}
+
+} // namespace
+
+class TestReportSystemd : public QObject {
+    Q_OBJECT
+private slots:
+    void theReportListsWhatSystemdAnswers()
+    {
+        if (const QString missing = testsupport::mockBusMissing(); !missing.isEmpty())
+            QSKIP(qPrintable(missing));
+        MockSystemdBus bus;
+        const QString error = bus.start(QString::fromUtf8(kUnits));
+        QVERIFY2(error.isEmpty(), qPrintable(error));
+
+        platform::SystemdServices::Options options;
+        options.localAddress = bus.address();
+        options.localName = QStringLiteral("testhost");
+        options.controlPath = [](const QString&) { return QString(); };
+        platform::SystemdServices systemd(options);
+
+        test::WindowFixture f;
+        f.sim.system.computer_name = "testhost";
+        f.sim.icmp.addComputer("TESTHOST", "127.0.0.1", 0);
+        f.writeFile("Computerlist", {"TESTHOST\tmonitored"});
+        f.writeFile("Computers", {"TESTHOST"});
+        f.writeFile("TESTHOST", {"Web server;web.service;Alert;Restart Service;;;;", "Jobs;cron.service;;;;;;",
+                                 "Missing;nosuch.service;;;;;;", "[Properties:]", "[EOF]"});
+        f.writeFile("Interval", {"240"});
+        auto p = f.sim.platform();
+        p.services = &systemd;
+        f.program = std::make_unique<shell::Program>(p);
+        f.window = f.program->window.get();
+        f.program->load();
+        f.sim.clock.advance(1000);
+
+        f.program->showReport();
+        report::ReportWindow& r = *f.program->reportWindow();
+        const QStringList first = shown(r.rows());
+        QCOMPARE(first.mid(0, 2), (QStringList{"TESTHOST|web.service|Running|green", "TESTHOST|cron.service|Running|green"}));
+        QCOMPARE(first.size(), 3);
+        QVERIFY2(first[2].startsWith("TESTHOST|nosuch.service|Open Service failed. Error  ") && first[2].endsWith("|red"),
+                 qPrintable(first[2]));
+
+        // Someone stops the web server; the next report scan finds it.
+        auto web = systemd.openService(systemd.openManager({}), "web.service");
+        QCOMPARE(systemd.stop(web), 0);
+        f.sim.clock.advance(5 * 60000);
+        QCOMPARE(shown(r.rows()).mid(3, 2),
+                 (QStringList{"TESTHOST|web.service|Stopped|red", "TESTHOST|cron.service|Running|green"}));
+
+        f.sim.filedialogs.scriptSave(f.path("units"));
+        r.mnuexport->trigger();
+        const QStringList lines = QString::fromUtf8(f.readBytes("units.txt")).split("\r\n");
+        QCOMPARE(lines.size(), 7); // six rows and the end of the last line
+        QCOMPARE(lines[3].section('\t', 2, 4), "TESTHOST\tweb.service\tStopped");
+    }
+};
+
+QTEST_MAIN(TestReportSystemd)
+#include "tst_reportsystemd.moc"

@@ -1,0 +1,720 @@
+#include "core/datafolder.h"
+#include "joblog/joblog.h"
+#include "monitoring/checkcycle.h"
+#include "report/automatedialog.h"
+#include "report/filterdialog.h"
+#include "report/reportwindow.h"
+#include "support/windowfixture.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QScrollBar>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTreeView>
+
+using namespace velmora;
+using platform::MsgAnswer;
+using platform::MsgIcon;
+using platform::sim::SimTextFiles;
+using report::ReportWindow;
+using test::WindowFixture;
+namespace svcstate = platform::svcstate;
+
+namespace {
+
+const QString kNoServices =
+    "There are no Services to be monitored,  please configure Services to be monitored !    ";
+
+// Three servers: WEB1 with a running, a stopped and a missing service (its check fails), DB2
+// that does not answer, FILE4 with a paused service.
+struct Fleet : WindowFixture {
+    Fleet()
+    {
+        writeFile("Computerlist", {"WEB1\tmonitored", "DB2\tmonitored", "FILE4\tmonitored"});
+        writeFile("Computers", {"WEB1", "DB2", "FILE4"});
+        writeFile("WEB1", {"Web;nginx.service;Alert;;;;;", "Jobs;cron.service;Restart Service;Alert;;;;",
+                           "Gone;gone.service;;;;;;", "[Properties:]", "[EOF]"});
+        writeFile("DB2", {"Database;mariadb.service;Alert;;;;;"});
+        writeFile("FILE4", {"Samba;smbd.service;;;;;;"});
+        writeFile("Interval", {"30"});
+        sim.icmp.addComputer("WEB1", "10.4.0.1", 0);
+        sim.icmp.addComputer("DB2", "10.4.0.2", 11010);
+        sim.icmp.addComputer("FILE4", "10.4.0.4", 0);
+        auto& s = sim.services;
+        s.addService("WEB1", {.name = "nginx.service", .state = svcstate::stopped});
+        s.addService("WEB1", {.name = "cron.service", .state = svcstate::running});
+        s.addService("FILE4", {.name = "smbd.service", .state = svcstate::paused});
+        s.addService("DB2", {.name = "mariadb.service", .state = svcstate::stopped});
+    }
+    // Starts the program with the given settings changes and opens the report.
+    ReportWindow& open(const std::function<void(core::SettingsRecord&)>& settings = {})
+    {
+        start();
+        if (settings)
+            settings(program->state.settings);
+        program->showReport();
+        return *program->reportWindow();
+    }
+    ReportWindow& report() { return *program->reportWindow(); }
+    // "computer|service|state|colour" for each row, colour as g, r or c (computer column).
+    QStringList rows()
+    {
+        QStringList out;
+        const report::ReportRows& r = report().rows();
+        for (int i = 0; i < r.count(); ++i) {
+            const report::ReportRow& row = r.at(i);
+            const int pen = row.colourOf(report::ComputerColumn);
+            const QString colour = pen == report::colour::green ? "g" : pen == report::colour::red ? "r" : "c";
+            out << QStringList{row.texts[2], row.texts[3], row.texts[4], colour}.join('|');
+        }
+        return out;
+    }
+    // Moves the clock on by whole minutes, one timer second at a time being too slow to care.
+    void minutes(int n) { sim.clock.advance(qint64(n) * 60000); }
+    QStringList boxTexts() const { return sim.boxes.texts(); }
+};
+
+const QString kRunningRow = "WEB1|cron.service|Running|g";
+const QString kStoppedRow = "WEB1|nginx.service|Stopped|r";
+const QString kFailedRow = "WEB1|gone.service|Open Service failed. Error  1060|r";
+const QString kUnreachableRow = "DB2|mariadb.service|Error Server not Available|r";
+const QString kPausedRow = "FILE4|smbd.service|Paused|r";
+
+QString exported(const WindowFixture& f, const QString& name) { return QString::fromUtf8(f.readBytes(name)); }
+
+} // namespace
+
+class ReportWindowTest : public QObject {
+    Q_OBJECT
+private slots:
+    void aScanAddsTheRowsItsFiltersLetThrough_data()
+    {
+        QTest::addColumn<bool>("running");
+        QTest::addColumn<bool>("notrunning");
+        QTest::addColumn<bool>("errors");
+        QTest::addColumn<QStringList>("rows");
+        QTest::addColumn<QString>("words");
+        for (int mask = 0; mask < 8; ++mask) {
+            const bool running = mask & 1, notrunning = mask & 2, errors = mask & 4;
+            QStringList rows;
+            // Sorted by time (all equal), so rows stay in the order of the scan.
+            if (notrunning)
+                rows << kStoppedRow;
+            if (running)
+                rows << kRunningRow;
+            if (errors)
+                rows << kFailedRow << kUnreachableRow;
+            if (notrunning)
+                rows << kPausedRow;
+            const QString words = QString(running ? "running" : "") + " " + (notrunning ? "not running" : "") + " " +
+                                  (errors ? "errors" : "");
+            QTest::addRow("running=%d notrunning=%d errors=%d", running, notrunning, errors)
+                << running << notrunning << errors << rows << words;
+        }
+    }
+    void aScanAddsTheRowsItsFiltersLetThrough()
+    {
+        QFETCH(bool, running);
+        QFETCH(bool, notrunning);
+        QFETCH(bool, errors);
+        QFETCH(QStringList, rows);
+        QFETCH(QString, words);
+        Fleet f;
+        ReportWindow& r = f.open([&](core::SettingsRecord& s) {
+            s.reportrunning = running;
+            s.reportnotrunning = notrunning;
+            s.reporterrors = errors;
+        });
+        QCOMPARE(f.rows(), rows);
+        QVERIFY(r.Label4->text().startsWith("Next at:  "));
+        QVERIFY(r.Label4->text().endsWith(" Filter: " + words));
+        // Each further scan adds the same rows again; the actions and acknowledgement columns
+        // are filled as the alert window shows them.
+        f.minutes(5);
+        QCOMPARE(f.rows(), rows + rows);
+        for (int i = 0; i < r.rows().count(); ++i)
+            QCOMPARE(r.rows().at(i).texts[report::AckColumn], " ");
+        if (running)
+            QVERIFY(r.rows().exportLines().join('\n').contains("cron.service\tRunning\tRestart Service   Alert         \t "));
+    }
+
+    void theWindowLoadsWithItsTextsColumnsAndStoredInterval()
+    {
+        Fleet f;
+        ReportWindow& r = f.open([](core::SettingsRecord& s) { s.reportinterval = "7"; });
+        QCOMPARE(r.objectName(), "Form9");
+        QCOMPARE(r.windowTitle(), "Velmora Instant Report");
+        QStringList captions;
+        for (int c = 0; c < report::kColumnCount; ++c)
+            captions << r.ListView1->model()->headerData(c, Qt::Horizontal).toString();
+        QCOMPARE(captions, (QStringList{"Date:", "Time:", "Computer:", "Service:", "State:",
+                                        "Action if Service fails:", "Acknowledgement:"}));
+        QCOMPARE(r.VScroll1->value(), -7);
+        QCOMPARE(r.Label1->text(), "7");
+        QCOMPARE((QStringList{r.Label2->text(), r.Label3->text(), r.Label5->text(), r.Option1->text(),
+                              r.Option2->text()}),
+                 (QStringList{"Set Interval for reporting Services:", "Minutes", "Sortorder:", "Ascending",
+                              "Descending"}));
+        QVERIFY(r.Timer1->isEnabled());
+        QCOMPARE(r.Timer1->objectName(), "Timer1");
+        QCOMPARE(r.Timer1->interval(), 1000);
+        QStringList menus;
+        for (QAction* a : r.mnureport->actions())
+            menus << a->objectName() + "=" + a->text();
+        QCOMPARE(menus, (QStringList{"mnustopreport=Stop Report", "mnustartreport=Start Report",
+                                     "mnufilter=Filter...", "mnuautomate=Automate...", "mnuseparator=",
+                                     "mnuclear=Clear Contents"}));
+        menus.clear();
+        for (QAction* a : r.mnucontext->actions())
+            menus << a->objectName() + "=" + a->text();
+        QCOMPARE(menus, (QStringList{"mnugotoservice=Goto Service...", "mnucontextseparator=",
+                                     "mnuaknowledge=Acknowledge", "mnushowproperties=Properties..."}));
+        QCOMPARE(r.mnuexport->text() + "|" + r.mnuclose->text(), "Export in Textfile...|Exit");
+    }
+
+    void statusLineFollowsStopStartAndFilters()
+    {
+        Fleet f;
+        ReportWindow& r = f.open();
+        const QDateTime next = f.sim.clock.now().addSecs(5 * 60);
+        const QString at = joblog::dateText(next) + " " + joblog::timeText(next);
+        QCOMPARE(r.Label4->text(), "Next at:  " + at + " Filter: running not running errors");
+        r.mnustopreport->trigger();
+        QCOMPARE(r.Label4->text(), "Next at: Report Stopped  Filter: running not running errors");
+        // Applied filters write the running form even while the report is stopped.
+        report::FilterDialog* d = r.filterDialog();
+        d->Check1->setChecked(false);
+        d->Check3->setChecked(false);
+        d->Command3->click();
+        QCOMPARE(r.Label4->text(), "Next at:  " + at + " Filter:  not running ");
+        r.mnustopreport->trigger();
+        QCOMPARE(r.Label4->text(), "Next at: Report Stopped  Filter:  not running ");
+        r.mnustartreport->trigger();
+        QCOMPARE(r.Label4->text(), "Next at:  " + at + " Filter:  not running ");
+    }
+
+    void theFilterDialogKeepsItsBoxesAndCancelChangesNothing()
+    {
+        Fleet f;
+        ReportWindow& r = f.open();
+        r.mnufilter->trigger();
+        report::FilterDialog* d = r.filterDialog();
+        QVERIFY(d->isVisible());
+        QCOMPARE(d->objectName(), "Form6");
+        QCOMPARE(d->windowTitle(), "Report Filter Options");
+        QCOMPARE((QStringList{d->Check1->text(), d->Check2->text(), d->Check3->text()}),
+                 (QStringList{"Report running services", "Report not running Services", "Report errors "}));
+        d->Check2->setChecked(false);
+        d->Command2->click(); // Cancel
+        QVERIFY(!d->isVisible());
+        QVERIFY(f.program->state.settings.reportnotrunning);
+        r.mnufilter->trigger();
+        QVERIFY(!d->Check2->isChecked()); // as it was left
+        d->Command1->click();             // OK
+        QVERIFY(!d->isVisible());
+        QVERIFY(!f.program->state.settings.reportnotrunning);
+        // The rows already listed stay; the next scan follows the new filters.
+        const int before = r.rows().count();
+        f.minutes(5);
+        QCOMPARE(f.rows().mid(before), (QStringList{kRunningRow, kFailedRow, kUnreachableRow}));
+    }
+
+    void changingTheIntervalDoesNotBringTheNextScanForward()
+    {
+        Fleet f;
+        ReportWindow& r = f.open();
+        const int firstScan = r.rows().count();
+        QVERIFY(firstScan > 0);
+        f.minutes(1);
+        r.VScroll1->setValue(-1);
+        QCOMPARE(r.Label1->text(), "1");
+        QCOMPARE(f.program->state.settings.reportinterval, "1");
+        f.minutes(3);
+        QCOMPARE(r.rows().count(), firstScan); // still waiting for minute 5
+        f.minutes(1);
+        QCOMPARE(r.rows().count(), 2 * firstScan);
+        // From then on the new interval counts.
+        f.minutes(1);
+        QCOMPARE(r.rows().count(), 3 * firstScan);
+    }
+
+    void aStoppedReportOnlyMovesItsNextScanOn()
+    {
+        Fleet f;
+        ReportWindow& r = f.open([](core::SettingsRecord& s) {
+            s.autoexport = true;
+            s.autoexportcount = "1";
+            s.autoexportfile = "";
+        });
+        f.program->state.settings.autoexportfile = f.path("auto.txt");
+        const int firstScan = r.rows().count();
+        r.mnustopreport->trigger();
+        f.minutes(5);
+        QCOMPARE(r.rows().count(), firstScan);
+        QCOMPARE(r.cycle().nextScan(), f.sim.clock.now().addSecs(5 * 60));
+        QVERIFY(!f.fileExists("auto.txt")); // a stopped report makes no automatic export
+        QVERIFY(r.Timer1->isEnabled());
+        r.mnustartreport->trigger();
+        f.minutes(5);
+        QVERIFY(f.fileExists("auto.txt"));
+        QCOMPARE(r.rows().count(), 0);
+    }
+
+    void withoutMonitoredServersTheReportSaysSoAndWaitsForActivation()
+    {
+        Fleet f;
+        f.writeFile("Computers", {""}); // an empty first line counts as none
+        ReportWindow& r = f.open();
+        QCOMPARE(f.boxTexts(), QStringList{kNoServices});
+        QCOMPARE(f.sim.boxes.shown.last().icon, MsgIcon::Exclamation);
+        QCOMPARE(r.rows().count(), 0);
+        // The timed scan finds none either, says so once, and pauses.
+        f.minutes(5);
+        QCOMPARE(f.boxTexts().size(), 2);
+        QVERIFY(r.cycle().noServices());
+        f.minutes(20);
+        QCOMPARE(f.boxTexts().size(), 2);
+        // Activating the window lets the scans run again.
+        f.writeFile("Computers", {"WEB1"});
+        r.activate();
+        f.minutes(5);
+        QCOMPARE(f.boxTexts().size(), 2);
+        QCOMPARE(f.rows(), (QStringList{kStoppedRow, kRunningRow, kFailedRow}));
+    }
+
+    void acknowledgeFollowsThePenOfTheComputerColumn()
+    {
+        Fleet f;
+        ReportWindow& r = f.open();
+        const auto enabled = [&] {
+            return QList<bool>{r.mnugotoservice->isEnabled(), r.mnuaknowledge->isEnabled(),
+                               r.mnushowproperties->isEnabled()};
+        };
+        const auto rowOf = [&](const QString& row) { return f.rows().indexOf(row); };
+        // A red row can be acknowledged.
+        r.selectRow(rowOf(kStoppedRow));
+        r.listRightButton({});
+        QCOMPARE(enabled(), (QList<bool>{true, true, true}));
+        r.mnucontext->hide();
+        r.mnuaknowledge->trigger();
+        const int acked = r.selectedRow();
+        QCOMPARE(r.rows().at(acked).texts[report::AckColumn], "Acknowledged");
+        QCOMPARE(r.rows().at(acked).colourOf(report::ComputerColumn), report::colour::cyan);
+        QCOMPARE(r.rows().at(acked).colourOf(report::ServiceColumn), report::colour::red);
+        QCOMPARE(r.ListView1->model()->index(acked, 2).data(Qt::ForegroundRole).value<QColor>(), QColor(0, 255, 255));
+        // A green row cannot.
+        r.selectRow(rowOf(kRunningRow));
+        r.listRightButton({});
+        r.mnucontext->hide();
+        QCOMPARE(enabled(), (QList<bool>{true, false, true}));
+        // A cyan row leaves the item as it was last set.
+        r.selectRow(acked);
+        r.listRightButton({});
+        r.mnucontext->hide();
+        QVERIFY(!r.mnuaknowledge->isEnabled());
+        r.selectRow(rowOf(kPausedRow));
+        r.listRightButton({});
+        r.mnucontext->hide();
+        r.selectRow(acked);
+        r.listRightButton({});
+        r.mnucontext->hide();
+        QVERIFY(r.mnuaknowledge->isEnabled());
+        // Without a selection the user is asked to choose; an empty list offers nothing.
+        r.selectRow(-1);
+        r.listRightButton({});
+        QCOMPARE(f.boxTexts(), QStringList{"Please select an Item "});
+        QCOMPARE(f.sim.boxes.shown.last().icon, MsgIcon::Information);
+        r.rows().clear();
+        r.listRightButton({});
+        r.mnucontext->hide();
+        QCOMPARE(enabled(), (QList<bool>{false, false, false}));
+    }
+
+    void gotoServiceAndPropertiesNameTheRowsServer()
+    {
+        Fleet f;
+        ReportWindow& r = f.open();
+        QSignalSpy properties(&r, &ReportWindow::propertiesRequested);
+        r.selectRow(f.rows().indexOf(kPausedRow));
+        r.mnushowproperties->trigger();
+        QCOMPARE(properties.value(0), QVariantList{"FILE4"});
+        // A double-click goes to the service in the main window.
+        const int row = f.rows().indexOf(kRunningRow);
+        const QRect cell = r.ListView1->visualRect(r.ListView1->model()->index(row, 3));
+        QTest::mouseDClick(r.ListView1->viewport(), Qt::LeftButton, {}, cell.center());
+        QCOMPARE(f.window->Text1->text(), "WEB1");
+        r.selectRow(f.rows().indexOf(kPausedRow));
+        r.mnugotoservice->trigger();
+        QCOMPARE(f.window->Text1->text(), "FILE4");
+    }
+
+    void aColumnClickSortsByTextInTheChosenOrder()
+    {
+        Fleet f;
+        ReportWindow& r = f.open();
+        r.Option2->click();
+        QVERIFY(!f.program->state.settings.reportascending);
+        r.columnClick(report::ComputerColumn);
+        QVERIFY(r.Timer1->isEnabled());
+        QCOMPARE(f.program->state.settings.reportsortcolumn, "2");
+        QStringList computers;
+        for (const QString& row : f.rows())
+            computers << row.section('|', 0, 0);
+        QCOMPARE(computers, (QStringList{"WEB1", "WEB1", "WEB1", "FILE4", "DB2"}));
+        // Rows of later scans join the sorted list at their places.
+        f.minutes(5);
+        computers.clear();
+        for (const QString& row : f.rows())
+            computers << row.section('|', 0, 0);
+        QCOMPARE(computers, (QStringList{"WEB1", "WEB1", "WEB1", "WEB1", "WEB1", "WEB1", "FILE4", "FILE4", "DB2",
+                                         "DB2"}));
+        // Activation sorts by the stored column in the stored order.
+        r.Option1->click();
+        r.activate();
+        QCOMPARE(f.rows().first().section('|', 0, 0), "DB2");
+        QVERIFY(r.Option1->isChecked());
+    }
+
+    void exportWritesTheRowsAsTabSeparatedLinesEndingInTxt_data()
+    {
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("written");
+        QTest::newRow("no extension") << "report" << "report.txt";
+        QTest::newRow("other extension") << "report.log" << "report.txt";
+        QTest::newRow("txt") << "report.txt" << "report.txt";
+        QTest::newRow("two dots") << "report.2026.csv" << "report.2026.txt";
+    }
+    void exportWritesTheRowsAsTabSeparatedLinesEndingInTxt()
+    {
+        QFETCH(QString, typed);
+        QFETCH(QString, written);
+        Fleet f;
+        ReportWindow& r = f.open([](core::SettingsRecord& s) { s.reportrunning = s.reporterrors = false; });
+        r.rows().acknowledge(0);
+        r.rows().at(0);
+        f.sim.filedialogs.scriptSave(f.path(typed));
+        r.mnuexport->trigger();
+        const auto& request = f.sim.filedialogs.saveRequests.last();
+        QCOMPARE((QStringList{request.title, request.filterName, request.pattern, request.defaultSuffix}),
+                 (QStringList{"Save File As", "Textfile (*.txt)", "*.txt", "txt"}));
+        QVERIFY(r.Timer1->isEnabled());
+        const QDateTime at = f.sim.clock.now();
+        const QString day = joblog::dateText(at), time = joblog::timeText(at);
+        QCOMPARE(exported(f, written),
+                 day + "\t" + time + "\tWEB1\tnginx.service\tStopped\tAlert            \tAcknowledged\r\n" + day + "\t" +
+                     time + "\tFILE4\tsmbd.service\tPaused\t            \t \r\n");
+        if (typed != written)
+            QVERIFY(!f.fileExists(typed));
+        QCOMPARE(r.rows().count(), 2); // the list stays
+    }
+
+    void exportingAnEmptyListWritesAnEmptyFileAndCancelWritesNone()
+    {
+        Fleet f;
+        ReportWindow& r = f.open();
+        r.rows().clear();
+        f.sim.filedialogs.scriptSave(f.path("empty"));
+        r.mnuexport->trigger();
+        QVERIFY(f.fileExists("empty.txt"));
+        QCOMPARE(f.readBytes("empty.txt"), QByteArray());
+        r.mnuexport->trigger(); // no scripted answer: cancelled
+        QCOMPARE(f.sim.filedialogs.saveRequests.size(), 2);
+        QVERIFY(r.Timer1->isEnabled());
+        QVERIFY(f.boxTexts().isEmpty());
+    }
+
+    void aFailedExportSaysSoAndKeepsTheList()
+    {
+        Fleet f;
+        ReportWindow& r = f.open();
+        const QStringList before = f.rows();
+        f.sim.files.failOn(SimTextFiles::Op::Write, "out.txt");
+        f.sim.filedialogs.scriptSave(f.path("out.txt"));
+        r.mnuexport->trigger();
+        QCOMPARE(f.sim.boxes.shown.size(), 1);
+        QVERIFY(f.boxTexts().first().startsWith("The report could not be written to " + f.path("out.txt")));
+        QCOMPARE(f.sim.boxes.shown.first().icon, MsgIcon::Critical);
+        QCOMPARE(f.rows(), before);
+        QVERIFY(r.Timer1->isEnabled());
+        // "Clear Contents" with Yes and a failed save keeps every row.
+        f.sim.boxes.script(MsgAnswer::Yes);
+        f.sim.filedialogs.scriptSave(f.path("out.txt"));
+        r.mnuclear->trigger();
+        QCOMPARE(f.rows(), before);
+    }
+
+    void clearContentsAsksWhetherToSaveFirst_data()
+    {
+        QTest::addColumn<MsgAnswer>("answer");
+        QTest::addColumn<bool>("saveChosen");
+        QTest::addColumn<bool>("cleared");
+        QTest::addColumn<bool>("saved");
+        QTest::newRow("yes, saved") << MsgAnswer::Yes << true << true << true;
+        QTest::newRow("yes, save cancelled") << MsgAnswer::Yes << false << false << false;
+        QTest::newRow("no") << MsgAnswer::No << false << true << false;
+        QTest::newRow("cancel") << MsgAnswer::Cancel << true << false << false;
+    }
+    void clearContentsAsksWhetherToSaveFirst()
+    {
+        QFETCH(MsgAnswer, answer);
+        QFETCH(bool, saveChosen);
+        QFETCH(bool, cleared);
+        QFETCH(bool, saved);
+        Fleet f;
+        ReportWindow& r = f.open();
+        const int rows = r.rows().count();
+        f.sim.boxes.script(answer);
+        if (saveChosen)
+            f.sim.filedialogs.scriptSave(f.path("saved.txt"));
+        r.mnuclear->trigger();
+        QCOMPARE(f.boxTexts(), QStringList{"Do you want to save the contents before clearing ?       "});
+        QCOMPARE(f.sim.boxes.shown.first().icon, MsgIcon::Question);
+        QCOMPARE(f.sim.boxes.shown.first().buttons, platform::MsgButtons::YesNoCancel);
+        QCOMPARE(r.rows().count(), cleared ? 0 : rows);
+        QCOMPARE(f.fileExists("saved.txt"), saved);
+        if (saved)
+            QCOMPARE(f.readBytes("saved.txt").count("\r\n"), rows);
+        // An empty list asks nothing.
+        r.rows().clear();
+        r.mnuclear->trigger();
+        QCOMPARE(f.boxTexts().size(), 1);
+    }
+
+    void exitAndTheCloseBoxAskWhetherToSaveFirst_data()
+    {
+        QTest::addColumn<bool>("closeBox");
+        QTest::addColumn<MsgAnswer>("answer");
+        QTest::addColumn<bool>("saveChosen");
+        QTest::addColumn<bool>("goes");
+        for (bool closeBox : {false, true}) {
+            const char* way = closeBox ? "close box" : "exit";
+            QTest::addRow("%s: yes, saved", way) << closeBox << MsgAnswer::Yes << true << true;
+            QTest::addRow("%s: yes, save cancelled", way) << closeBox << MsgAnswer::Yes << false << false;
+            QTest::addRow("%s: no", way) << closeBox << MsgAnswer::No << false << true;
+            QTest::addRow("%s: cancel", way) << closeBox << MsgAnswer::Cancel << false << false;
+        }
+    }
+    void exitAndTheCloseBoxAskWhetherToSaveFirst()
+    {
+        QFETCH(bool, closeBox);
+        QFETCH(MsgAnswer, answer);
+        QFETCH(bool, saveChosen);
+        QFETCH(bool, goes);
+        Fleet f;
+        QPointer<ReportWindow> r = &f.open();
+        const int rows = r->rows().count();
+        f.sim.boxes.script(answer);
+        if (saveChosen)
+            f.sim.filedialogs.scriptSave(f.path("saved.txt"));
+        if (closeBox)
+            r->close();
+        else
+            r->mnuclose->trigger();
+        QCOMPARE(f.boxTexts(), QStringList{"Do you want to save the contents before closing  ?       "});
+        QCOMPARE(f.sim.boxes.shown.first().buttons, platform::MsgButtons::YesNoCancel);
+        QCOMPARE(f.fileExists("saved.txt"), saveChosen);
+        if (!goes) {
+            QVERIFY(r && r->isVisible());
+            QCOMPARE(r->rows().count(), rows);
+            return;
+        }
+        if (closeBox) {
+            // Closed by the close box the report is unloaded; the next opening starts afresh.
+            QTRY_VERIFY(!r);
+            QVERIFY(!f.program->loadedReportWindow());
+            f.program->showReport();
+            QCOMPARE(f.program->reportWindow()->rows().count(), rows);
+        } else {
+            // Hidden by "Exit", it keeps its rows and goes on scanning.
+            QVERIFY(!r->isVisible());
+            QCOMPARE(r->rows().count(), rows);
+            f.minutes(5);
+            QCOMPARE(r->rows().count(), 2 * rows);
+        }
+    }
+
+    void closingAnEmptyReportAsksNothingAndStoresItsPlacement()
+    {
+        Fleet f;
+        QPointer<ReportWindow> r = &f.open([](core::SettingsRecord& s) { s.reportrunning = s.reportnotrunning = s.reporterrors = false; });
+        r->move(40, 30);
+        r->resize(700, 400);
+        const QSize size = r->size();
+        r->close();
+        QVERIFY(f.boxTexts().isEmpty());
+        QTRY_VERIFY(!r);
+        const core::SettingsRecord& s = f.program->state.settings;
+        QCOMPARE(s.reportwidth, QString::number(size.width() * 15));
+        QCOMPARE(s.reportheight, QString::number(size.height() * 15));
+    }
+
+    void checkServicesNowHoldsTheReportTimerAndLoadsTheReport()
+    {
+        Fleet f;
+        f.start();
+        QVERIFY(!f.program->loadedReportWindow());
+        QSignalSpy paused(f.program->checkcycle, &monitoring::CheckCycle::reportPaused);
+        f.window->Command9->click();
+        QCOMPARE(paused.size(), 2);
+        ReportWindow* r = f.program->loadedReportWindow();
+        QVERIFY(r);
+        QVERIFY(!r->isVisible());
+        QVERIFY(r->Timer1->isEnabled());
+        // Only the report's own scan became rows, not the check's.
+        QCOMPARE(r->rows().count(), 5);
+    }
+
+    void theThresholdFieldHoldsANumberFromTenToTenThousand_data()
+    {
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("shown");
+        QTest::newRow("five") << "5" << "10";
+        QTest::newRow("six digits") << "123456" << "10000";
+        QTest::newRow("letters") << "abc" << "10";
+        // Each key is a change: "3" becomes "10" at once, and the "0" after it makes "100".
+        QTest::newRow("typed digit by digit") << "30" << "100";
+    }
+    void theThresholdFieldHoldsANumberFromTenToTenThousand()
+    {
+        QFETCH(QString, typed);
+        QFETCH(QString, shown);
+        Fleet f;
+        ReportWindow& r = f.open([](core::SettingsRecord& s) { s.autoexport = true; });
+        r.mnuautomate->trigger();
+        report::AutomateDialog* d = r.automateDialog();
+        QCOMPARE(d->Text2->text(), "1000");
+        d->Text2->clear();
+        QTest::keyClicks(d->Text2, typed);
+        QCOMPARE(d->Text2->text(), shown);
+    }
+
+    void theAutomateDialogChecksAndStoresItsFields()
+    {
+        Fleet f;
+        ReportWindow& r = f.open([](core::SettingsRecord& s) { s.autoexport = true; s.autoexportcount = ""; });
+        core::SettingsRecord& s = f.program->state.settings;
+        r.mnuautomate->trigger();
+        QPointer<report::AutomateDialog> d = r.automateDialog();
+        QCOMPARE(d->objectName(), "Form11");
+        QCOMPARE(d->windowTitle(), "Automate");
+        QCOMPARE(d->Text1->text(), f.path("AutoExport.txt"));
+        QVERIFY(d->Option1->isChecked());
+        // An empty count is refused, then an empty path first of all.
+        d->Command2->click();
+        QCOMPARE(f.boxTexts(), QStringList{"Please enter valid count of items !"});
+        d->Text1->clear();
+        d->Command2->click();
+        QCOMPARE(f.boxTexts().last(), "Please enter valid path and filename !");
+        QCOMPARE(f.sim.boxes.shown.last().icon, MsgIcon::Information);
+        QVERIFY(d && d->isVisible());
+        // The folder browser fills in a folder for the file name to follow; none changes nothing.
+        d->Command1->click();
+        QCOMPARE(f.sim.filedialogs.folderPrompts, QStringList{"Choose Folder:"});
+        QCOMPARE(d->Text1->text(), "");
+        f.sim.filedialogs.scriptFolder(f.dir.path());
+        d->Command1->click();
+        QCOMPARE(d->Text1->text(), f.dir.path() + "/");
+        QTest::keyClicks(d->Text1, "archive.txt");
+        QTest::keyClicks(d->Text2, "25");
+        QCOMPARE(d->Text2->text(), "105");
+        d->Option2->click();
+        d->Command2->click();
+        QTRY_VERIFY(!d);
+        QCOMPARE((QStringList{core::boolText(s.autoexport), core::boolText(s.autoexportoverwrite), s.autoexportfile,
+                              s.autoexportcount}),
+                 (QStringList{"True", "True", f.path("archive.txt"), "105"}));
+        // Unchecked, nothing is checked and disabled with an empty path and a count of 0 is stored.
+        r.mnuautomate->trigger();
+        d = r.automateDialog();
+        QCOMPARE(d->Text1->text(), f.path("archive.txt"));
+        QVERIFY(d->Option2->isChecked());
+        d->Check1->click();
+        QCOMPARE(d->Text1->text() + d->Text2->text(), "");
+        QVERIFY(!d->Text1->isEnabled() && !d->Text2->isEnabled() && !d->Option1->isEnabled() &&
+                !d->Option2->isEnabled() && !d->Command1->isEnabled());
+        d->Check1->click();
+        QCOMPARE(d->Text1->text(), f.path("archive.txt")); // checking refills from the settings
+        d->Check1->click();
+        d->Command2->click();
+        QTRY_VERIFY(!d);
+        QCOMPARE((QStringList{core::boolText(s.autoexport), s.autoexportfile, s.autoexportcount}),
+                 (QStringList{"False", "", "0"}));
+        // Checking it again later shows the stored, empty path; Cancel keeps the settings.
+        r.mnuautomate->trigger();
+        d = r.automateDialog();
+        d->Check1->click();
+        QCOMPARE(d->Text1->text(), "");
+        d->Command3->click();
+        QTRY_VERIFY(!d);
+        QVERIFY(!s.autoexport);
+    }
+
+    void theAutomaticExportCreatesAppendsOrReplacesItsFile_data()
+    {
+        QTest::addColumn<bool>("overwrite");
+        QTest::addColumn<bool>("fileThere");
+        QTest::addColumn<QString>("kept");
+        QTest::newRow("append to a missing file") << false << false << "";
+        QTest::newRow("append to an existing file") << false << true << "old line\r\n";
+        QTest::newRow("overwrite") << true << true << "";
+    }
+    void theAutomaticExportCreatesAppendsOrReplacesItsFile()
+    {
+        QFETCH(bool, overwrite);
+        QFETCH(bool, fileThere);
+        QFETCH(QString, kept);
+        Fleet f;
+        if (fileThere)
+            f.writeFile("auto.txt", {"old line"});
+        // Five rows a scan, a threshold of 10: the second scan exports.
+        ReportWindow& r = f.open([&](core::SettingsRecord& s) {
+            s.autoexport = true;
+            s.autoexportoverwrite = overwrite;
+            s.autoexportcount = "10";
+        });
+        f.program->state.settings.autoexportfile = f.path("auto.txt");
+        QCOMPARE(r.rows().count(), 5); // the first scan of loading exports nothing
+        f.minutes(5);
+        QCOMPARE(r.rows().count(), 0);
+        const QString first = exported(f, "auto.txt");
+        QVERIFY(first.startsWith(kept));
+        QCOMPARE(first.mid(kept.size()).count("\r\n"), 10);
+        f.minutes(5);
+        QCOMPARE(r.rows().count(), 5);
+        QCOMPARE(exported(f, "auto.txt"), first);
+        f.minutes(5);
+        QCOMPARE(r.rows().count(), 0);
+        const QString second = exported(f, "auto.txt");
+        QCOMPARE(second.count("\r\n"), overwrite ? 10 : first.count("\r\n") + 10);
+    }
+
+    void aFailedAutomaticExportLogsOnceKeepsTheRowsAndTriesAgain()
+    {
+        Fleet f;
+        ReportWindow& r = f.open([](core::SettingsRecord& s) {
+            s.autoexport = true;
+            s.autoexportcount = "5";
+        });
+        f.program->state.settings.autoexportfile = f.path("auto.txt");
+        f.sim.files.failOn(SimTextFiles::Op::Write, "auto.txt");
+        const qint64 logBefore = f.readBytes("Jobs.log").size();
+        f.minutes(5);
+        QCOMPARE(r.rows().count(), 10);
+        const QStringList logged = QString::fromUtf8(f.readBytes("Jobs.log").mid(logBefore)).split("\r\n", Qt::SkipEmptyParts);
+        QCOMPARE(logged.size(), 1);
+        QVERIFY(logged.first().contains("Automatic export to " + f.path("auto.txt") + " failed"));
+        f.sim.files.clearFailures();
+        f.minutes(5);
+        QCOMPARE(r.rows().count(), 0);
+        QCOMPARE(f.readBytes("auto.txt").count("\r\n"), 15);
+    }
+};
+
+QTEST_MAIN(ReportWindowTest)
+#include "tst_reportwindow.moc"
