@@ -8,30 +8,51 @@
 //   unless includeUnterminated is set, so counting readers never see it.
 // - File names are matched without regard to case: "Jobs.log" finds "jobs.log". A file that
 //   does not exist yet is created with the spelling given.
-// - writeLines() replaces a whole file by writing a temporary file beside it and renaming it
-//   over the old one, so a crash in the middle leaves the old file whole.
-// - Nothing throws. Failures come back as false, std::nullopt or -1.
+// - writeLines() replaces a whole file by writing a temporary file beside it, syncing it and
+//   renaming it over the old one. Every write, the sync and the close are checked: when any of
+//   them fails (a full disk, say) the temporary file is removed and the old file stays whole.
+//   A crash in the middle leaves the old file whole too.
+// - appendLines() writes its lines in one write; when that fails part-way the file is cut back
+//   to its old length, so a failed append leaves no half line behind.
+// - Nothing throws. Failures come back as false, std::nullopt or -1; the writing calls also
+//   say why through an optional FileError.
 #include <QString>
 #include <QStringList>
 #include <optional>
 
 namespace velmora::platform {
 
+// Why a writing call failed, for a message that names the file and the reason.
+struct FileError {
+    // The Windows error code of the failure:
+    //   3 ERROR_PATH_NOT_FOUND       the folder does not exist (or a part of it is no folder)
+    //   4 ERROR_TOO_MANY_OPEN_FILES  5 ERROR_ACCESS_DENIED        19 ERROR_WRITE_PROTECT (read-only file system)
+    //   29 ERROR_WRITE_FAULT (input/output error)                 32 ERROR_SHARING_VIOLATION (busy)
+    //   87 ERROR_INVALID_PARAMETER   112 ERROR_DISK_FULL          206 ERROR_FILENAME_EXCED_RANGE
+    //   223 ERROR_FILE_TOO_LARGE     1295 ERROR_DISK_QUOTA_EXCEEDED
+    //   31 ERROR_GEN_FAILURE         anything else
+    int code = 0;
+    // The system's own words for it, e.g. "No space left on device".
+    QString reason;
+};
+
 class TextFiles {
 public:
     virtual ~TextFiles() = default;
 
     virtual bool exists(const QString& path) = 0;
-    // Creates the file empty, truncating an existing one.
-    virtual bool create(const QString& path) = 0;
+    // Creates the file empty, truncating an existing one. error, when given, is filled on failure.
+    virtual bool create(const QString& path, FileError* error = nullptr) = 0;
     virtual std::optional<QStringList> readLines(const QString& path, bool includeUnterminated = false) = 0;
     virtual std::optional<QString> readAll(const QString& path) = 0;
     // Number of terminated lines, -1 when the file cannot be read.
     virtual int lineCount(const QString& path) = 0;
-    // Replaces the file with the given lines, each followed by CR LF.
-    virtual bool writeLines(const QString& path, const QStringList& lines) = 0;
+    // Replaces the file with the given lines, each followed by CR LF. On failure the old file is
+    // unchanged and error, when given, says why.
+    virtual bool writeLines(const QString& path, const QStringList& lines, FileError* error = nullptr) = 0;
     // Appends the given lines, each followed by CR LF, in one write; creates the file when missing.
-    virtual bool appendLines(const QString& path, const QStringList& lines) = 0;
+    // On failure the file keeps its old content and error, when given, says why.
+    virtual bool appendLines(const QString& path, const QStringList& lines, FileError* error = nullptr) = 0;
     // Size in bytes, -1 when the file does not exist.
     virtual qint64 size(const QString& path) = 0;
     virtual bool remove(const QString& path) = 0;

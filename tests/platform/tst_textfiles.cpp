@@ -1,14 +1,23 @@
-// The disk text-file backend: line reading rules, case-blind names, atomic replacement.
+// The disk text-file backend: line reading rules, case-blind names, atomic replacement, a full
+// disk (a real one: a small tmpfs in a mount namespace of the test's own, and the simulated
+// backend's disk that fills part-way).
 #include "platform/linux/disktextfiles.h"
+#include "platform/sim/simplatform.h"
 
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cerrno>
 #include <csignal>
+#include <cstring>
+#include <functional>
 #include <memory>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace velmora::platform;
@@ -31,6 +40,49 @@ QByteArray bytesOf(const QString& path)
 QStringList entries(const QString& dir)
 {
     return QDir(dir).entryList(QDir::Files | QDir::Hidden | QDir::System, QDir::Name);
+}
+
+// Runs fn on a thread of its own that has a private mount namespace with a tmpfs of sizeKb
+// mounted over folder (a mount namespace belongs to a thread once unshared, so only fn sees
+// the tmpfs). Empty when fn ran, else why it could not.
+QString onSmallDisk(const QString& folder, int sizeKb, const std::function<void()>& fn)
+{
+    if (::geteuid() != 0)
+        return "mounting a small file system needs root";
+    QString problem;
+    std::thread t([&] {
+        if (::unshare(CLONE_NEWNS) != 0) {
+            problem = QString("unshare(CLONE_NEWNS): ") + std::strerror(errno);
+            return;
+        }
+        // Nothing mounted here may show outside the namespace.
+        if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+            problem = QString("making mounts private: ") + std::strerror(errno);
+            return;
+        }
+        const QByteArray options = "size=" + QByteArray::number(sizeKb) + "k";
+        if (::mount("velmora-test", QFile::encodeName(folder).constData(), "tmpfs", 0, options.constData()) != 0) {
+            problem = QString("mount -t tmpfs: ") + std::strerror(errno);
+            return;
+        }
+        fn();
+        ::umount2(QFile::encodeName(folder).constData(), MNT_DETACH);
+    });
+    t.join();
+    return problem;
+}
+
+// Fills the file system of folder up to its last byte.
+void fillUp(const QString& folder)
+{
+    QFile filler(folder + "/filler");
+    if (!filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+        return;
+    const QByteArray block(1024, 'f');
+    while (filler.write(block) == block.size()) {
+    }
+    while (filler.write(block.left(1)) == 1) {
+    }
 }
 
 } // namespace
@@ -151,6 +203,91 @@ private slots:
         QVERIFY(!intoReadOnly);
         QCOMPARE(bytesOf(path), old);
         QCOMPARE(entries(dir_->path()), QStringList{"Computerlist"});
+    }
+
+    void aFullDiskNeverReplacesOrDamagesAFile()
+    {
+        const QString folder = file("disk");
+        QVERIFY(QDir().mkdir(folder));
+        const QString list = folder + "/Computerlist";
+        const QString log = folder + "/Jobs.log";
+        const QByteArray oldList("DC1\tmonitored\r\nFS1\r\n");
+        const QByteArray oldLog("first\r\n");
+        bool written = true, appended = true, small = true, created = true;
+        FileError writeError, appendError, smallError;
+        QByteArray listAfter, logAfter;
+        QStringList left;
+        const QString why = onSmallDisk(folder, 64, [&] {
+            DiskTextFiles disk;
+            if (!disk.writeLines(list, {"DC1\tmonitored", "FS1"}) || !disk.writeLines(log, {"first"}))
+                return;
+            fillUp(folder);
+            // Larger than anything left: the temporary copy cannot be written.
+            written = disk.writeLines(list, QStringList(100, QString(100, 'S')), &writeError);
+            // Even a tiny one fails, at the latest when it is synced.
+            small = disk.writeLines(list, {"X"}, &smallError);
+            appended = disk.appendLines(log, QStringList(20, QString(300, 'L')), &appendError);
+            listAfter = bytesOf(list);
+            logAfter = bytesOf(log);
+            left = entries(folder);
+            // With room again everything works.
+            QFile::remove(folder + "/filler");
+            created = disk.writeLines(list, {"NEW"}) && bytesOf(list) == "NEW\r\n";
+        });
+        if (!why.isEmpty())
+            QSKIP(qPrintable(why));
+        QVERIFY(!written);
+        QCOMPARE(writeError.code, 112);
+        QCOMPARE(writeError.reason, QString::fromLocal8Bit(std::strerror(ENOSPC)));
+        QVERIFY(!small);
+        QCOMPARE(smallError.code, 112);
+        QVERIFY(!appended);
+        QCOMPARE(appendError.code, 112);
+        QCOMPARE(listAfter, oldList);
+        QCOMPARE(logAfter, oldLog);
+        QCOMPARE(left, (QStringList{"Computerlist", "Jobs.log", "filler"}));
+        QVERIFY(created);
+    }
+
+    void theSimulatedDiskFillsPartWay()
+    {
+        velmora::platform::sim::SimTextFiles sim;
+        const QString list = file("Computerlist");
+        const QString log = file("Jobs.log");
+        QVERIFY(sim.writeLines(list, {"DC1", "FS1"}));
+        QVERIFY(sim.appendLines(log, {"first"}));
+        sim.setRoomLeft(10); // the first ten bytes of the next write reach the disk
+        FileError error;
+        QVERIFY(!sim.writeLines(list, {"SRV01", "SRV02", "SRV03"}, &error));
+        QCOMPARE(error.code, 112);
+        QCOMPARE(bytesOf(list), QByteArray("DC1\r\nFS1\r\n"));
+        QVERIFY(!sim.appendLines(log, {"second line"}, &error));
+        QCOMPARE(error.code, 112);
+        QCOMPARE(bytesOf(log), QByteArray("first\r\n"));
+        QCOMPARE(entries(dir_->path()), (QStringList{"Computerlist", "Jobs.log"}));
+        sim.setRoomLeft(-1);
+        QVERIFY(sim.writeLines(list, {"SRV01"}, &error));
+
+        // The switch for a refused call says why too.
+        sim.failOn(velmora::platform::sim::SimTextFiles::Op::Write, "computerlist");
+        QVERIFY(!sim.writeLines(list, {"x"}, &error));
+        QCOMPARE(error.code, 5);
+        QCOMPARE(bytesOf(list), QByteArray("SRV01\r\n"));
+    }
+
+    void writeErrorsNameTheirCause()
+    {
+        FileError error;
+        QVERIFY(!files.writeLines(file("no/such/folder/Settings"), {"x"}, &error));
+        QCOMPARE(error.code, 3);
+        QVERIFY(!error.reason.isEmpty());
+        QVERIFY(!files.appendLines(file("no/such/folder/Jobs.log"), {"x"}, &error));
+        QCOMPARE(error.code, 3);
+        QVERIFY(!files.create(file("no/such/folder/Jobs.log"), &error));
+        QCOMPARE(error.code, 3);
+        QVERIFY(QDir(dir_->path()).mkdir("DC1"));
+        QVERIFY(!files.appendLines(file("DC1"), {"x"}, &error));
+        QCOMPARE(error.code, 5);
     }
 
     void appendLinesCreatesAndExtends()

@@ -3,7 +3,13 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
+#include <QRandomGenerator>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace velmora::platform {
 
@@ -49,7 +55,124 @@ std::optional<QByteArray> readBytes(const QString& path)
     return bytes;
 }
 
+// The name of a temporary copy of name: hidden, and recognisable by its ".velmora-tmp-" part
+// followed by six random letters or digits.
+QByteArray temporaryName(const QByteArray& name)
+{
+    static constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    QByteArray suffix(6, 'x');
+    for (char& c : suffix)
+        c = alphabet[QRandomGenerator::global()->bounded(int(sizeof alphabet - 1))];
+    return '.' + name + ".velmora-tmp-" + suffix;
+}
+
+bool report(int errnum, FileError* error)
+{
+    if (errnum != 0 && error)
+        *error = DiskTextFiles::errorFor(errnum);
+    return errnum == 0;
+}
+
 } // namespace
+
+FileError DiskTextFiles::errorFor(int errnum)
+{
+    FileError e;
+    switch (errnum) {
+    case 0: return e;
+    case ENOENT: case ENOTDIR: e.code = 3; break;
+    case EMFILE: case ENFILE: e.code = 4; break;
+    case EACCES: case EPERM: case EISDIR: e.code = 5; break;
+    case EROFS: e.code = 19; break;
+    case EIO: e.code = 29; break;
+    case EBUSY: case ETXTBSY: e.code = 32; break;
+    case EINVAL: e.code = 87; break;
+    case ENOSPC: e.code = 112; break;
+    case ENAMETOOLONG: e.code = 206; break;
+    case EFBIG: e.code = 223; break;
+    case EDQUOT: e.code = 1295; break;
+    default: e.code = 31; break;
+    }
+    e.reason = QString::fromLocal8Bit(std::strerror(errnum));
+    return e;
+}
+
+int DiskTextFiles::writeBytes(int fd, const QByteArray& bytes)
+{
+    const char* p = bytes.constData();
+    qint64 left = bytes.size();
+    while (left > 0) {
+        const ssize_t n = ::write(fd, p, size_t(left));
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            return errno;
+        }
+        if (n == 0)
+            return EIO;
+        p += n;
+        left -= n;
+    }
+    return 0;
+}
+
+int DiskTextFiles::replaceFile(const QString& path, const QByteArray& bytes)
+{
+    QFileInfo info(path);
+    // A link is followed, so that the file it points to is the one replaced.
+    if (info.isSymLink())
+        info = QFileInfo(info.symLinkTarget());
+    const QByteArray target = QFile::encodeName(info.absoluteFilePath());
+    const QByteArray folder = QFile::encodeName(info.absolutePath());
+    const QByteArray name = QFile::encodeName(info.fileName());
+    struct stat old {};
+    const bool replacing = ::stat(target.constData(), &old) == 0;
+
+    QByteArray temp;
+    int fd = -1;
+    for (int attempt = 0; fd < 0; ++attempt) {
+        temp = folder + '/' + temporaryName(name);
+        fd = ::open(temp.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (fd < 0 && (errno != EEXIST || attempt == 100))
+            return errno;
+    }
+    int err = 0;
+    if (replacing)
+        ::fchmod(fd, old.st_mode & 07777); // the new file keeps the old one's permissions
+    err = writeBytes(fd, bytes);
+    // Some file systems report a full disk only when the data is flushed: sync and close count
+    // as much as the writes do.
+    if (err == 0 && ::fsync(fd) != 0)
+        err = errno;
+    if (::close(fd) != 0 && err == 0)
+        err = errno;
+    if (err == 0 && ::rename(temp.constData(), target.constData()) != 0)
+        err = errno;
+    if (err != 0)
+        ::unlink(temp.constData());
+    return err;
+}
+
+int DiskTextFiles::appendFile(const QString& path, const QByteArray& bytes)
+{
+    const QByteArray target = QFile::encodeName(path);
+    const int fd = ::open(target.constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    if (fd < 0)
+        return errno;
+    struct stat before {};
+    int err = ::fstat(fd, &before) == 0 ? 0 : errno;
+    if (err == 0) {
+        // One write, so a reader never sees half a line; when it fails part-way the file is cut
+        // back to where it ended.
+        err = writeBytes(fd, bytes);
+        if (err != 0 && ::ftruncate(fd, before.st_size) != 0) {
+            // Nothing more can be done: the error already says what went wrong.
+        }
+    }
+    if (::close(fd) != 0 && err == 0)
+        err = errno;
+    return err;
+}
 
 QString DiskTextFiles::resolve(const QString& path)
 {
@@ -72,10 +195,13 @@ bool DiskTextFiles::exists(const QString& path)
     return QFileInfo(resolve(path)).isFile();
 }
 
-bool DiskTextFiles::create(const QString& path)
+bool DiskTextFiles::create(const QString& path, FileError* error)
 {
-    QFile f(resolve(path));
-    return f.open(QIODevice::WriteOnly | QIODevice::Truncate);
+    const int fd = ::open(QFile::encodeName(resolve(path)).constData(),
+                          O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0)
+        return report(errno, error);
+    return report(::close(fd) == 0 ? 0 : errno, error);
 }
 
 std::optional<QStringList> DiskTextFiles::readLines(const QString& path, bool includeUnterminated)
@@ -100,27 +226,14 @@ int DiskTextFiles::lineCount(const QString& path)
     return lines ? int(lines->size()) : -1;
 }
 
-bool DiskTextFiles::writeLines(const QString& path, const QStringList& lines)
+bool DiskTextFiles::writeLines(const QString& path, const QStringList& lines, FileError* error)
 {
-    QSaveFile f(resolve(path));
-    if (!f.open(QIODevice::WriteOnly))
-        return false;
-    const QByteArray bytes = joinTextLines(lines);
-    if (f.write(bytes) != bytes.size()) {
-        f.cancelWriting();
-        return false;
-    }
-    return f.commit();
+    return report(replaceFile(resolve(path), joinTextLines(lines)), error);
 }
 
-bool DiskTextFiles::appendLines(const QString& path, const QStringList& lines)
+bool DiskTextFiles::appendLines(const QString& path, const QStringList& lines, FileError* error)
 {
-    QFile f(resolve(path));
-    // Unbuffered, so the lines go to the file in one write and a reader never sees half a line.
-    if (!f.open(QIODevice::Append | QIODevice::Unbuffered))
-        return false;
-    const QByteArray bytes = joinTextLines(lines);
-    return f.write(bytes) == bytes.size();
+    return report(appendFile(resolve(path), joinTextLines(lines)), error);
 }
 
 qint64 DiskTextFiles::size(const QString& path)

@@ -31,23 +31,31 @@ class SimTextFiles : public DiskTextFiles {
 public:
     enum class Op { Exists, Create, Read, Write, Append, Size, Remove };
     // Every call of op on a path whose file name matches (without regard to case; empty: any
-    // path) fails from now on, until clearFailures().
+    // path) fails from now on, as access denied (5), until clearFailures().
     void failOn(Op op, const QString& fileName = {});
     void clearFailures();
+    // The disk has room for only this many more bytes: a write that goes beyond them writes what
+    // fits and then fails as a full disk does (112, "No space left on device"). Space freed by
+    // replaced files does not count. -1: room without end (the start).
+    void setRoomLeft(qint64 bytes) { room_ = bytes; }
 
     bool exists(const QString& path) override;
-    bool create(const QString& path) override;
+    bool create(const QString& path, FileError* error = nullptr) override;
     std::optional<QStringList> readLines(const QString& path, bool includeUnterminated = false) override;
     std::optional<QString> readAll(const QString& path) override;
     int lineCount(const QString& path) override;
-    bool writeLines(const QString& path, const QStringList& lines) override;
-    bool appendLines(const QString& path, const QStringList& lines) override;
+    bool writeLines(const QString& path, const QStringList& lines, FileError* error = nullptr) override;
+    bool appendLines(const QString& path, const QStringList& lines, FileError* error = nullptr) override;
     qint64 size(const QString& path) override;
     bool remove(const QString& path) override;
 
+protected:
+    int writeBytes(int fd, const QByteArray& bytes) override;
+
 private:
-    bool fails(Op op, const QString& path) const;
+    bool fails(Op op, const QString& path, FileError* error = nullptr) const;
     std::vector<std::pair<Op, QString>> failures_;
+    qint64 room_ = -1;
 };
 
 struct ShownBox {
