@@ -61,6 +61,12 @@ public:
     // Why the last call that failed on this thread failed, in words ("No space left on device");
     // empty when the backend cannot tell.
     virtual QString lastError() const { return {}; }
+    // Removes the temporary copies that writeLines() left in folder when the program was killed
+    // between writing a copy and renaming it: this backend's own ".<name>.velmora-tmp-XXXXXX",
+    // and "<name>.XXXXXX" (six letters, at least one of them lower case) beside an existing
+    // file <name>, as earlier versions named them. Nothing else is touched. Meant for start-up,
+    // before anything writes. Returns how many were removed, -1 when folder cannot be listed.
+    virtual int removeLeftoverCopies(const QString& folder) = 0;
 };
 
 // Splits raw file bytes into lines by the reading rules above.

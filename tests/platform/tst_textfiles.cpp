@@ -290,6 +290,34 @@ private slots:
         QCOMPARE(error.code, 5);
     }
 
+    void leftoverTemporaryCopiesAreTidiedAndNothingElse()
+    {
+        const QStringList kept{"Computerlist", "Computers", "DC1", "DC1.CORPAB", "FS1", "Jobs.log",
+                               "Notes.UskWgG",           // no file "Notes" beside it
+                               "Settings.Ab1cde",        // a digit: not such a copy
+                               "Settings.abc",           // too short
+                               ".Settings.velmora-tmp-abc", ".x.velmora-tmp-abcdefg", "Settings"};
+        const QStringList leftovers{"Computerlist.UskWgG", "computers.qqqqqq", "Settings.aBCDEF",
+                                    ".Computerlist.velmora-tmp-Ab3dE9", ".Orphan.velmora-tmp-ZZZZZZ"};
+        // An earlier version's leftover is only taken beside the file it copies, with its spelling.
+        for (const QString& n : kept + leftovers)
+            putBytes(file(n), "DC1\r\n");
+        QVERIFY(QDir(dir_->path()).mkdir("Folder.abcdef"));
+        QCOMPARE(files.removeLeftoverCopies(dir_->path()), 4);
+        QStringList expected = kept;
+        expected << "computers.qqqqqq"; // "computers" does not exist in that spelling
+        expected.sort();
+        QCOMPARE(entries(dir_->path()), expected);
+        QVERIFY(QFileInfo(file("Folder.abcdef")).isDir());
+        QCOMPARE(files.removeLeftoverCopies(file("missing")), -1);
+
+        // A copy left by a write that was killed before the rename is one of them.
+        const QString settings = file("Settings");
+        QVERIFY(files.writeLines(settings, {"True"}));
+        QCOMPARE(files.removeLeftoverCopies(dir_->path()), 0);
+        QCOMPARE(bytesOf(settings), QByteArray("True\r\n"));
+    }
+
     void appendLinesCreatesAndExtends()
     {
         const QString path = file("Jobs.log");

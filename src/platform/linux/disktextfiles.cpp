@@ -4,6 +4,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRandomGenerator>
+#include <QRegularExpression>
 
 #include <cerrno>
 #include <cstring>
@@ -234,6 +235,30 @@ bool DiskTextFiles::writeLines(const QString& path, const QStringList& lines, Fi
 bool DiskTextFiles::appendLines(const QString& path, const QStringList& lines, FileError* error)
 {
     return report(appendFile(resolve(path), joinTextLines(lines)), error);
+}
+
+int DiskTextFiles::removeLeftoverCopies(const QString& folder)
+{
+    const QDir dir(folder);
+    if (!dir.exists())
+        return -1;
+    static const QRegularExpression ours(QStringLiteral("^\\..+\\.velmora-tmp-[A-Za-z0-9]{6}$"));
+    static const QRegularExpression earlier(QStringLiteral("^(.+)\\.([A-Za-z]{6})$"));
+    const QStringList names = dir.entryList(QDir::Files | QDir::Hidden | QDir::System | QDir::NoSymLinks);
+    int removed = 0;
+    for (const QString& name : names) {
+        bool leftover = ours.match(name).hasMatch();
+        if (!leftover) {
+            const auto m = earlier.match(name);
+            // Server names are kept in upper case, so a suffix with a lower-case letter cannot
+            // be a per-server file named like a dotted name.
+            leftover = m.hasMatch() && m.captured(2) != m.captured(2).toUpper()
+                && QFileInfo(dir.filePath(m.captured(1))).isFile();
+        }
+        if (leftover && QFile::remove(dir.filePath(name)))
+            ++removed;
+    }
+    return removed;
 }
 
 qint64 DiskTextFiles::size(const QString& path)

@@ -16,6 +16,7 @@ public:
     qint64 size(const QString& path) override;
     bool remove(const QString& path) override;
     QString resolve(const QString& path) override;
+    int removeLeftoverCopies(const QString& folder) override;
 
     // The Windows error code and the system's words for a native error number.
     static FileError errorFor(int errnum);
