@@ -51,6 +51,8 @@ public:
     // unchanged and error, when given, says why.
     virtual bool writeLines(const QString& path, const QStringList& lines, FileError* error = nullptr) = 0;
     // Appends the given lines, each followed by CR LF, in one write; creates the file when missing.
+    // A file whose last line has no line end gets CR LF first, so the new lines start on lines
+    // of their own.
     // On failure the file keeps its old content and error, when given, says why.
     virtual bool appendLines(const QString& path, const QStringList& lines, FileError* error = nullptr) = 0;
     // Size in bytes, -1 when the file does not exist.

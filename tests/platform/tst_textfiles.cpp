@@ -324,10 +324,16 @@ private slots:
         QVERIFY(files.appendLines(path, {"first"}));
         QVERIFY(files.appendLines(path, {"second", "third"}));
         QCOMPARE(bytesOf(path), QByteArray("first\r\nsecond\r\nthird\r\n"));
-        // Appending to an unterminated last line joins it: the old tail is still not a line.
-        putBytes(path, "a\r\ntail");
-        QVERIFY(files.appendLines(path, {"b"}));
-        QCOMPARE(*files.readLines(path), (QStringList{"a", "tailb"}));
+        // A last line without its line end is ended first: the new entry is not glued to it.
+        putBytes(path, "a\r\nRunnin");
+        QVERIFY(files.appendLines(path, {"23 Nov 2026 b"}));
+        QCOMPARE(bytesOf(path), QByteArray("a\r\nRunnin\r\n23 Nov 2026 b\r\n"));
+        // A line ended by LF or a lone CR counts as ended.
+        for (const QByteArray& ending : {QByteArray("\n"), QByteArray("\r")}) {
+            putBytes(path, "a" + ending);
+            QVERIFY(files.appendLines(path, {"b"}));
+            QCOMPARE(bytesOf(path), "a" + ending + "b\r\n");
+        }
         QVERIFY(!files.appendLines(file("no/such/folder/x"), {"x"}));
     }
 

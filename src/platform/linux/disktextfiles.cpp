@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -157,15 +158,25 @@ int DiskTextFiles::replaceFile(const QString& path, const QByteArray& bytes)
 int DiskTextFiles::appendFile(const QString& path, const QByteArray& bytes)
 {
     const QByteArray target = QFile::encodeName(path);
-    const int fd = ::open(target.constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    const int fd = ::open(target.constData(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
     if (fd < 0)
         return errno;
+    // Other writers (another copy of the program) append under the same lock, so the end read
+    // below is the end of a whole line of theirs, never the middle of one still being written.
+    while (::flock(fd, LOCK_EX) != 0 && errno == EINTR) {
+    }
     struct stat before {};
     int err = ::fstat(fd, &before) == 0 ? 0 : errno;
     if (err == 0) {
+        // A last line without its line end (written by hand or by another program) gets one
+        // first, so the new lines do not run on from it.
+        char last = '\n';
+        if (before.st_size > 0 && ::pread(fd, &last, 1, before.st_size - 1) != 1)
+            last = '\n';
+        const QByteArray out = last == '\n' || last == '\r' ? bytes : "\r\n" + bytes;
         // One write, so a reader never sees half a line; when it fails part-way the file is cut
         // back to where it ended.
-        err = writeBytes(fd, bytes);
+        err = writeBytes(fd, out);
         if (err != 0 && ::ftruncate(fd, before.st_size) != 0) {
             // Nothing more can be done: the error already says what went wrong.
         }
