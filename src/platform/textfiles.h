@@ -3,7 +3,19 @@
 //
 // Rules every backend keeps:
 // - No file is held open between calls: each call opens, does its work and closes.
-// - Text is UTF-8. Lines are written with CR LF. On reading, a line ends with CR LF, LF or a
+// - Text is UTF-8, except in files whose bytes are not valid UTF-8 (text carried over from
+//   Windows, say): these are read as Windows-1252, its five unassigned bytes 0x81, 0x8D, 0x8F,
+//   0x90 and 0x9D standing for U+0081 and so on, so that every byte reads as a character of
+//   its own and writes back as the same byte. The encoding a write uses is decided from the
+//   bytes the file holds at that moment:
+//     writeLines()  the old file is not valid UTF-8: Windows-1252, unless a line holds a
+//                   character that Windows-1252 cannot write; then the whole file is written as
+//                   UTF-8 (nothing is lost either way). Otherwise (valid, empty or no file): UTF-8.
+//     appendLines() the last 64 KiB of the file (from its first line start on) are not valid
+//                   UTF-8: Windows-1252, a character it cannot write becoming "?" as in any
+//                   single-byte text; otherwise UTF-8. The old bytes are never rewritten.
+//   So a file read and written back unchanged keeps every byte.
+// - Lines are written with CR LF. On reading, a line ends with CR LF, LF or a
 //   lone CR (hand-edited files); a last line without any terminator is not part of readLines()
 //   unless includeUnterminated is set, so counting readers never see it.
 // - File names are matched without regard to case: "Jobs.log" finds "jobs.log". A file that
@@ -71,8 +83,18 @@ public:
     virtual int removeLeftoverCopies(const QString& folder) = 0;
 };
 
-// Splits raw file bytes into lines by the reading rules above.
+enum class TextEncoding { Utf8, Windows1252 };
+// Utf8 when bytes are valid UTF-8 (plain ASCII and no bytes at all included), else Windows1252.
+TextEncoding encodingOf(const QByteArray& bytes);
+QString decodeText(const QByteArray& bytes, TextEncoding encoding);
+// The bytes of text in encoding; std::nullopt when Windows-1252 cannot write one of its
+// characters.
+std::optional<QByteArray> encodeText(const QString& text, TextEncoding encoding);
+
+// Splits raw file bytes into lines by the reading rules above, in the encoding encodingOf()
+// finds for them.
 QStringList splitTextLines(const QByteArray& bytes, bool includeUnterminated);
-QByteArray joinTextLines(const QStringList& lines);
+// The lines, each followed by CR LF, in encoding; std::nullopt as encodeText().
+std::optional<QByteArray> joinTextLines(const QStringList& lines, TextEncoding encoding = TextEncoding::Utf8);
 
 } // namespace velmora::platform

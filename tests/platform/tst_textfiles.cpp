@@ -347,6 +347,91 @@ private slots:
         QVERIFY(files.exists(file("srv-ÄÖÜ")));
     }
 
+    void textThatIsNotUtf8KeepsEveryByte()
+    {
+        // A per-server file carried over from Windows: Windows-1252 text, the five bytes the code
+        // page leaves unassigned included, and every other byte but the line ends.
+        QByteArray every;
+        for (int b = 1; b < 256; ++b)
+            if (b != '\r' && b != '\n')
+                every += char(b);
+        const QByteArray original = "[Remarks / Comments:]\r\nK\xF6ln \x80 5 \x93quoted\x94 \x85\r\n"
+                                    "\x81\x8D\x8F\x90\x9D\r\n" + every + "\r\n[EOF]\r\n";
+        const QString path = file("SRV01");
+        putBytes(path, original);
+        const QStringList lines = *files.readLines(path);
+        QCOMPARE(lines.size(), 5);
+        QCOMPARE(lines[1], QStringLiteral("K\u00F6ln \u20AC 5 \u201Cquoted\u201D \u2026"));
+        QCOMPARE(lines[2], QStringLiteral("\u0081\u008D\u008F\u0090\u009D"));
+        QCOMPARE(lines[3].size(), every.size());
+        QVERIFY(files.readAll(path)->startsWith("[Remarks / Comments:]\r\nK\u00F6ln \u20AC"));
+
+        // Written back as read: byte for byte the same.
+        QVERIFY(files.writeLines(path, lines));
+        QCOMPARE(bytesOf(path), original);
+        // A changed line changes only its own bytes; the file stays single-byte.
+        QStringList changed = lines;
+        changed[1] = QStringLiteral("M\u00FCnchen \u2014 \u00BD");
+        QVERIFY(files.writeLines(path, changed));
+        QByteArray expected = original;
+        expected.replace("K\xF6ln \x80 5 \x93quoted\x94 \x85", "M\xFCnchen \x97 \xBD");
+        QCOMPARE(bytesOf(path), expected);
+
+        // A character Windows-1252 has not got turns the whole file into UTF-8, losing nothing.
+        changed[1] = QStringLiteral("\u65E5\u672C \u00FC");
+        QVERIFY(files.writeLines(path, changed));
+        QCOMPARE(*files.readLines(path), changed);
+        QVERIFY(bytesOf(path).startsWith("[Remarks / Comments:]\r\n\xE6\x97\xA5\xE6\x9C\xAC \xC3\xBC\r\n"));
+        // From now on it is a UTF-8 file.
+        QVERIFY(files.writeLines(path, {QStringLiteral("\u00FC")}));
+        QCOMPARE(bytesOf(path), QByteArray("\xC3\xBC\r\n"));
+    }
+
+    void appendsFollowTheEncodingOfTheFile()
+    {
+        const QString log = file("Jobs.log");
+        putBytes(log, "23.11.2026 08:00:00\tK\xD6LN\tSpooler\tStopped\r\n");
+        QVERIFY(files.appendLines(log, {QStringLiteral("Gr\u00F6\u00DFe \u20AC \u65E5")}));
+        QCOMPARE(bytesOf(log), QByteArray("23.11.2026 08:00:00\tK\xD6LN\tSpooler\tStopped\r\nGr\xF6\xDF" "e \x80 ?\r\n"));
+
+        putBytes(log, "plain ASCII\r\n");
+        QVERIFY(files.appendLines(log, {QStringLiteral("Gr\u00F6\u00DFe")}));
+        QCOMPARE(bytesOf(log), QByteArray("plain ASCII\r\nGr\xC3\xB6\xC3\x9F" "e\r\n"));
+
+        // Only the end of a long log counts, cut at a line start (a cut UTF-8 character in
+        // front of it is no reason for Windows-1252).
+        putBytes(log, "K\xD6LN\r\n" + QByteArray(70000, 'x') + "\xC3\xBC" + QByteArray(65529, 'y') + "\r\n\xC3\xBC\r\n");
+        QVERIFY(files.appendLines(log, {QStringLiteral("\u00FC")}));
+        QVERIFY(bytesOf(log).endsWith("\xC3\xBC\r\n\xC3\xBC\r\n"));
+    }
+
+    void onlyValidUtf8CountsAsUtf8_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<bool>("utf8");
+        QTest::newRow("empty") << QByteArray() << true;
+        QTest::newRow("ascii") << QByteArray("DC1\r\n") << true;
+        QTest::newRow("two to four bytes") << QByteArray("\xC3\xBC\xE2\x82\xAC\xF0\x9F\x98\x80") << true;
+        QTest::newRow("latin byte") << QByteArray("K\xF6ln") << false;
+        QTest::newRow("overlong slash") << QByteArray("\xC0\xAF") << false;
+        QTest::newRow("overlong three bytes") << QByteArray("\xE0\x80\xAF") << false;
+        QTest::newRow("surrogate") << QByteArray("\xED\xA0\x80") << false;
+        QTest::newRow("beyond U+10FFFF") << QByteArray("\xF4\x90\x80\x80") << false;
+        QTest::newRow("cut at the end") << QByteArray("ab\xC3") << false;
+        QTest::newRow("lone continuation") << QByteArray("a\x80") << false;
+    }
+    void onlyValidUtf8CountsAsUtf8()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(bool, utf8);
+        QCOMPARE(encodingOf(bytes) == TextEncoding::Utf8, utf8);
+        // Whatever the bytes, they read and write back unchanged.
+        const QString path = file("Notes");
+        putBytes(path, bytes + "\r\n");
+        QVERIFY(files.writeLines(path, *files.readLines(path)));
+        QCOMPARE(bytesOf(path), bytes + "\r\n");
+    }
+
     void sizeExistsAndRemove()
     {
         const QString path = file("Interval");

@@ -6,6 +6,8 @@
 #include <QRandomGenerator>
 #include <QRegularExpression>
 
+#include <algorithm>
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -15,30 +17,121 @@
 
 namespace velmora::platform {
 
+namespace {
+
+// The characters of the Windows-1252 bytes 0x80 to 0x9F; the five bytes the code page leaves
+// unassigned stand for the C1 control character of the same number.
+constexpr char16_t cp1252High[32] = {
+    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+
+// The Windows-1252 byte of c, or -1 when it has none.
+int cp1252Byte(char16_t c)
+{
+    if (c < 0x80 || (c >= 0xA0 && c <= 0xFF))
+        return c;
+    for (int i = 0; i < 32; ++i)
+        if (cp1252High[i] == c)
+            return 0x80 + i;
+    return -1;
+}
+
+bool validUtf8(const QByteArray& bytes)
+{
+    const auto* p = reinterpret_cast<const unsigned char*>(bytes.constData());
+    const qsizetype n = bytes.size();
+    for (qsizetype i = 0; i < n;) {
+        const unsigned char c = p[i];
+        if (c < 0x80) {
+            ++i;
+            continue;
+        }
+        int more;
+        char32_t cp;
+        if (c >= 0xC2 && c <= 0xDF) { more = 1; cp = c & 0x1F; }
+        else if (c >= 0xE0 && c <= 0xEF) { more = 2; cp = c & 0x0F; }
+        else if (c >= 0xF0 && c <= 0xF4) { more = 3; cp = c & 0x07; }
+        else return false;
+        if (i + more >= n)
+            return false;
+        for (int k = 1; k <= more; ++k) {
+            if ((p[i + k] & 0xC0) != 0x80)
+                return false;
+            cp = cp << 6 | (p[i + k] & 0x3F);
+        }
+        // Overlong forms, surrogates and values beyond U+10FFFF are not UTF-8.
+        if ((more == 2 && cp < 0x800) || (more == 3 && (cp < 0x10000 || cp > 0x10FFFF))
+            || (cp >= 0xD800 && cp <= 0xDFFF))
+            return false;
+        i += more + 1;
+    }
+    return true;
+}
+
+} // namespace
+
+TextEncoding encodingOf(const QByteArray& bytes)
+{
+    return validUtf8(bytes) ? TextEncoding::Utf8 : TextEncoding::Windows1252;
+}
+
+QString decodeText(const QByteArray& bytes, TextEncoding encoding)
+{
+    if (encoding == TextEncoding::Utf8)
+        return QString::fromUtf8(bytes);
+    QString text(bytes.size(), Qt::Uninitialized);
+    QChar* out = text.data();
+    for (const char b : bytes) {
+        const auto u = static_cast<unsigned char>(b);
+        *out++ = QChar(u >= 0x80 && u < 0xA0 ? cp1252High[u - 0x80] : char16_t(u));
+    }
+    return text;
+}
+
+std::optional<QByteArray> encodeText(const QString& text, TextEncoding encoding)
+{
+    if (encoding == TextEncoding::Utf8)
+        return text.toUtf8();
+    QByteArray bytes(text.size(), Qt::Uninitialized);
+    char* out = bytes.data();
+    for (const QChar c : text) {
+        const int b = cp1252Byte(c.unicode());
+        if (b < 0)
+            return std::nullopt;
+        *out++ = char(b);
+    }
+    return bytes;
+}
+
 QStringList splitTextLines(const QByteArray& bytes, bool includeUnterminated)
 {
+    const TextEncoding encoding = encodingOf(bytes);
     QStringList lines;
     qsizetype start = 0;
     const qsizetype n = bytes.size();
     for (qsizetype i = 0; i < n; ++i) {
         const char c = bytes[i];
         if (c == '\n' || c == '\r') {
-            lines << QString::fromUtf8(bytes.constData() + start, i - start);
+            lines << decodeText(bytes.mid(start, i - start), encoding);
             if (c == '\r' && i + 1 < n && bytes[i + 1] == '\n')
                 ++i;
             start = i + 1;
         }
     }
     if (includeUnterminated && start < n)
-        lines << QString::fromUtf8(bytes.constData() + start, n - start);
+        lines << decodeText(bytes.mid(start), encoding);
     return lines;
 }
 
-QByteArray joinTextLines(const QStringList& lines)
+std::optional<QByteArray> joinTextLines(const QStringList& lines, TextEncoding encoding)
 {
     QByteArray out;
     for (const QString& l : lines) {
-        out += l.toUtf8();
+        auto bytes = encodeText(l, encoding);
+        if (!bytes)
+            return std::nullopt;
+        out += *bytes;
         out += "\r\n";
     }
     return out;
@@ -155,7 +248,7 @@ int DiskTextFiles::replaceFile(const QString& path, const QByteArray& bytes)
     return err;
 }
 
-int DiskTextFiles::appendFile(const QString& path, const QByteArray& bytes)
+int DiskTextFiles::appendFile(const QString& path, const QStringList& lines)
 {
     const QByteArray target = QFile::encodeName(path);
     const int fd = ::open(target.constData(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
@@ -168,12 +261,32 @@ int DiskTextFiles::appendFile(const QString& path, const QByteArray& bytes)
     struct stat before {};
     int err = ::fstat(fd, &before) == 0 ? 0 : errno;
     if (err == 0) {
+        // The end of the file tells how it is written now, and whether its last line is ended.
+        constexpr qint64 tailSize = 64 * 1024;
+        const qint64 from = std::max<qint64>(0, before.st_size - tailSize);
+        QByteArray tail(before.st_size - from, Qt::Uninitialized);
+        const ssize_t got = tail.isEmpty() ? 0 : ::pread(fd, tail.data(), size_t(tail.size()), from);
+        tail.resize(std::max<ssize_t>(got, 0));
+        const char last = tail.isEmpty() ? '\n' : tail.back();
+        if (from > 0)
+            tail.remove(0, tail.indexOf('\n') + 1); // from the first whole line on
+        QByteArray out;
+        const TextEncoding encoding = encodingOf(tail);
+        for (const QString& line : lines) {
+            if (encoding == TextEncoding::Utf8) {
+                out += line.toUtf8();
+            } else {
+                for (const QChar c : line) {
+                    const int b = cp1252Byte(c.unicode());
+                    out += b < 0 ? '?' : char(b);
+                }
+            }
+            out += "\r\n";
+        }
         // A last line without its line end (written by hand or by another program) gets one
         // first, so the new lines do not run on from it.
-        char last = '\n';
-        if (before.st_size > 0 && ::pread(fd, &last, 1, before.st_size - 1) != 1)
-            last = '\n';
-        const QByteArray out = last == '\n' || last == '\r' ? bytes : "\r\n" + bytes;
+        if (last != '\n' && last != '\r')
+            out.prepend("\r\n");
         // One write, so a reader never sees half a line; when it fails part-way the file is cut
         // back to where it ended.
         err = writeBytes(fd, out);
@@ -229,7 +342,7 @@ std::optional<QString> DiskTextFiles::readAll(const QString& path)
     auto bytes = readBytes(resolve(path));
     if (!bytes)
         return std::nullopt;
-    return QString::fromUtf8(*bytes);
+    return decodeText(*bytes, encodingOf(*bytes));
 }
 
 int DiskTextFiles::lineCount(const QString& path)
@@ -240,12 +353,18 @@ int DiskTextFiles::lineCount(const QString& path)
 
 bool DiskTextFiles::writeLines(const QString& path, const QStringList& lines, FileError* error)
 {
-    return report(replaceFile(resolve(path), joinTextLines(lines)), error);
+    const QString target = resolve(path);
+    // A file that is not UTF-8 stays in its single-byte encoding while it can hold the text.
+    const auto old = readBytes(target);
+    auto bytes = joinTextLines(lines, old ? encodingOf(*old) : TextEncoding::Utf8);
+    if (!bytes)
+        bytes = joinTextLines(lines, TextEncoding::Utf8);
+    return report(replaceFile(target, *bytes), error);
 }
 
 bool DiskTextFiles::appendLines(const QString& path, const QStringList& lines, FileError* error)
 {
-    return report(appendFile(resolve(path), joinTextLines(lines)), error);
+    return report(appendFile(resolve(path), lines), error);
 }
 
 int DiskTextFiles::removeLeftoverCopies(const QString& folder)

@@ -29,7 +29,7 @@ protected:
 
 private:
     int replaceFile(const QString& target, const QByteArray& bytes);
-    int appendFile(const QString& target, const QByteArray& bytes);
+    int appendFile(const QString& target, const QStringList& lines);
 };
 
 } // namespace velmora::platform
