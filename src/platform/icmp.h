@@ -9,10 +9,20 @@ namespace velmora::platform {
 
 class Icmp {
 public:
+    // How long resolve() waits for a name server.
+    static constexpr int resolveTimeoutMs = 1000;
+
     virtual ~Icmp() = default;
-    // The dotted IPv4 address a name resolves to (a dotted address resolves to itself), or an
-    // empty text when it does not resolve.
+    // The dotted IPv4 address a name resolves to (a dotted address resolves to itself without
+    // asking any name server), or an empty text when it does not resolve within
+    // resolveTimeoutMs.
     virtual QString resolve(const QString& name) = 0;
+    // resolve() for many names at once: the names are looked up side by side, so one slow name
+    // never holds up the answers of the others, and a name without an answer within timeoutMs
+    // gets an empty text. Returns one address per name, in order, after timeoutMs at the latest;
+    // lookups still under way then are abandoned, and nothing waits for them, not even the end
+    // of the program.
+    virtual QStringList resolveAll(const QStringList& names, int timeoutMs) = 0;
     // Sends one echo request carrying data to every address at once and waits up to timeoutMs
     // for the replies. Returns one status per address, in the same order:
     //   0      a reply came

@@ -8,8 +8,19 @@
 #include <QStandardPaths>
 #include <QTest>
 
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <arpa/inet.h>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <linux/capability.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -67,6 +78,47 @@ bool runInNamespace(const QString& ns, bool withoutNetRaw, const std::function<v
     });
     t.join();
     return entered;
+}
+
+// Runs fn on a thread of its own in a fresh network namespace (loopback up) and a private
+// mount namespace where /etc/hosts and /etc/resolv.conf are the given texts (the resolver reads
+// both afresh when they change). Threads fn starts live there too. Empty when fn ran, else why not.
+QString withOwnNameService(const QByteArray& hosts, const QByteArray& resolvConf, const std::function<void()>& fn)
+{
+    if (::geteuid() != 0)
+        return "own network and mount namespaces need root";
+    QTemporaryDir dir;
+    for (const auto& [name, text] : {std::pair{"hosts", hosts}, std::pair{"resolv.conf", resolvConf}}) {
+        QFile f(dir.filePath(name));
+        if (!f.open(QIODevice::WriteOnly) || f.write(text) != text.size())
+            return "cannot write the test's own " + QString(name);
+    }
+    QString problem;
+    std::thread t([&] {
+        const auto fail = [&](const char* what) { problem = QString(what) + ": " + std::strerror(errno); };
+        if (::unshare(CLONE_NEWNS | CLONE_NEWNET) != 0)
+            return fail("unshare");
+        if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+            return fail("making mounts private");
+        for (const char* name : {"hosts", "resolv.conf"}) {
+            const QByteArray from = QFile::encodeName(dir.filePath(name));
+            const QByteArray to = QByteArray("/etc/") + name;
+            if (::mount(from.constData(), to.constData(), nullptr, MS_BIND, nullptr) != 0)
+                return fail("bind-mounting /etc file");
+        }
+        const int s = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        ifreq ifr{};
+        std::strcpy(ifr.ifr_name, "lo");
+        const bool up = s >= 0 && ::ioctl(s, SIOCGIFFLAGS, &ifr) == 0
+            && (ifr.ifr_flags |= IFF_UP, ::ioctl(s, SIOCSIFFLAGS, &ifr) == 0);
+        if (s >= 0)
+            ::close(s);
+        if (!up)
+            return fail("bringing loopback up");
+        fn();
+    });
+    t.join();
+    return problem;
 }
 
 } // namespace
@@ -182,6 +234,64 @@ private slots:
         QCOMPARE(icmp.resolve("10.1.2.3"), QString("10.1.2.3"));
         QCOMPARE(icmp.resolve("no-such-host-velmora.invalid"), QString());
         QCOMPARE(icmp.resolve(""), QString());
+    }
+
+    void aSilentNameServerHoldsUpOnlyItsOwnNames()
+    {
+        std::vector<QStringList> answers;
+        std::atomic<int> queries{0};
+        std::vector<qint64> elapsed;
+        const QString why = withOwnNameService(
+            "127.0.0.1 localhost\n10.9.8.7 fast-one\n10.9.8.8 fast-two\n",
+            // A name server of the test's own that reads every question and never answers; left
+            // to itself the resolver would wait 30 seconds for each name.
+            "nameserver 127.0.0.1\noptions timeout:30 attempts:1\n", [&] {
+                const int dns = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+                sockaddr_in a{};
+                a.sin_family = AF_INET;
+                a.sin_port = htons(53);
+                a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+                if (dns < 0 || ::bind(dns, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0)
+                    return;
+                std::atomic<bool> stop{false};
+                std::thread silent([&] {
+                    char buf[1500];
+                    while (!stop) {
+                        pollfd p{dns, POLLIN, 0};
+                        if (::poll(&p, 1, 50) > 0 && ::recv(dns, buf, sizeof buf, 0) > 0)
+                            ++queries;
+                    }
+                });
+                // More silent names than the first threads, all in front of the quick ones.
+                QStringList names;
+                for (int i = 0; i < 300; ++i)
+                    names << QStringLiteral("silent%1.velmora.test").arg(i);
+                names << "fast-one" << "10.1.2.3" << "" << "FAST-TWO" << "localhost";
+                LinuxIcmp icmp;
+                for (const QStringList& batch : {names, QStringList{"10.1.2.3", "fast-one"}}) {
+                    QElapsedTimer clock;
+                    clock.start();
+                    answers.push_back(icmp.resolveAll(batch, 1000));
+                    elapsed.push_back(clock.elapsed());
+                }
+                answers.push_back({icmp.resolve("silent-single.velmora.test"), icmp.resolve("10.4.4.4")});
+                stop = true;
+                silent.join();
+                ::close(dns);
+            });
+        if (!why.isEmpty())
+            QSKIP(qPrintable(why));
+        QCOMPARE(answers.size(), size_t(3));
+        const QStringList& first = answers[0];
+        QCOMPARE(first.size(), 305);
+        for (int i = 0; i < 300; ++i)
+            QCOMPARE(first[i], QString());
+        QCOMPARE(first.mid(300), (QStringList{"10.9.8.7", "10.1.2.3", "", "10.9.8.8", "127.0.0.1"}));
+        QVERIFY2(queries > 0, "the silent name server was never asked");
+        // The call ended at its own limit, not after the resolver's 30 seconds.
+        QVERIFY2(elapsed[0] < 5000, qPrintable(QString::number(elapsed[0])));
+        QCOMPARE(answers[1], (QStringList{"10.1.2.3", "10.9.8.7"}));
+        QCOMPARE(answers[2], (QStringList{"", "10.4.4.4"}));
     }
 
     void textsThatAreNoDottedAddressGetMinusOneInTheirPlace()

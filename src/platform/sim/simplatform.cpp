@@ -198,6 +198,14 @@ QString SimIcmp::resolve(const QString& name)
     return addresses_.value(name.toUpper());
 }
 
+QStringList SimIcmp::resolveAll(const QStringList& names, int)
+{
+    QStringList out;
+    for (const QString& n : names)
+        out << resolve(n);
+    return out;
+}
+
 std::vector<int> SimIcmp::echo(const QStringList& addresses, const QByteArray& data, int timeoutMs)
 {
     static const QRegularExpression dotted(QStringLiteral("^\\d{1,3}(\\.\\d{1,3}){3}$"));

@@ -168,6 +168,7 @@ private:
 class SimIcmp : public Icmp {
 public:
     QString resolve(const QString& name) override;
+    QStringList resolveAll(const QStringList& names, int timeoutMs) override;
     std::vector<int> echo(const QStringList& addresses, const QByteArray& data, int timeoutMs) override;
 
     // name resolves to address and the address answers status (0 = reachable).
