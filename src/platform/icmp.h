@@ -30,10 +30,14 @@ public:
     //   11002  destination net unreachable      11003  destination host unreachable
     //   11004  destination protocol unreachable 11005  destination port unreachable
     //   11010  no reply within the time-out     11013  TTL expired in transit
-    //   11050  general failure (the request could not be sent)
-    // When no ICMP socket can be opened at all every status is 0, as the classic ICMP service
-    // reported for a handle it could not open.
+    //   11050  general failure (the request could not be sent, or this program may not ping
+    //          at all: see unavailableReason())
+    // A server is never reported as answering when it could not be asked.
     virtual std::vector<int> echo(const QStringList& addresses, const QByteArray& data, int timeoutMs) = 0;
+    // Empty when this program may send echo requests. Otherwise one paragraph for the user that
+    // says why it may not and what to do about it; echo() then gives 11050 for every dotted
+    // address.
+    virtual QString unavailableReason() = 0;
 };
 
 } // namespace velmora::platform

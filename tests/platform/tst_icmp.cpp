@@ -3,6 +3,7 @@
 // answers come back).
 #include "platform/linux/linuxicmp.h"
 
+#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QStandardPaths>
@@ -14,6 +15,7 @@
 #include <arpa/inet.h>
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <linux/capability.h>
@@ -414,18 +416,75 @@ private slots:
         QCOMPARE(statuses, (std::vector<int>{0, 11003, 11002}));
     }
 
-    void withoutAnyIcmpSocketEveryDottedAddressGetsZero()
+    void withoutAnyIcmpSocketNobodyAnswersAndTheReasonIsGiven()
     {
         if (const QString why = namespacesMissing(); !why.isEmpty())
             QSKIP(qPrintable(why));
         // B allows no group the datagram socket, and the thread may not open raw sockets.
         std::vector<int> statuses;
+        QString reason;
         QVERIFY(runInNamespace(nsB, true, [&] {
-            statuses = LinuxIcmp().echo({"10.200.0.1", "192.168.77.1", "abc", "10.204.0.1"}, hello, 3000);
+            LinuxIcmp icmp;
+            statuses = icmp.echo({"10.200.0.1", "127.0.0.1", "abc", "10.204.0.1"}, hello, 3000);
+            reason = icmp.unavailableReason();
         }));
-        QCOMPARE(statuses, (std::vector<int>{0, 0, -1, 0}));
+        QCOMPARE(statuses, (std::vector<int>{11050, 11050, -1, 11050}));
+        QVERIFY2(reason.contains("setcap cap_net_raw+ep " + QCoreApplication::applicationFilePath()), qPrintable(reason));
+        QVERIFY2(reason.contains("net.ipv4.ping_group_range \"1 0\""), qPrintable(reason));
+        // Where the datagram socket is allowed, pinging works without the capability.
+        QVERIFY(runInNamespace(nsA, true, [&] { reason = LinuxIcmp().unavailableReason(); }));
+        QCOMPARE(reason, QString());
+        QCOMPARE(LinuxIcmp().unavailableReason(), QString());
+    }
+
+    void anUnprivilegedUserIsNeverToldThatServersAnswer_data()
+    {
+        QTest::addColumn<QString>("range");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("group outside the range") << "1 0" << "status 11050, cannot ping";
+        QTest::newRow("group inside the range") << "65534 65534" << "status 0, can ping";
+    }
+    void anUnprivilegedUserIsNeverToldThatServersAnswer()
+    {
+        QFETCH(QString, range);
+        QFETCH(QString, expected);
+        if (::geteuid() != 0)
+            QSKIP("becoming another user needs root");
+        for (const char* tool : {"unshare", "setpriv", "sysctl"})
+            if (QStandardPaths::findExecutable(tool).isEmpty()
+                && QStandardPaths::findExecutable(tool, {"/usr/sbin", "/sbin"}).isEmpty())
+                QSKIP(qPrintable(QString(tool) + " is missing"));
+        // The user nobody, without any capability, in a network namespace of its own whose
+        // range of groups allowed to ping is set here.
+        QProcess child;
+        child.start("unshare", {"-n", "sh", "-c",
+                                "PATH=$PATH:/usr/sbin:/sbin; ip link set lo up && sysctl -qw net.ipv4.ping_group_range=\"$1\" "
+                                "&& exec setpriv --reuid=65534 --regid=65534 --clear-groups --inh-caps=-all "
+                                "--bounding-set=-all \"$2\" --unprivileged-ping",
+                                "sh", range, QCoreApplication::applicationFilePath()});
+        QVERIFY(child.waitForFinished(20000));
+        const QString out = QString::fromLocal8Bit(child.readAllStandardOutput()).trimmed();
+        if (child.exitCode() != 0)
+            QSKIP(qPrintable("the unprivileged run could not start: "
+                             + QString::fromLocal8Bit(child.readAllStandardError())));
+        QCOMPARE(out, expected);
     }
 };
 
-QTEST_MAIN(TestIcmp)
+// --unprivileged-ping: the child of the test above, run as another user; prints the status
+// of a ping to loopback and whether the service says it can ping at all.
+int main(int argc, char** argv)
+{
+    if (argc == 2 && QByteArray(argv[1]) == "--unprivileged-ping") {
+        if (::geteuid() == 0)
+            return 2;
+        LinuxIcmp icmp;
+        const auto statuses = icmp.echo({"127.0.0.1"}, hello, 2000);
+        std::printf("status %d, %s\n", statuses.at(0), icmp.unavailableReason().isEmpty() ? "can ping" : "cannot ping");
+        return 0;
+    }
+    QCoreApplication app(argc, argv);
+    TestIcmp t;
+    return QTest::qExec(&t, argc, argv);
+}
 #include "tst_icmp.moc"

@@ -1,5 +1,6 @@
 #include "platform/linux/linuxicmp.h"
 
+#include <QFile>
 #include <QRandomGenerator>
 
 #include <arpa/inet.h>
@@ -109,9 +110,9 @@ public:
             return;
         openSocket(kind);
         if (fd_ < 0) {
-            // Without any ICMP socket the classic service reported the zeroed reply's status.
+            // Without any ICMP socket nothing can be asked, and nobody counts as answering.
             for (size_t i : toSend_)
-                replies_[i].status = StatusSuccess;
+                replies_[i].status = StatusGeneralFailure;
             toSend_.clear();
         }
     }
@@ -500,6 +501,41 @@ QStringList LinuxIcmp::resolveAll(const QStringList& names, int timeoutMs)
     // Lookups still under way are left to finish on their own; their answers go nowhere.
     batch->next = batch->pending.size();
     return batch->addresses;
+}
+
+QString LinuxIcmp::unavailableReason()
+{
+    int rawError = EPERM;
+    if (kind_ == SocketKind::Automatic) {
+        const int fd = ::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
+        if (fd >= 0) {
+            ::close(fd);
+            return {};
+        }
+        rawError = errno;
+    }
+    const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_ICMP);
+    if (fd >= 0) {
+        ::close(fd);
+        return {};
+    }
+    const int datagramError = errno;
+    QString range;
+    QFile rangeFile(QStringLiteral("/proc/sys/net/ipv4/ping_group_range"));
+    if (rangeFile.open(QIODevice::ReadOnly))
+        range = QString::fromLatin1(rangeFile.readAll()).simplified();
+    char exe[4096] = {};
+    const ssize_t n = ::readlink("/proc/self/exe", exe, sizeof exe - 1);
+    const QString program = n > 0 ? QString::fromLocal8Bit(exe, n) : QStringLiteral("<program>");
+    return QStringLiteral(
+               "Servers cannot be pinged: this user may open neither a raw ICMP socket (%1; it needs "
+               "the capability cap_net_raw) nor a datagram ICMP socket (%2; the user's group %3 "
+               "is not in net.ipv4.ping_group_range \"%4\"). Every server is shown as not "
+               "answering. To allow pinging, give the program the capability as root: "
+               "setcap cap_net_raw+ep %5 - or let the user's group ping: "
+               "sysctl -w net.ipv4.ping_group_range=\"%6 %6\" (in /etc/sysctl.d to keep it).")
+        .arg(QString::fromLocal8Bit(std::strerror(rawError)), QString::fromLocal8Bit(std::strerror(datagramError)),
+             QString::number(::getgid()), range, program, QString::number(::getgid()));
 }
 
 std::vector<LinuxIcmp::Reply> LinuxIcmp::echoReplies(const QStringList& addresses, const QByteArray& data,

@@ -26,6 +26,10 @@ public:
     QStringList resolveAll(const QStringList& names, int timeoutMs) override;
     static constexpr int maxLookupThreads = 4096;
     std::vector<int> echo(const QStringList& addresses, const QByteArray& data, int timeoutMs) override;
+    // Tries to open the sockets echo() would use; when none opens, names the two ways out: the
+    // capability cap_net_raw for the program file, or a net.ipv4.ping_group_range that holds
+    // one of the user's groups.
+    QString unavailableReason() override;
     // echo() with the echoed data of every reply.
     std::vector<Reply> echoReplies(const QStringList& addresses, const QByteArray& data, int timeoutMs);
 

@@ -215,6 +215,8 @@ std::vector<int> SimIcmp::echo(const QStringList& addresses, const QByteArray& d
         pinged << a;
         if (!dotted.match(a).hasMatch())
             out.push_back(-1);
+        else if (!unavailable_reason.isEmpty())
+            out.push_back(11050);
         else
             out.push_back(statuses_.value(a, 11010));
     }

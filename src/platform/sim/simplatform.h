@@ -170,6 +170,9 @@ public:
     QString resolve(const QString& name) override;
     QStringList resolveAll(const QStringList& names, int timeoutMs) override;
     std::vector<int> echo(const QStringList& addresses, const QByteArray& data, int timeoutMs) override;
+    // What unavailableReason() answers; when set, echo() gives 11050 for every dotted address.
+    QString unavailable_reason;
+    QString unavailableReason() override { return unavailable_reason; }
 
     // name resolves to address and the address answers status (0 = reachable).
     void addComputer(const QString& name, const QString& address, int status = 0);
