@@ -26,15 +26,15 @@
 //   A crash in the middle leaves the old file whole too.
 // - appendLines() writes its lines in one write; when that fails part-way the file is cut back
 //   to its old length, so a failed append leaves no half line behind.
-// - Nothing throws. Failures come back as false, std::nullopt or -1; the writing calls also
-//   say why through an optional FileError.
+// - Nothing throws. Failures come back as false, std::nullopt or -1; after a failed create(),
+//   writeLines(), appendLines() or remove() lastFailure() says why.
 #include <QString>
 #include <QStringList>
 #include <optional>
 
 namespace velmora::platform {
 
-// Why a writing call failed, for a message that names the file and the reason.
+// Why a call failed, for a message that names the file and the reason.
 struct FileError {
     // The Windows error code of the failure:
     //   3 ERROR_PATH_NOT_FOUND       the folder does not exist (or a part of it is no folder)
@@ -53,28 +53,31 @@ public:
     virtual ~TextFiles() = default;
 
     virtual bool exists(const QString& path) = 0;
-    // Creates the file empty, truncating an existing one. error, when given, is filled on failure.
-    virtual bool create(const QString& path, FileError* error = nullptr) = 0;
+    // Creates the file empty, truncating an existing one.
+    virtual bool create(const QString& path) = 0;
     virtual std::optional<QStringList> readLines(const QString& path, bool includeUnterminated = false) = 0;
     virtual std::optional<QString> readAll(const QString& path) = 0;
     // Number of terminated lines, -1 when the file cannot be read.
     virtual int lineCount(const QString& path) = 0;
     // Replaces the file with the given lines, each followed by CR LF. On failure the old file is
-    // unchanged and error, when given, says why.
-    virtual bool writeLines(const QString& path, const QStringList& lines, FileError* error = nullptr) = 0;
+    // unchanged.
+    virtual bool writeLines(const QString& path, const QStringList& lines) = 0;
     // Appends the given lines, each followed by CR LF, in one write; creates the file when missing.
     // A file whose last line has no line end gets CR LF first, so the new lines start on lines
     // of their own.
-    // On failure the file keeps its old content and error, when given, says why.
-    virtual bool appendLines(const QString& path, const QStringList& lines, FileError* error = nullptr) = 0;
+    // On failure the file keeps its old content.
+    virtual bool appendLines(const QString& path, const QStringList& lines) = 0;
     // Size in bytes, -1 when the file does not exist.
     virtual qint64 size(const QString& path) = 0;
     virtual bool remove(const QString& path) = 0;
     // The path under which the file exists (its real spelling), or the path as given.
     virtual QString resolve(const QString& path) = 0;
-    // Why the last call that failed on this thread failed, in words ("No space left on device");
-    // empty when the backend cannot tell.
-    virtual QString lastError() const { return {}; }
+    // Why the last create(), writeLines(), appendLines() or remove() that failed on the calling
+    // thread failed; code 0 and no words when none failed or the backend cannot tell. Each thread
+    // has its own, so a worker's failure never answers for the user-interface thread.
+    virtual FileError lastFailure() const { return {}; }
+    // The words of lastFailure(), e.g. "No space left on device".
+    QString lastError() const { return lastFailure().reason; }
     // Removes the temporary copies that writeLines() left in folder when the program was killed
     // between writing a copy and renaming it: this backend's own ".<name>.velmora-tmp-XXXXXX",
     // and "<name>.XXXXXX" (six letters, at least one of them lower case) beside an existing

@@ -1,21 +1,23 @@
 // The disk text-file backend: line reading rules, case-blind names, atomic replacement, a full
-// disk (a real one: a small tmpfs in a mount namespace of the test's own, and the simulated
-// backend's disk that fills part-way).
+// disk (a real one: a small tmpfs in a user and mount namespace of the test's own, and the
+// simulated backend's disk that fills part-way).
 #include "platform/linux/disktextfiles.h"
 #include "platform/sim/simplatform.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QMap>
+#include <QProcess>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
-#include <functional>
 #include <memory>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
@@ -40,36 +42,6 @@ QByteArray bytesOf(const QString& path)
 QStringList entries(const QString& dir)
 {
     return QDir(dir).entryList(QDir::Files | QDir::Hidden | QDir::System, QDir::Name);
-}
-
-// Runs fn on a thread of its own that has a private mount namespace with a tmpfs of sizeKb
-// mounted over folder (a mount namespace belongs to a thread once unshared, so only fn sees
-// the tmpfs). Empty when fn ran, else why it could not.
-QString onSmallDisk(const QString& folder, int sizeKb, const std::function<void()>& fn)
-{
-    if (::geteuid() != 0)
-        return "mounting a small file system needs root";
-    QString problem;
-    std::thread t([&] {
-        if (::unshare(CLONE_NEWNS) != 0) {
-            problem = QString("unshare(CLONE_NEWNS): ") + std::strerror(errno);
-            return;
-        }
-        // Nothing mounted here may show outside the namespace.
-        if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-            problem = QString("making mounts private: ") + std::strerror(errno);
-            return;
-        }
-        const QByteArray options = "size=" + QByteArray::number(sizeKb) + "k";
-        if (::mount("velmora-test", QFile::encodeName(folder).constData(), "tmpfs", 0, options.constData()) != 0) {
-            problem = QString("mount -t tmpfs: ") + std::strerror(errno);
-            return;
-        }
-        fn();
-        ::umount2(QFile::encodeName(folder).constData(), MNT_DETACH);
-    });
-    t.join();
-    return problem;
 }
 
 // Fills the file system of folder up to its last byte.
@@ -207,46 +179,37 @@ private slots:
 
     void aFullDiskNeverReplacesOrDamagesAFile()
     {
+        if (QStandardPaths::findExecutable("unshare").isEmpty())
+            QSKIP("unshare (util-linux) is missing");
+        // A 64 KiB tmpfs, seen only by a child in a user and mount namespace of its own; the
+        // child (this program, see main) fills it up and says what the writes did.
         const QString folder = file("disk");
         QVERIFY(QDir().mkdir(folder));
-        const QString list = folder + "/Computerlist";
-        const QString log = folder + "/Jobs.log";
-        const QByteArray oldList("DC1\tmonitored\r\nFS1\r\n");
-        const QByteArray oldLog("first\r\n");
-        bool written = true, appended = true, small = true, created = true;
-        FileError writeError, appendError, smallError;
-        QByteArray listAfter, logAfter;
-        QStringList left;
-        const QString why = onSmallDisk(folder, 64, [&] {
-            DiskTextFiles disk;
-            if (!disk.writeLines(list, {"DC1\tmonitored", "FS1"}) || !disk.writeLines(log, {"first"}))
-                return;
-            fillUp(folder);
-            // Larger than anything left: the temporary copy cannot be written.
-            written = disk.writeLines(list, QStringList(100, QString(100, 'S')), &writeError);
-            // Even a tiny one fails, at the latest when it is synced.
-            small = disk.writeLines(list, {"X"}, &smallError);
-            appended = disk.appendLines(log, QStringList(20, QString(300, 'L')), &appendError);
-            listAfter = bytesOf(list);
-            logAfter = bytesOf(log);
-            left = entries(folder);
-            // With room again everything works.
-            QFile::remove(folder + "/filler");
-            created = disk.writeLines(list, {"NEW"}) && bytesOf(list) == "NEW\r\n";
-        });
-        if (!why.isEmpty())
-            QSKIP(qPrintable(why));
-        QVERIFY(!written);
-        QCOMPARE(writeError.code, 112);
-        QCOMPARE(writeError.reason, QString::fromLocal8Bit(std::strerror(ENOSPC)));
-        QVERIFY(!small);
-        QCOMPARE(smallError.code, 112);
-        QVERIFY(!appended);
-        QCOMPARE(appendError.code, 112);
-        QCOMPARE(listAfter, oldList);
-        QCOMPARE(logAfter, oldLog);
-        QCOMPARE(left, (QStringList{"Computerlist", "Jobs.log", "filler"}));
-        QVERIFY(created);
+        QProcess child;
+        child.start("unshare", {"--user", "--map-root-user", "--mount", "sh", "-c",
+                                "mount -t tmpfs -o size=64k velmora-test \"$1\" && exec \"$2\" --on-full-disk \"$1\"",
+                                "sh", folder, QCoreApplication::applicationFilePath()});
+        QVERIFY(child.waitForFinished(60000));
+        const QString err = QString::fromLocal8Bit(child.readAllStandardError());
+        if (child.exitCode() != 0)
+            QSKIP(qPrintable("no small file system of the test's own: " + err));
+        QMap<QString, QString> seen;
+        for (const QString& line : QString::fromLocal8Bit(child.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts))
+            seen.insert(line.section(": ", 0, 0), line.section(": ", 1));
+        QVERIFY2(seen.value("set up") == "yes", qPrintable(err));
+
+        const QString full = QString::fromLocal8Bit(std::strerror(ENOSPC));
+        // Larger than anything left: the temporary copy cannot be written.
+        QCOMPARE(seen.value("large rewrite"), "failed 112 " + full);
+        // Even a tiny one fails, at the latest when it is synced.
+        QCOMPARE(seen.value("small rewrite"), "failed 112 " + full);
+        QCOMPARE(seen.value("append"), "failed 112 " + full);
+        // Both files are as they were, and no temporary copy is left.
+        QCOMPARE(seen.value("Computerlist"), "DC1\tmonitored|FS1|");
+        QCOMPARE(seen.value("Jobs.log"), "first|");
+        QCOMPARE(seen.value("files"), "Computerlist Jobs.log filler");
+        // With room again everything works.
+        QCOMPARE(seen.value("with room"), "NEW|");
     }
 
     void theSimulatedDiskFillsPartWay()
@@ -257,37 +220,48 @@ private slots:
         QVERIFY(sim.writeLines(list, {"DC1", "FS1"}));
         QVERIFY(sim.appendLines(log, {"first"}));
         sim.setRoomLeft(10); // the first ten bytes of the next write reach the disk
-        FileError error;
-        QVERIFY(!sim.writeLines(list, {"SRV01", "SRV02", "SRV03"}, &error));
-        QCOMPARE(error.code, 112);
+        QVERIFY(!sim.writeLines(list, {"SRV01", "SRV02", "SRV03"}));
+        QCOMPARE(sim.lastFailure().code, 112);
+        QCOMPARE(sim.lastError(), QString::fromLocal8Bit(std::strerror(ENOSPC)));
         QCOMPARE(bytesOf(list), QByteArray("DC1\r\nFS1\r\n"));
-        QVERIFY(!sim.appendLines(log, {"second line"}, &error));
-        QCOMPARE(error.code, 112);
+        QVERIFY(!sim.appendLines(log, {"second line"}));
+        QCOMPARE(sim.lastFailure().code, 112);
         QCOMPARE(bytesOf(log), QByteArray("first\r\n"));
         QCOMPARE(entries(dir_->path()), (QStringList{"Computerlist", "Jobs.log"}));
         sim.setRoomLeft(-1);
-        QVERIFY(sim.writeLines(list, {"SRV01"}, &error));
+        QVERIFY(sim.writeLines(list, {"SRV01"}));
 
         // The switch for a refused call says why too.
         sim.failOn(velmora::platform::sim::SimTextFiles::Op::Write, "computerlist");
-        QVERIFY(!sim.writeLines(list, {"x"}, &error));
-        QCOMPARE(error.code, 5);
+        QVERIFY(!sim.writeLines(list, {"x"}));
+        QCOMPARE(sim.lastFailure().code, 5);
         QCOMPARE(bytesOf(list), QByteArray("SRV01\r\n"));
     }
 
     void writeErrorsNameTheirCause()
     {
-        FileError error;
-        QVERIFY(!files.writeLines(file("no/such/folder/Settings"), {"x"}, &error));
-        QCOMPARE(error.code, 3);
-        QVERIFY(!error.reason.isEmpty());
-        QVERIFY(!files.appendLines(file("no/such/folder/Jobs.log"), {"x"}, &error));
-        QCOMPARE(error.code, 3);
-        QVERIFY(!files.create(file("no/such/folder/Jobs.log"), &error));
-        QCOMPARE(error.code, 3);
+        DiskTextFiles disk;
+        QCOMPARE(disk.lastFailure().code, 0);
+        QVERIFY(!disk.writeLines(file("no/such/folder/Settings"), {"x"}));
+        QCOMPARE(disk.lastFailure().code, 3);
+        QCOMPARE(disk.lastError(), QString::fromLocal8Bit(std::strerror(ENOENT)));
         QVERIFY(QDir(dir_->path()).mkdir("DC1"));
-        QVERIFY(!files.appendLines(file("DC1"), {"x"}, &error));
-        QCOMPARE(error.code, 5);
+        QVERIFY(!disk.appendLines(file("DC1"), {"x"}));
+        QCOMPARE(disk.lastFailure().code, 5);
+        QVERIFY(!disk.create(file("no/such/folder/Jobs.log")));
+        QCOMPARE(disk.lastFailure().code, 3);
+        QVERIFY(!disk.remove(file("Missing")));
+        QCOMPARE(disk.lastFailure().code, 3);
+        // A success leaves the last failure alone; a failure on another thread is that thread's.
+        QVERIFY(disk.writeLines(file("Settings"), {"x"}));
+        FileError elsewhere;
+        std::thread other([&] {
+            disk.appendLines(file("DC1"), {"x"});
+            elsewhere = disk.lastFailure();
+        });
+        other.join();
+        QCOMPARE(elsewhere.code, 5);
+        QCOMPARE(disk.lastFailure().code, 3);
     }
 
     void leftoverTemporaryCopiesAreTidiedAndNothingElse()
@@ -448,5 +422,43 @@ private slots:
     }
 };
 
-QTEST_MAIN(TestTextFiles)
+// --on-full-disk FOLDER: the child of aFullDiskNeverReplacesOrDamagesAFile, run where FOLDER is
+// a small file system of its own. Prints "what: outcome" lines; a file's lines end with "|".
+int onFullDisk(const QString& folder)
+{
+    const QString list = folder + "/Computerlist";
+    const QString log = folder + "/Jobs.log";
+    DiskTextFiles disk;
+    const auto show = [](const char* what, const QString& outcome) {
+        std::printf("%s: %s\n", what, outcome.toLocal8Bit().constData());
+    };
+    const auto outcome = [&](bool ok) {
+        return ok ? QString("done") : QString("failed %1 %2").arg(disk.lastFailure().code).arg(disk.lastError());
+    };
+    const auto content = [](const QString& path) {
+        return QString::fromUtf8(bytesOf(path)).replace("\r\n", "|");
+    };
+    if (!disk.writeLines(list, {"DC1\tmonitored", "FS1"}) || !disk.writeLines(log, {"first"}))
+        return 0;
+    fillUp(folder);
+    show("set up", "yes");
+    show("large rewrite", outcome(disk.writeLines(list, QStringList(100, QString(100, 'S')))));
+    show("small rewrite", outcome(disk.writeLines(list, {"X"})));
+    show("append", outcome(disk.appendLines(log, QStringList(20, QString(300, 'L')))));
+    show("Computerlist", content(list));
+    show("Jobs.log", content(log));
+    show("files", entries(folder).join(' '));
+    QFile::remove(folder + "/filler");
+    show("with room", disk.writeLines(list, {"NEW"}) ? content(list) : outcome(false));
+    return 0;
+}
+
+int main(int argc, char** argv)
+{
+    if (argc == 3 && QByteArray(argv[1]) == "--on-full-disk")
+        return onFullDisk(QFile::decodeName(argv[2]));
+    QCoreApplication app(argc, argv);
+    TestTextFiles t;
+    return QTest::qExec(&t, argc, argv);
+}
 #include "tst_textfiles.moc"

@@ -161,13 +161,6 @@ QByteArray temporaryName(const QByteArray& name)
     return '.' + name + ".velmora-tmp-" + suffix;
 }
 
-bool report(int errnum, FileError* error)
-{
-    if (errnum != 0 && error)
-        *error = DiskTextFiles::errorFor(errnum);
-    return errnum == 0;
-}
-
 } // namespace
 
 FileError DiskTextFiles::errorFor(int errnum)
@@ -320,13 +313,29 @@ bool DiskTextFiles::exists(const QString& path)
     return QFileInfo(resolve(path)).isFile();
 }
 
-bool DiskTextFiles::create(const QString& path, FileError* error)
+bool DiskTextFiles::report(int errnum)
+{
+    if (errnum == 0)
+        return true;
+    std::lock_guard lock(failuresMutex_);
+    lastFailures_[std::this_thread::get_id()] = errorFor(errnum);
+    return false;
+}
+
+FileError DiskTextFiles::lastFailure() const
+{
+    std::lock_guard lock(failuresMutex_);
+    const auto it = lastFailures_.find(std::this_thread::get_id());
+    return it == lastFailures_.end() ? FileError{} : it->second;
+}
+
+bool DiskTextFiles::create(const QString& path)
 {
     const int fd = ::open(QFile::encodeName(resolve(path)).constData(),
                           O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (fd < 0)
-        return report(errno, error);
-    return report(::close(fd) == 0 ? 0 : errno, error);
+        return report(errno);
+    return report(::close(fd) == 0 ? 0 : errno);
 }
 
 std::optional<QStringList> DiskTextFiles::readLines(const QString& path, bool includeUnterminated)
@@ -351,7 +360,7 @@ int DiskTextFiles::lineCount(const QString& path)
     return lines ? int(lines->size()) : -1;
 }
 
-bool DiskTextFiles::writeLines(const QString& path, const QStringList& lines, FileError* error)
+bool DiskTextFiles::writeLines(const QString& path, const QStringList& lines)
 {
     const QString target = resolve(path);
     // A file that is not UTF-8 stays in its single-byte encoding while it can hold the text.
@@ -359,12 +368,12 @@ bool DiskTextFiles::writeLines(const QString& path, const QStringList& lines, Fi
     auto bytes = joinTextLines(lines, old ? encodingOf(*old) : TextEncoding::Utf8);
     if (!bytes)
         bytes = joinTextLines(lines, TextEncoding::Utf8);
-    return report(replaceFile(target, *bytes), error);
+    return report(replaceFile(target, *bytes));
 }
 
-bool DiskTextFiles::appendLines(const QString& path, const QStringList& lines, FileError* error)
+bool DiskTextFiles::appendLines(const QString& path, const QStringList& lines)
 {
-    return report(appendFile(resolve(path), lines), error);
+    return report(appendFile(resolve(path), lines));
 }
 
 int DiskTextFiles::removeLeftoverCopies(const QString& folder)
@@ -399,7 +408,8 @@ qint64 DiskTextFiles::size(const QString& path)
 
 bool DiskTextFiles::remove(const QString& path)
 {
-    return QFile::remove(resolve(path));
+    const QByteArray target = QFile::encodeName(resolve(path));
+    return report(::unlink(target.constData()) == 0 ? 0 : errno);
 }
 
 } // namespace velmora::platform

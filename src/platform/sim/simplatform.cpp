@@ -13,14 +13,14 @@ namespace velmora::platform::sim {
 void SimTextFiles::failOn(Op op, const QString& fileName) { failures_.emplace_back(op, fileName); }
 void SimTextFiles::clearFailures() { failures_.clear(); }
 
-bool SimTextFiles::fails(Op op, const QString& path, FileError* error) const
+bool SimTextFiles::fails(Op op, const QString& path)
 {
     const QString name = QFileInfo(path).fileName();
     const bool failing = std::any_of(failures_.begin(), failures_.end(), [&](const auto& f) {
         return f.first == op && (f.second.isEmpty() || f.second.compare(name, Qt::CaseInsensitive) == 0);
     });
-    if (failing && error)
-        *error = errorFor(EACCES);
+    if (failing)
+        report(EACCES);
     return failing;
 }
 
@@ -39,10 +39,7 @@ int SimTextFiles::writeBytes(int fd, const QByteArray& bytes)
 }
 
 bool SimTextFiles::exists(const QString& path) { return !fails(Op::Exists, path) && DiskTextFiles::exists(path); }
-bool SimTextFiles::create(const QString& path, FileError* error)
-{
-    return !fails(Op::Create, path, error) && DiskTextFiles::create(path, error);
-}
+bool SimTextFiles::create(const QString& path) { return !fails(Op::Create, path) && DiskTextFiles::create(path); }
 std::optional<QStringList> SimTextFiles::readLines(const QString& path, bool includeUnterminated)
 {
     if (fails(Op::Read, path))
@@ -56,13 +53,13 @@ std::optional<QString> SimTextFiles::readAll(const QString& path)
     return DiskTextFiles::readAll(path);
 }
 int SimTextFiles::lineCount(const QString& path) { return fails(Op::Read, path) ? -1 : DiskTextFiles::lineCount(path); }
-bool SimTextFiles::writeLines(const QString& path, const QStringList& lines, FileError* error)
+bool SimTextFiles::writeLines(const QString& path, const QStringList& lines)
 {
-    return !fails(Op::Write, path, error) && DiskTextFiles::writeLines(path, lines, error);
+    return !fails(Op::Write, path) && DiskTextFiles::writeLines(path, lines);
 }
-bool SimTextFiles::appendLines(const QString& path, const QStringList& lines, FileError* error)
+bool SimTextFiles::appendLines(const QString& path, const QStringList& lines)
 {
-    return !fails(Op::Append, path, error) && DiskTextFiles::appendLines(path, lines, error);
+    return !fails(Op::Append, path) && DiskTextFiles::appendLines(path, lines);
 }
 qint64 SimTextFiles::size(const QString& path) { return fails(Op::Size, path) ? -1 : DiskTextFiles::size(path); }
 bool SimTextFiles::remove(const QString& path) { return !fails(Op::Remove, path) && DiskTextFiles::remove(path); }

@@ -40,12 +40,12 @@ public:
     void setRoomLeft(qint64 bytes) { room_ = bytes; }
 
     bool exists(const QString& path) override;
-    bool create(const QString& path, FileError* error = nullptr) override;
+    bool create(const QString& path) override;
     std::optional<QStringList> readLines(const QString& path, bool includeUnterminated = false) override;
     std::optional<QString> readAll(const QString& path) override;
     int lineCount(const QString& path) override;
-    bool writeLines(const QString& path, const QStringList& lines, FileError* error = nullptr) override;
-    bool appendLines(const QString& path, const QStringList& lines, FileError* error = nullptr) override;
+    bool writeLines(const QString& path, const QStringList& lines) override;
+    bool appendLines(const QString& path, const QStringList& lines) override;
     qint64 size(const QString& path) override;
     bool remove(const QString& path) override;
 
@@ -53,7 +53,7 @@ protected:
     int writeBytes(int fd, const QByteArray& bytes) override;
 
 private:
-    bool fails(Op op, const QString& path, FileError* error = nullptr) const;
+    bool fails(Op op, const QString& path);
     std::vector<std::pair<Op, QString>> failures_;
     qint64 room_ = -1;
 };
