@@ -1,9 +1,6 @@
 #include "monitoring/reachability.h"
 
 #include <QHash>
-#include <QRegularExpression>
-#include <QSemaphore>
-#include <QThreadPool>
 
 namespace velmora::monitoring {
 
@@ -51,28 +48,9 @@ Reachability::Reachability(platform::Icmp& icmp, platform::Worker& worker) : icm
 
 std::vector<PingOutcome> Reachability::pingNow(platform::Icmp& icmp, const QStringList& names)
 {
-    // Names are resolved side by side: one slow name server must not hold up the whole batch.
-    static QThreadPool resolverPool;
-    resolverPool.setMaxThreadCount(64);
-    static const QRegularExpression dotted(QStringLiteral("^\\d{1,3}(\\.\\d{1,3}){3}$"));
-    QStringList addresses;
-    bool allDotted = true;
-    for (const QString& n : names)
-        allDotted = allDotted && dotted.match(n).hasMatch();
-    if (allDotted || names.size() < 2) {
-        for (const QString& n : names)
-            addresses << icmp.resolve(n);
-    } else {
-        addresses.resize(names.size());
-        QSemaphore finished;
-        for (qsizetype i = 0; i < names.size(); ++i) {
-            resolverPool.start([&icmp, &names, &addresses, &finished, i] {
-                addresses[i] = icmp.resolve(names[i]);
-                finished.release();
-            });
-        }
-        finished.acquire(int(names.size()));
-    }
+    // Names are resolved side by side, each within the same time limit: one slow name server
+    // never holds up the others, and nothing waits for a lookup that does not end.
+    const QStringList addresses = icmp.resolveAll(names, platform::Icmp::resolveTimeoutMs);
     const std::vector<int> codes = icmp.echo(addresses, echoData, timeoutMs);
     std::vector<PingOutcome> out;
     out.reserve(size_t(names.size()));

@@ -36,6 +36,11 @@ public:
     virtual bool otherInstanceRunning(std::function<void()> onShowRequest) = 0;
     // Asks the running copy to show and restore its window.
     virtual void activateOther() = 0;
+    // Empty when copies can find each other in a place only this user reaches. Otherwise one
+    // paragraph for the user that says which folder was refused, why and what to do; then
+    // otherInstanceRunning() answers false without listening anywhere and activateOther() does
+    // nothing, and the program should not go on.
+    virtual QString problem() const { return {}; }
 };
 
 // Ending the process.

@@ -3,13 +3,26 @@
 // answers come back).
 #include "platform/linux/linuxicmp.h"
 
+#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTest>
 
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <arpa/inet.h>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <linux/capability.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -67,6 +80,47 @@ bool runInNamespace(const QString& ns, bool withoutNetRaw, const std::function<v
     });
     t.join();
     return entered;
+}
+
+// Runs fn on a thread of its own in a fresh network namespace (loopback up) and a private
+// mount namespace where /etc/hosts and /etc/resolv.conf are the given texts (the resolver reads
+// both afresh when they change). Threads fn starts live there too. Empty when fn ran, else why not.
+QString withOwnNameService(const QByteArray& hosts, const QByteArray& resolvConf, const std::function<void()>& fn)
+{
+    if (::geteuid() != 0)
+        return "own network and mount namespaces need root";
+    QTemporaryDir dir;
+    for (const auto& [name, text] : {std::pair{"hosts", hosts}, std::pair{"resolv.conf", resolvConf}}) {
+        QFile f(dir.filePath(name));
+        if (!f.open(QIODevice::WriteOnly) || f.write(text) != text.size())
+            return "cannot write the test's own " + QString(name);
+    }
+    QString problem;
+    std::thread t([&] {
+        const auto fail = [&](const char* what) { problem = QString(what) + ": " + std::strerror(errno); };
+        if (::unshare(CLONE_NEWNS | CLONE_NEWNET) != 0)
+            return fail("unshare");
+        if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+            return fail("making mounts private");
+        for (const char* name : {"hosts", "resolv.conf"}) {
+            const QByteArray from = QFile::encodeName(dir.filePath(name));
+            const QByteArray to = QByteArray("/etc/") + name;
+            if (::mount(from.constData(), to.constData(), nullptr, MS_BIND, nullptr) != 0)
+                return fail("bind-mounting /etc file");
+        }
+        const int s = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        ifreq ifr{};
+        std::strcpy(ifr.ifr_name, "lo");
+        const bool up = s >= 0 && ::ioctl(s, SIOCGIFFLAGS, &ifr) == 0
+            && (ifr.ifr_flags |= IFF_UP, ::ioctl(s, SIOCSIFFLAGS, &ifr) == 0);
+        if (s >= 0)
+            ::close(s);
+        if (!up)
+            return fail("bringing loopback up");
+        fn();
+    });
+    t.join();
+    return problem;
 }
 
 } // namespace
@@ -182,6 +236,64 @@ private slots:
         QCOMPARE(icmp.resolve("10.1.2.3"), QString("10.1.2.3"));
         QCOMPARE(icmp.resolve("no-such-host-velmora.invalid"), QString());
         QCOMPARE(icmp.resolve(""), QString());
+    }
+
+    void aSilentNameServerHoldsUpOnlyItsOwnNames()
+    {
+        std::vector<QStringList> answers;
+        std::atomic<int> queries{0};
+        std::vector<qint64> elapsed;
+        const QString why = withOwnNameService(
+            "127.0.0.1 localhost\n10.9.8.7 fast-one\n10.9.8.8 fast-two\n",
+            // A name server of the test's own that reads every question and never answers; left
+            // to itself the resolver would wait 30 seconds for each name.
+            "nameserver 127.0.0.1\noptions timeout:30 attempts:1\n", [&] {
+                const int dns = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+                sockaddr_in a{};
+                a.sin_family = AF_INET;
+                a.sin_port = htons(53);
+                a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+                if (dns < 0 || ::bind(dns, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0)
+                    return;
+                std::atomic<bool> stop{false};
+                std::thread silent([&] {
+                    char buf[1500];
+                    while (!stop) {
+                        pollfd p{dns, POLLIN, 0};
+                        if (::poll(&p, 1, 50) > 0 && ::recv(dns, buf, sizeof buf, 0) > 0)
+                            ++queries;
+                    }
+                });
+                // More silent names than the first threads, all in front of the quick ones.
+                QStringList names;
+                for (int i = 0; i < 300; ++i)
+                    names << QStringLiteral("silent%1.velmora.test").arg(i);
+                names << "fast-one" << "10.1.2.3" << "" << "FAST-TWO" << "localhost";
+                LinuxIcmp icmp;
+                for (const QStringList& batch : {names, QStringList{"10.1.2.3", "fast-one"}}) {
+                    QElapsedTimer clock;
+                    clock.start();
+                    answers.push_back(icmp.resolveAll(batch, 1000));
+                    elapsed.push_back(clock.elapsed());
+                }
+                answers.push_back({icmp.resolve("silent-single.velmora.test"), icmp.resolve("10.4.4.4")});
+                stop = true;
+                silent.join();
+                ::close(dns);
+            });
+        if (!why.isEmpty())
+            QSKIP(qPrintable(why));
+        QCOMPARE(answers.size(), size_t(3));
+        const QStringList& first = answers[0];
+        QCOMPARE(first.size(), 305);
+        for (int i = 0; i < 300; ++i)
+            QCOMPARE(first[i], QString());
+        QCOMPARE(first.mid(300), (QStringList{"10.9.8.7", "10.1.2.3", "", "10.9.8.8", "127.0.0.1"}));
+        QVERIFY2(queries > 0, "the silent name server was never asked");
+        // The call ended at its own limit, not after the resolver's 30 seconds.
+        QVERIFY2(elapsed[0] < 5000, qPrintable(QString::number(elapsed[0])));
+        QCOMPARE(answers[1], (QStringList{"10.1.2.3", "10.9.8.7"}));
+        QCOMPARE(answers[2], (QStringList{"", "10.4.4.4"}));
     }
 
     void textsThatAreNoDottedAddressGetMinusOneInTheirPlace()
@@ -304,18 +416,75 @@ private slots:
         QCOMPARE(statuses, (std::vector<int>{0, 11003, 11002}));
     }
 
-    void withoutAnyIcmpSocketEveryDottedAddressGetsZero()
+    void withoutAnyIcmpSocketNobodyAnswersAndTheReasonIsGiven()
     {
         if (const QString why = namespacesMissing(); !why.isEmpty())
             QSKIP(qPrintable(why));
         // B allows no group the datagram socket, and the thread may not open raw sockets.
         std::vector<int> statuses;
+        QString reason;
         QVERIFY(runInNamespace(nsB, true, [&] {
-            statuses = LinuxIcmp().echo({"10.200.0.1", "192.168.77.1", "abc", "10.204.0.1"}, hello, 3000);
+            LinuxIcmp icmp;
+            statuses = icmp.echo({"10.200.0.1", "127.0.0.1", "abc", "10.204.0.1"}, hello, 3000);
+            reason = icmp.unavailableReason();
         }));
-        QCOMPARE(statuses, (std::vector<int>{0, 0, -1, 0}));
+        QCOMPARE(statuses, (std::vector<int>{11050, 11050, -1, 11050}));
+        QVERIFY2(reason.contains("setcap cap_net_raw+ep " + QCoreApplication::applicationFilePath()), qPrintable(reason));
+        QVERIFY2(reason.contains("net.ipv4.ping_group_range \"1 0\""), qPrintable(reason));
+        // Where the datagram socket is allowed, pinging works without the capability.
+        QVERIFY(runInNamespace(nsA, true, [&] { reason = LinuxIcmp().unavailableReason(); }));
+        QCOMPARE(reason, QString());
+        QCOMPARE(LinuxIcmp().unavailableReason(), QString());
+    }
+
+    void anUnprivilegedUserIsNeverToldThatServersAnswer_data()
+    {
+        QTest::addColumn<QString>("range");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("group outside the range") << "1 0" << "status 11050, cannot ping";
+        QTest::newRow("group inside the range") << "65534 65534" << "status 0, can ping";
+    }
+    void anUnprivilegedUserIsNeverToldThatServersAnswer()
+    {
+        QFETCH(QString, range);
+        QFETCH(QString, expected);
+        if (::geteuid() != 0)
+            QSKIP("becoming another user needs root");
+        for (const char* tool : {"unshare", "setpriv", "sysctl"})
+            if (QStandardPaths::findExecutable(tool).isEmpty()
+                && QStandardPaths::findExecutable(tool, {"/usr/sbin", "/sbin"}).isEmpty())
+                QSKIP(qPrintable(QString(tool) + " is missing"));
+        // The user nobody, without any capability, in a network namespace of its own whose
+        // range of groups allowed to ping is set here.
+        QProcess child;
+        child.start("unshare", {"-n", "sh", "-c",
+                                "PATH=$PATH:/usr/sbin:/sbin; ip link set lo up && sysctl -qw net.ipv4.ping_group_range=\"$1\" "
+                                "&& exec setpriv --reuid=65534 --regid=65534 --clear-groups --inh-caps=-all "
+                                "--bounding-set=-all \"$2\" --unprivileged-ping",
+                                "sh", range, QCoreApplication::applicationFilePath()});
+        QVERIFY(child.waitForFinished(20000));
+        const QString out = QString::fromLocal8Bit(child.readAllStandardOutput()).trimmed();
+        if (child.exitCode() != 0)
+            QSKIP(qPrintable("the unprivileged run could not start: "
+                             + QString::fromLocal8Bit(child.readAllStandardError())));
+        QCOMPARE(out, expected);
     }
 };
 
-QTEST_MAIN(TestIcmp)
+// --unprivileged-ping: the child of the test above, run as another user; prints the status
+// of a ping to loopback and whether the service says it can ping at all.
+int main(int argc, char** argv)
+{
+    if (argc == 2 && QByteArray(argv[1]) == "--unprivileged-ping") {
+        if (::geteuid() == 0)
+            return 2;
+        LinuxIcmp icmp;
+        const auto statuses = icmp.echo({"127.0.0.1"}, hello, 2000);
+        std::printf("status %d, %s\n", statuses.at(0), icmp.unavailableReason().isEmpty() ? "can ping" : "cannot ping");
+        return 0;
+    }
+    QCoreApplication app(argc, argv);
+    TestIcmp t;
+    return QTest::qExec(&t, argc, argv);
+}
 #include "tst_icmp.moc"

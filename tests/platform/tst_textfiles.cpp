@@ -1,14 +1,25 @@
-// The disk text-file backend: line reading rules, case-blind names, atomic replacement.
+// The disk text-file backend: line reading rules, case-blind names, atomic replacement, a full
+// disk (a real one: a small tmpfs in a user and mount namespace of the test's own, and the
+// simulated backend's disk that fills part-way).
 #include "platform/linux/disktextfiles.h"
+#include "platform/sim/simplatform.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QMap>
+#include <QProcess>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <cstring>
 #include <memory>
 #include <sys/resource.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace velmora::platform;
@@ -31,6 +42,19 @@ QByteArray bytesOf(const QString& path)
 QStringList entries(const QString& dir)
 {
     return QDir(dir).entryList(QDir::Files | QDir::Hidden | QDir::System, QDir::Name);
+}
+
+// Fills the file system of folder up to its last byte.
+void fillUp(const QString& folder)
+{
+    QFile filler(folder + "/filler");
+    if (!filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+        return;
+    const QByteArray block(1024, 'f');
+    while (filler.write(block) == block.size()) {
+    }
+    while (filler.write(block.left(1)) == 1) {
+    }
 }
 
 } // namespace
@@ -153,16 +177,137 @@ private slots:
         QCOMPARE(entries(dir_->path()), QStringList{"Computerlist"});
     }
 
+    void aFullDiskNeverReplacesOrDamagesAFile()
+    {
+        if (QStandardPaths::findExecutable("unshare").isEmpty())
+            QSKIP("unshare (util-linux) is missing");
+        // A 64 KiB tmpfs, seen only by a child in a user and mount namespace of its own; the
+        // child (this program, see main) fills it up and says what the writes did.
+        const QString folder = file("disk");
+        QVERIFY(QDir().mkdir(folder));
+        QProcess child;
+        child.start("unshare", {"--user", "--map-root-user", "--mount", "sh", "-c",
+                                "mount -t tmpfs -o size=64k velmora-test \"$1\" && exec \"$2\" --on-full-disk \"$1\"",
+                                "sh", folder, QCoreApplication::applicationFilePath()});
+        QVERIFY(child.waitForFinished(60000));
+        const QString err = QString::fromLocal8Bit(child.readAllStandardError());
+        if (child.exitCode() != 0)
+            QSKIP(qPrintable("no small file system of the test's own: " + err));
+        QMap<QString, QString> seen;
+        for (const QString& line : QString::fromLocal8Bit(child.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts))
+            seen.insert(line.section(": ", 0, 0), line.section(": ", 1));
+        QVERIFY2(seen.value("set up") == "yes", qPrintable(err));
+
+        const QString full = QString::fromLocal8Bit(std::strerror(ENOSPC));
+        // Larger than anything left: the temporary copy cannot be written.
+        QCOMPARE(seen.value("large rewrite"), "failed 112 " + full);
+        // Even a tiny one fails, at the latest when it is synced.
+        QCOMPARE(seen.value("small rewrite"), "failed 112 " + full);
+        QCOMPARE(seen.value("append"), "failed 112 " + full);
+        // Both files are as they were, and no temporary copy is left.
+        QCOMPARE(seen.value("Computerlist"), "DC1\tmonitored|FS1|");
+        QCOMPARE(seen.value("Jobs.log"), "first|");
+        QCOMPARE(seen.value("files"), "Computerlist Jobs.log filler");
+        // With room again everything works.
+        QCOMPARE(seen.value("with room"), "NEW|");
+    }
+
+    void theSimulatedDiskFillsPartWay()
+    {
+        velmora::platform::sim::SimTextFiles sim;
+        const QString list = file("Computerlist");
+        const QString log = file("Jobs.log");
+        QVERIFY(sim.writeLines(list, {"DC1", "FS1"}));
+        QVERIFY(sim.appendLines(log, {"first"}));
+        sim.setRoomLeft(10); // the first ten bytes of the next write reach the disk
+        QVERIFY(!sim.writeLines(list, {"SRV01", "SRV02", "SRV03"}));
+        QCOMPARE(sim.lastFailure().code, 112);
+        QCOMPARE(sim.lastError(), QString::fromLocal8Bit(std::strerror(ENOSPC)));
+        QCOMPARE(bytesOf(list), QByteArray("DC1\r\nFS1\r\n"));
+        QVERIFY(!sim.appendLines(log, {"second line"}));
+        QCOMPARE(sim.lastFailure().code, 112);
+        QCOMPARE(bytesOf(log), QByteArray("first\r\n"));
+        QCOMPARE(entries(dir_->path()), (QStringList{"Computerlist", "Jobs.log"}));
+        sim.setRoomLeft(-1);
+        QVERIFY(sim.writeLines(list, {"SRV01"}));
+
+        // The switch for a refused call says why too.
+        sim.failOn(velmora::platform::sim::SimTextFiles::Op::Write, "computerlist");
+        QVERIFY(!sim.writeLines(list, {"x"}));
+        QCOMPARE(sim.lastFailure().code, 5);
+        QCOMPARE(bytesOf(list), QByteArray("SRV01\r\n"));
+    }
+
+    void writeErrorsNameTheirCause()
+    {
+        DiskTextFiles disk;
+        QCOMPARE(disk.lastFailure().code, 0);
+        QVERIFY(!disk.writeLines(file("no/such/folder/Settings"), {"x"}));
+        QCOMPARE(disk.lastFailure().code, 3);
+        QCOMPARE(disk.lastError(), QString::fromLocal8Bit(std::strerror(ENOENT)));
+        QVERIFY(QDir(dir_->path()).mkdir("DC1"));
+        QVERIFY(!disk.appendLines(file("DC1"), {"x"}));
+        QCOMPARE(disk.lastFailure().code, 5);
+        QVERIFY(!disk.create(file("no/such/folder/Jobs.log")));
+        QCOMPARE(disk.lastFailure().code, 3);
+        QVERIFY(!disk.remove(file("Missing")));
+        QCOMPARE(disk.lastFailure().code, 3);
+        // A success leaves the last failure alone; a failure on another thread is that thread's.
+        QVERIFY(disk.writeLines(file("Settings"), {"x"}));
+        FileError elsewhere;
+        std::thread other([&] {
+            disk.appendLines(file("DC1"), {"x"});
+            elsewhere = disk.lastFailure();
+        });
+        other.join();
+        QCOMPARE(elsewhere.code, 5);
+        QCOMPARE(disk.lastFailure().code, 3);
+    }
+
+    void leftoverTemporaryCopiesAreTidiedAndNothingElse()
+    {
+        const QStringList kept{"Computerlist", "Computers", "DC1", "DC1.CORPAB", "FS1", "Jobs.log",
+                               "Notes.UskWgG",           // no file "Notes" beside it
+                               "Settings.Ab1cde",        // a digit: not such a copy
+                               "Settings.abc",           // too short
+                               ".Settings.velmora-tmp-abc", ".x.velmora-tmp-abcdefg", "Settings"};
+        const QStringList leftovers{"Computerlist.UskWgG", "computers.qqqqqq", "Settings.aBCDEF",
+                                    ".Computerlist.velmora-tmp-Ab3dE9", ".Orphan.velmora-tmp-ZZZZZZ"};
+        // An earlier version's leftover is only taken beside the file it copies, with its spelling.
+        for (const QString& n : kept + leftovers)
+            putBytes(file(n), "DC1\r\n");
+        QVERIFY(QDir(dir_->path()).mkdir("Folder.abcdef"));
+        QCOMPARE(files.removeLeftoverCopies(dir_->path()), 4);
+        QStringList expected = kept;
+        expected << "computers.qqqqqq"; // "computers" does not exist in that spelling
+        expected.sort();
+        QCOMPARE(entries(dir_->path()), expected);
+        QVERIFY(QFileInfo(file("Folder.abcdef")).isDir());
+        QCOMPARE(files.removeLeftoverCopies(file("missing")), -1);
+
+        // A copy left by a write that was killed before the rename is one of them.
+        const QString settings = file("Settings");
+        QVERIFY(files.writeLines(settings, {"True"}));
+        QCOMPARE(files.removeLeftoverCopies(dir_->path()), 0);
+        QCOMPARE(bytesOf(settings), QByteArray("True\r\n"));
+    }
+
     void appendLinesCreatesAndExtends()
     {
         const QString path = file("Jobs.log");
         QVERIFY(files.appendLines(path, {"first"}));
         QVERIFY(files.appendLines(path, {"second", "third"}));
         QCOMPARE(bytesOf(path), QByteArray("first\r\nsecond\r\nthird\r\n"));
-        // Appending to an unterminated last line joins it: the old tail is still not a line.
-        putBytes(path, "a\r\ntail");
-        QVERIFY(files.appendLines(path, {"b"}));
-        QCOMPARE(*files.readLines(path), (QStringList{"a", "tailb"}));
+        // A last line without its line end is ended first: the new entry is not glued to it.
+        putBytes(path, "a\r\nRunnin");
+        QVERIFY(files.appendLines(path, {"23 Nov 2026 b"}));
+        QCOMPARE(bytesOf(path), QByteArray("a\r\nRunnin\r\n23 Nov 2026 b\r\n"));
+        // A line ended by LF or a lone CR counts as ended.
+        for (const QByteArray& ending : {QByteArray("\n"), QByteArray("\r")}) {
+            putBytes(path, "a" + ending);
+            QVERIFY(files.appendLines(path, {"b"}));
+            QCOMPARE(bytesOf(path), "a" + ending + "b\r\n");
+        }
         QVERIFY(!files.appendLines(file("no/such/folder/x"), {"x"}));
     }
 
@@ -174,6 +319,91 @@ private slots:
         QCOMPARE(*files.readLines(path), lines);
         QCOMPARE(bytesOf(path), (lines.join("\r\n") + "\r\n").toUtf8());
         QVERIFY(files.exists(file("srv-ÄÖÜ")));
+    }
+
+    void textThatIsNotUtf8KeepsEveryByte()
+    {
+        // A per-server file carried over from Windows: Windows-1252 text, the five bytes the code
+        // page leaves unassigned included, and every other byte but the line ends.
+        QByteArray every;
+        for (int b = 1; b < 256; ++b)
+            if (b != '\r' && b != '\n')
+                every += char(b);
+        const QByteArray original = "[Remarks / Comments:]\r\nK\xF6ln \x80 5 \x93quoted\x94 \x85\r\n"
+                                    "\x81\x8D\x8F\x90\x9D\r\n" + every + "\r\n[EOF]\r\n";
+        const QString path = file("SRV01");
+        putBytes(path, original);
+        const QStringList lines = *files.readLines(path);
+        QCOMPARE(lines.size(), 5);
+        QCOMPARE(lines[1], QStringLiteral("K\u00F6ln \u20AC 5 \u201Cquoted\u201D \u2026"));
+        QCOMPARE(lines[2], QStringLiteral("\u0081\u008D\u008F\u0090\u009D"));
+        QCOMPARE(lines[3].size(), every.size());
+        QVERIFY(files.readAll(path)->startsWith("[Remarks / Comments:]\r\nK\u00F6ln \u20AC"));
+
+        // Written back as read: byte for byte the same.
+        QVERIFY(files.writeLines(path, lines));
+        QCOMPARE(bytesOf(path), original);
+        // A changed line changes only its own bytes; the file stays single-byte.
+        QStringList changed = lines;
+        changed[1] = QStringLiteral("M\u00FCnchen \u2014 \u00BD");
+        QVERIFY(files.writeLines(path, changed));
+        QByteArray expected = original;
+        expected.replace("K\xF6ln \x80 5 \x93quoted\x94 \x85", "M\xFCnchen \x97 \xBD");
+        QCOMPARE(bytesOf(path), expected);
+
+        // A character Windows-1252 has not got turns the whole file into UTF-8, losing nothing.
+        changed[1] = QStringLiteral("\u65E5\u672C \u00FC");
+        QVERIFY(files.writeLines(path, changed));
+        QCOMPARE(*files.readLines(path), changed);
+        QVERIFY(bytesOf(path).startsWith("[Remarks / Comments:]\r\n\xE6\x97\xA5\xE6\x9C\xAC \xC3\xBC\r\n"));
+        // From now on it is a UTF-8 file.
+        QVERIFY(files.writeLines(path, {QStringLiteral("\u00FC")}));
+        QCOMPARE(bytesOf(path), QByteArray("\xC3\xBC\r\n"));
+    }
+
+    void appendsFollowTheEncodingOfTheFile()
+    {
+        const QString log = file("Jobs.log");
+        putBytes(log, "23.11.2026 08:00:00\tK\xD6LN\tSpooler\tStopped\r\n");
+        QVERIFY(files.appendLines(log, {QStringLiteral("Gr\u00F6\u00DFe \u20AC \u65E5")}));
+        QCOMPARE(bytesOf(log), QByteArray("23.11.2026 08:00:00\tK\xD6LN\tSpooler\tStopped\r\nGr\xF6\xDF" "e \x80 ?\r\n"));
+
+        putBytes(log, "plain ASCII\r\n");
+        QVERIFY(files.appendLines(log, {QStringLiteral("Gr\u00F6\u00DFe")}));
+        QCOMPARE(bytesOf(log), QByteArray("plain ASCII\r\nGr\xC3\xB6\xC3\x9F" "e\r\n"));
+
+        // Only the end of a long log counts, cut at a line start (a cut UTF-8 character in
+        // front of it is no reason for Windows-1252).
+        putBytes(log, "K\xD6LN\r\n" + QByteArray(70000, 'x') + "\xC3\xBC" + QByteArray(65529, 'y') + "\r\n\xC3\xBC\r\n");
+        QVERIFY(files.appendLines(log, {QStringLiteral("\u00FC")}));
+        QVERIFY(bytesOf(log).endsWith("\xC3\xBC\r\n\xC3\xBC\r\n"));
+    }
+
+    void onlyValidUtf8CountsAsUtf8_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<bool>("utf8");
+        QTest::newRow("empty") << QByteArray() << true;
+        QTest::newRow("ascii") << QByteArray("DC1\r\n") << true;
+        QTest::newRow("two to four bytes") << QByteArray("\xC3\xBC\xE2\x82\xAC\xF0\x9F\x98\x80") << true;
+        QTest::newRow("latin byte") << QByteArray("K\xF6ln") << false;
+        QTest::newRow("overlong slash") << QByteArray("\xC0\xAF") << false;
+        QTest::newRow("overlong three bytes") << QByteArray("\xE0\x80\xAF") << false;
+        QTest::newRow("surrogate") << QByteArray("\xED\xA0\x80") << false;
+        QTest::newRow("beyond U+10FFFF") << QByteArray("\xF4\x90\x80\x80") << false;
+        QTest::newRow("cut at the end") << QByteArray("ab\xC3") << false;
+        QTest::newRow("lone continuation") << QByteArray("a\x80") << false;
+    }
+    void onlyValidUtf8CountsAsUtf8()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(bool, utf8);
+        QCOMPARE(encodingOf(bytes) == TextEncoding::Utf8, utf8);
+        // Whatever the bytes, they read and write back unchanged.
+        const QString path = file("Notes");
+        putBytes(path, bytes + "\r\n");
+        QVERIFY(files.writeLines(path, *files.readLines(path)));
+        QCOMPARE(bytesOf(path), bytes + "\r\n");
     }
 
     void sizeExistsAndRemove()
@@ -192,5 +422,43 @@ private slots:
     }
 };
 
-QTEST_MAIN(TestTextFiles)
+// --on-full-disk FOLDER: the child of aFullDiskNeverReplacesOrDamagesAFile, run where FOLDER is
+// a small file system of its own. Prints "what: outcome" lines; a file's lines end with "|".
+int onFullDisk(const QString& folder)
+{
+    const QString list = folder + "/Computerlist";
+    const QString log = folder + "/Jobs.log";
+    DiskTextFiles disk;
+    const auto show = [](const char* what, const QString& outcome) {
+        std::printf("%s: %s\n", what, outcome.toLocal8Bit().constData());
+    };
+    const auto outcome = [&](bool ok) {
+        return ok ? QString("done") : QString("failed %1 %2").arg(disk.lastFailure().code).arg(disk.lastError());
+    };
+    const auto content = [](const QString& path) {
+        return QString::fromUtf8(bytesOf(path)).replace("\r\n", "|");
+    };
+    if (!disk.writeLines(list, {"DC1\tmonitored", "FS1"}) || !disk.writeLines(log, {"first"}))
+        return 0;
+    fillUp(folder);
+    show("set up", "yes");
+    show("large rewrite", outcome(disk.writeLines(list, QStringList(100, QString(100, 'S')))));
+    show("small rewrite", outcome(disk.writeLines(list, {"X"})));
+    show("append", outcome(disk.appendLines(log, QStringList(20, QString(300, 'L')))));
+    show("Computerlist", content(list));
+    show("Jobs.log", content(log));
+    show("files", entries(folder).join(' '));
+    QFile::remove(folder + "/filler");
+    show("with room", disk.writeLines(list, {"NEW"}) ? content(list) : outcome(false));
+    return 0;
+}
+
+int main(int argc, char** argv)
+{
+    if (argc == 3 && QByteArray(argv[1]) == "--on-full-disk")
+        return onFullDisk(QFile::decodeName(argv[2]));
+    QCoreApplication app(argc, argv);
+    TestTextFiles t;
+    return QTest::qExec(&t, argc, argv);
+}
 #include "tst_textfiles.moc"

@@ -1,5 +1,6 @@
 #include "platform/linux/linuxicmp.h"
 
+#include <QFile>
 #include <QRandomGenerator>
 
 #include <arpa/inet.h>
@@ -11,11 +12,16 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <pthread.h>
+#include <resolv.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
 #include <optional>
 
 namespace velmora::platform {
@@ -104,9 +110,9 @@ public:
             return;
         openSocket(kind);
         if (fd_ < 0) {
-            // Without any ICMP socket the classic service reported the zeroed reply's status.
+            // Without any ICMP socket nothing can be asked, and nobody counts as answering.
             for (size_t i : toSend_)
-                replies_[i].status = StatusSuccess;
+                replies_[i].status = StatusGeneralFailure;
             toSend_.clear();
         }
     }
@@ -369,21 +375,167 @@ private:
 
 } // namespace
 
-QString LinuxIcmp::resolve(const QString& name)
+namespace {
+
+constexpr size_t lookupThreadStep = 64;
+constexpr auto lookupGrowthPeriod = std::chrono::milliseconds(10);
+
+// One batch of lookups, shared by the threads that work on it and the caller, which may stop
+// waiting for it before the threads are done.
+struct LookupBatch {
+    std::vector<QByteArray> names;
+    std::vector<size_t> pending; // positions of the names that need a name server
+    std::chrono::steady_clock::time_point deadline;
+    std::mutex mutex;
+    std::condition_variable finished;
+    QStringList addresses;
+    size_t next = 0;      // the next position in pending to take
+    size_t remaining = 0; // lookups not yet answered
+};
+
+QString lookUp(const QByteArray& name)
 {
-    if (name.isEmpty())
-        return {};
     addrinfo hints{};
     hints.ai_family = AF_INET;
     hints.ai_socktype = SOCK_DGRAM; // one entry per address instead of one per socket type
     addrinfo* result = nullptr;
-    if (::getaddrinfo(name.toLocal8Bit().constData(), nullptr, &hints, &result) != 0 || !result)
+    if (::getaddrinfo(name.constData(), nullptr, &hints, &result) != 0 || !result)
         return {};
     char text[INET_ADDRSTRLEN] = {};
     const auto* a = reinterpret_cast<const sockaddr_in*>(result->ai_addr);
     ::inet_ntop(AF_INET, &a->sin_addr, text, sizeof text);
     ::freeaddrinfo(result);
     return QString::fromLatin1(text);
+}
+
+void* lookUpBatch(void* arg)
+{
+    std::unique_ptr<std::shared_ptr<LookupBatch>> owner(static_cast<std::shared_ptr<LookupBatch>*>(arg));
+    LookupBatch& batch = **owner;
+    // The resolver's settings belong to this thread: one second for each name server, one try,
+    // instead of the usual five seconds twice.
+    if (::res_init() == 0) {
+        _res.retrans = 1;
+        _res.retry = 1;
+    }
+    for (;;) {
+        size_t index;
+        {
+            std::lock_guard lock(batch.mutex);
+            if (batch.next == batch.pending.size() || std::chrono::steady_clock::now() >= batch.deadline)
+                return nullptr;
+            index = batch.pending[batch.next++];
+        }
+        const QString address = lookUp(batch.names[index]);
+        std::lock_guard lock(batch.mutex);
+        batch.addresses[qsizetype(index)] = address;
+        if (--batch.remaining == 0)
+            batch.finished.notify_all();
+    }
+}
+
+// Starts a detached thread with a small stack working on batch; false when none could start.
+bool startLookupThread(const std::shared_ptr<LookupBatch>& batch)
+{
+    pthread_attr_t attr;
+    if (::pthread_attr_init(&attr) != 0)
+        return false;
+    ::pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+    ::pthread_attr_setstacksize(&attr, 512 * 1024);
+    auto* arg = new std::shared_ptr<LookupBatch>(batch);
+    pthread_t thread;
+    const bool started = ::pthread_create(&thread, &attr, lookUpBatch, arg) == 0;
+    ::pthread_attr_destroy(&attr);
+    if (!started)
+        delete arg;
+    return started;
+}
+
+} // namespace
+
+QString LinuxIcmp::resolve(const QString& name)
+{
+    return resolveAll({name}, resolveTimeoutMs).value(0);
+}
+
+QStringList LinuxIcmp::resolveAll(const QStringList& names, int timeoutMs)
+{
+    auto batch = std::make_shared<LookupBatch>();
+    batch->deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::max(timeoutMs, 0));
+    batch->addresses.resize(names.size());
+    batch->names.resize(size_t(names.size()));
+    for (qsizetype i = 0; i < names.size(); ++i) {
+        const QByteArray text = names[i].toLocal8Bit();
+        in_addr a{};
+        if (text.isEmpty())
+            continue;
+        if (inet_pton(AF_INET, text.constData(), &a) == 1) {
+            batch->addresses[i] = names[i]; // a dotted address needs no name server
+            continue;
+        }
+        batch->names[size_t(i)] = text;
+        batch->pending.push_back(size_t(i));
+    }
+    if (batch->pending.empty())
+        return batch->addresses;
+    batch->remaining = batch->pending.size();
+    // A few threads start; while names still wait for one (the threads there are stuck on slow
+    // names), more join, so that the answers of quick names are never held up for long.
+    size_t threads = 0;
+    std::unique_lock lock(batch->mutex);
+    for (;;) {
+        const size_t waiting = batch->pending.size() - batch->next;
+        const size_t more = std::min({waiting, lookupThreadStep, size_t(maxLookupThreads) - threads});
+        lock.unlock();
+        for (size_t k = 0; k < more && startLookupThread(batch); ++k)
+            ++threads;
+        lock.lock();
+        if (threads == 0)
+            return QStringList(names.size(), QString()); // no thread at all: nothing resolves
+        const auto wake = std::min(batch->deadline, std::chrono::steady_clock::now() + lookupGrowthPeriod);
+        if (batch->finished.wait_until(lock, wake, [&] { return batch->remaining == 0; }))
+            break;
+        if (std::chrono::steady_clock::now() >= batch->deadline)
+            break;
+    }
+    // Lookups still under way are left to finish on their own; their answers go nowhere.
+    batch->next = batch->pending.size();
+    return batch->addresses;
+}
+
+QString LinuxIcmp::unavailableReason()
+{
+    int rawError = EPERM;
+    if (kind_ == SocketKind::Automatic) {
+        const int fd = ::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
+        if (fd >= 0) {
+            ::close(fd);
+            return {};
+        }
+        rawError = errno;
+    }
+    const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_ICMP);
+    if (fd >= 0) {
+        ::close(fd);
+        return {};
+    }
+    const int datagramError = errno;
+    QString range;
+    QFile rangeFile(QStringLiteral("/proc/sys/net/ipv4/ping_group_range"));
+    if (rangeFile.open(QIODevice::ReadOnly))
+        range = QString::fromLatin1(rangeFile.readAll()).simplified();
+    char exe[4096] = {};
+    const ssize_t n = ::readlink("/proc/self/exe", exe, sizeof exe - 1);
+    const QString program = n > 0 ? QString::fromLocal8Bit(exe, n) : QStringLiteral("<program>");
+    return QStringLiteral(
+               "Servers cannot be pinged: this user may open neither a raw ICMP socket (%1; it needs "
+               "the capability cap_net_raw) nor a datagram ICMP socket (%2; the user's group %3 "
+               "is not in net.ipv4.ping_group_range \"%4\"). Every server is shown as not "
+               "answering. To allow pinging, give the program the capability as root: "
+               "setcap cap_net_raw+ep %5 - or let the user's group ping: "
+               "sysctl -w net.ipv4.ping_group_range=\"%6 %6\" (in /etc/sysctl.d to keep it).")
+        .arg(QString::fromLocal8Bit(std::strerror(rawError)), QString::fromLocal8Bit(std::strerror(datagramError)),
+             QString::number(::getgid()), range, program, QString::number(::getgid()));
 }
 
 std::vector<LinuxIcmp::Reply> LinuxIcmp::echoReplies(const QStringList& addresses, const QByteArray& data,

@@ -20,7 +20,16 @@ public:
     explicit LinuxIcmp(SocketKind kind = SocketKind::Automatic) : kind_(kind) {}
 
     QString resolve(const QString& name) override;
+    // The lookups run on threads of the call's own: 64 to begin with, and 64 more every 10 ms
+    // while names wait for a thread (up to maxLookupThreads), each asking every name server for
+    // one second once, whatever /etc/resolv.conf says.
+    QStringList resolveAll(const QStringList& names, int timeoutMs) override;
+    static constexpr int maxLookupThreads = 4096;
     std::vector<int> echo(const QStringList& addresses, const QByteArray& data, int timeoutMs) override;
+    // Tries to open the sockets echo() would use; when none opens, names the two ways out: the
+    // capability cap_net_raw for the program file, or a net.ipv4.ping_group_range that holds
+    // one of the user's groups.
+    QString unavailableReason() override;
     // echo() with the echoed data of every reply.
     std::vector<Reply> echoReplies(const QStringList& addresses, const QByteArray& data, int timeoutMs);
 

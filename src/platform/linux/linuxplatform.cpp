@@ -33,6 +33,7 @@
 #include <QSocketNotifier>
 
 #include <csignal>
+#include <cstdio>
 #include <netdb.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -276,6 +277,13 @@ struct LinuxPlatform::Impl {
     KeychainSecrets secrets;
     QtFileDialogs filedialogs;
 };
+
+void endProcessNow(int code)
+{
+    std::fflush(stdout);
+    std::fflush(stderr);
+    ::_exit(code);
+}
 
 LinuxPlatform::LinuxPlatform() : d(std::make_unique<Impl>())
 {

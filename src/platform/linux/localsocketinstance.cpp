@@ -1,27 +1,22 @@
 #include "platform/linux/localsocketinstance.h"
 
-#include <QDir>
+#include "platform/linux/privatefolder.h"
+
 #include <QLocalServer>
 #include <QLocalSocket>
-#include <QStandardPaths>
-
-#include <unistd.h>
 
 namespace velmora::platform {
 
-namespace {
-
-QString defaultName()
+LocalSocketInstance::LocalSocketInstance(QString name) : name_(std::move(name))
 {
-    QString dir = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-    if (dir.isEmpty())
-        dir = QDir::tempPath();
-    return dir + QStringLiteral("/velmora-%1.sock").arg(::getuid());
+    if (!name_.isEmpty())
+        return;
+    const PrivateFolder folder = privateRuntimeFolder();
+    if (folder.usable())
+        name_ = folder.path + QStringLiteral("/instance.sock");
+    else
+        problem_ = folder.problem;
 }
-
-} // namespace
-
-LocalSocketInstance::LocalSocketInstance(QString name) : name_(name.isEmpty() ? defaultName() : std::move(name)) {}
 
 LocalSocketInstance::~LocalSocketInstance()
 {
@@ -30,6 +25,8 @@ LocalSocketInstance::~LocalSocketInstance()
 
 bool LocalSocketInstance::otherInstanceRunning(std::function<void()> onShowRequest)
 {
+    if (name_.isEmpty())
+        return false;
     QLocalSocket probe;
     probe.connectToServer(name_);
     if (probe.waitForConnected(500))
@@ -53,6 +50,8 @@ bool LocalSocketInstance::otherInstanceRunning(std::function<void()> onShowReque
 
 void LocalSocketInstance::activateOther()
 {
+    if (name_.isEmpty())
+        return;
     QLocalSocket s;
     s.connectToServer(name_);
     if (!s.waitForConnected(500))

@@ -4,6 +4,7 @@
 #include <QRegularExpression>
 #include <QThread>
 #include <algorithm>
+#include <cerrno>
 
 namespace velmora::platform::sim {
 
@@ -12,12 +13,29 @@ namespace velmora::platform::sim {
 void SimTextFiles::failOn(Op op, const QString& fileName) { failures_.emplace_back(op, fileName); }
 void SimTextFiles::clearFailures() { failures_.clear(); }
 
-bool SimTextFiles::fails(Op op, const QString& path) const
+bool SimTextFiles::fails(Op op, const QString& path)
 {
     const QString name = QFileInfo(path).fileName();
-    return std::any_of(failures_.begin(), failures_.end(), [&](const auto& f) {
+    const bool failing = std::any_of(failures_.begin(), failures_.end(), [&](const auto& f) {
         return f.first == op && (f.second.isEmpty() || f.second.compare(name, Qt::CaseInsensitive) == 0);
     });
+    if (failing)
+        report(EACCES);
+    return failing;
+}
+
+int SimTextFiles::writeBytes(int fd, const QByteArray& bytes)
+{
+    if (room_ < 0 || bytes.size() <= room_) {
+        if (room_ >= 0)
+            room_ -= bytes.size();
+        return DiskTextFiles::writeBytes(fd, bytes);
+    }
+    const QByteArray fits = bytes.left(room_);
+    room_ = 0;
+    if (const int err = DiskTextFiles::writeBytes(fd, fits))
+        return err;
+    return ENOSPC;
 }
 
 bool SimTextFiles::exists(const QString& path) { return !fails(Op::Exists, path) && DiskTextFiles::exists(path); }
@@ -177,6 +195,14 @@ QString SimIcmp::resolve(const QString& name)
     return addresses_.value(name.toUpper());
 }
 
+QStringList SimIcmp::resolveAll(const QStringList& names, int)
+{
+    QStringList out;
+    for (const QString& n : names)
+        out << resolve(n);
+    return out;
+}
+
 std::vector<int> SimIcmp::echo(const QStringList& addresses, const QByteArray& data, int timeoutMs)
 {
     static const QRegularExpression dotted(QStringLiteral("^\\d{1,3}(\\.\\d{1,3}){3}$"));
@@ -186,6 +212,8 @@ std::vector<int> SimIcmp::echo(const QStringList& addresses, const QByteArray& d
         pinged << a;
         if (!dotted.match(a).hasMatch())
             out.push_back(-1);
+        else if (!unavailable_reason.isEmpty())
+            out.push_back(11050);
         else
             out.push_back(statuses_.value(a, 11010));
     }

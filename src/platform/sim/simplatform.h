@@ -31,9 +31,13 @@ class SimTextFiles : public DiskTextFiles {
 public:
     enum class Op { Exists, Create, Read, Write, Append, Size, Remove };
     // Every call of op on a path whose file name matches (without regard to case; empty: any
-    // path) fails from now on, until clearFailures().
+    // path) fails from now on, as access denied (5), until clearFailures().
     void failOn(Op op, const QString& fileName = {});
     void clearFailures();
+    // The disk has room for only this many more bytes: a write that goes beyond them writes what
+    // fits and then fails as a full disk does (112, "No space left on device"). Space freed by
+    // replaced files does not count. -1: room without end (the start).
+    void setRoomLeft(qint64 bytes) { room_ = bytes; }
 
     bool exists(const QString& path) override;
     bool create(const QString& path) override;
@@ -45,9 +49,13 @@ public:
     qint64 size(const QString& path) override;
     bool remove(const QString& path) override;
 
+protected:
+    int writeBytes(int fd, const QByteArray& bytes) override;
+
 private:
-    bool fails(Op op, const QString& path) const;
+    bool fails(Op op, const QString& path);
     std::vector<std::pair<Op, QString>> failures_;
+    qint64 room_ = -1;
 };
 
 struct ShownBox {
@@ -162,7 +170,11 @@ private:
 class SimIcmp : public Icmp {
 public:
     QString resolve(const QString& name) override;
+    QStringList resolveAll(const QStringList& names, int timeoutMs) override;
     std::vector<int> echo(const QStringList& addresses, const QByteArray& data, int timeoutMs) override;
+    // What unavailableReason() answers; when set, echo() gives 11050 for every dotted address.
+    QString unavailable_reason;
+    QString unavailableReason() override { return unavailable_reason; }
 
     // name resolves to address and the address answers status (0 = reachable).
     void addComputer(const QString& name, const QString& address, int status = 0);

@@ -1,0 +1,67 @@
+#include "platform/linux/privatefolder.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <cerrno>
+#include <cstring>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace velmora::platform {
+
+namespace {
+
+// Whether folder is a real folder of this user that nobody else may use.
+bool ownAndClosed(const QString& folder)
+{
+    struct stat st {};
+    return ::lstat(QFile::encodeName(folder).constData(), &st) == 0 && S_ISDIR(st.st_mode)
+        && st.st_uid == ::geteuid() && (st.st_mode & 077) == 0;
+}
+
+QString userName(uid_t uid)
+{
+    if (const passwd* pw = ::getpwuid(uid))
+        return QString::fromLocal8Bit(pw->pw_name);
+    return QStringLiteral("number %1").arg(uid);
+}
+
+} // namespace
+
+PrivateFolder privateFolderIn(const QString& base, const QString& name)
+{
+    const QString folder = QDir::cleanPath(base + QLatin1Char('/') + name);
+    const QByteArray native = QFile::encodeName(folder);
+    const QString what = QStringLiteral("The folder \"%1\" for this program's sockets ").arg(folder);
+    const QString advice = QStringLiteral(
+        " Another user may have made it to catch this program's connections. Remove it (or let "
+        "the administrator remove it), or start the program where XDG_RUNTIME_DIR names a folder "
+        "of your own that only you may use (mode 0700).");
+    if (::mkdir(native.constData(), 0700) != 0 && errno != EEXIST)
+        return {{}, what + QStringLiteral("cannot be made: %1.").arg(QString::fromLocal8Bit(std::strerror(errno)))};
+    struct stat st {};
+    if (::lstat(native.constData(), &st) != 0)
+        return {{}, what + QStringLiteral("cannot be checked: %1.").arg(QString::fromLocal8Bit(std::strerror(errno)))};
+    if (!S_ISDIR(st.st_mode))
+        return {{}, what + QStringLiteral("is not a folder but a link or a file.") + advice};
+    if (st.st_uid != ::geteuid())
+        return {{}, what + QStringLiteral("belongs to the user %1, not to you.").arg(userName(st.st_uid)) + advice};
+    if ((st.st_mode & 077) != 0)
+        return {{},
+                what + QStringLiteral("may be used by other users (its mode is %1, not 0700).")
+                           .arg(QString::number(st.st_mode & 07777, 8).rightJustified(4, QLatin1Char('0')))
+                    + advice};
+    return {folder, {}};
+}
+
+PrivateFolder privateRuntimeFolder()
+{
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (QDir::isAbsolutePath(runtime) && ownAndClosed(runtime))
+        return privateFolderIn(runtime, QStringLiteral("velmora"));
+    return privateFolderIn(QDir::tempPath(), QStringLiteral("velmora-%1").arg(::geteuid()));
+}
+
+} // namespace velmora::platform

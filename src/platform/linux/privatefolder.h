@@ -1,0 +1,24 @@
+#pragma once
+// The folder for this program's sockets (the single-instance socket): a place only this user can
+// reach, so that no other user can put a socket there first or listen in on ours.
+#include <QString>
+
+namespace velmora::platform {
+
+struct PrivateFolder {
+    QString path;    // the folder; empty when refused
+    QString problem; // empty when usable; else one paragraph for the user: which folder, why not, what to do
+    bool usable() const { return problem.isEmpty(); }
+};
+
+// "<XDG_RUNTIME_DIR>/velmora" when the user's runtime folder is a folder of this user's own with
+// no access for anybody else; otherwise "<temporary folder>/velmora-<uid>". See privateFolderIn().
+PrivateFolder privateRuntimeFolder();
+
+// The folder name inside base, made with mode 0700 when missing. An existing one is used only
+// when it is a real folder (not a link) that belongs to this user and that neither group nor
+// others may use; anything else is refused, never repaired or replaced, since another user may
+// have made it to catch the program's connections.
+PrivateFolder privateFolderIn(const QString& base, const QString& name);
+
+} // namespace velmora::platform

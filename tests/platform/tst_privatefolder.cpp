@@ -1,0 +1,183 @@
+// The private folder of the program's sockets, and the single-instance socket that lives in it,
+// in shared temporary folders that another user got to first.
+#include "platform/linux/localsocketinstance.h"
+#include "platform/linux/privatefolder.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QLocalServer>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace velmora::platform;
+
+namespace {
+
+constexpr uid_t otherUser = 65534;
+
+int modeOf(const QString& path)
+{
+    struct stat st {};
+    return ::lstat(QFile::encodeName(path).constData(), &st) == 0 ? int(st.st_mode & 07777) : -1;
+}
+
+uid_t ownerOf(const QString& path)
+{
+    struct stat st {};
+    return ::lstat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_uid : uid_t(-1);
+}
+
+bool makeFolder(const QString& path, int mode)
+{
+    return ::mkdir(QFile::encodeName(path).constData(), 0700) == 0
+        && ::chmod(QFile::encodeName(path).constData(), mode_t(mode)) == 0;
+}
+
+} // namespace
+
+class TestPrivateFolder : public QObject {
+    Q_OBJECT
+    std::unique_ptr<QTemporaryDir> dir_;
+    QString runtime_; // what XDG_RUNTIME_DIR names
+    QString shared_;  // the shared temporary folder (TMPDIR), open to all as /tmp is
+    QString fallback_; // the program's folder in it
+
+private slots:
+    void init()
+    {
+        dir_ = std::make_unique<QTemporaryDir>();
+        runtime_ = dir_->filePath("run");
+        shared_ = dir_->filePath("tmp");
+        QVERIFY(makeFolder(runtime_, 0700));
+        QVERIFY(makeFolder(shared_, 01777));
+        QVERIFY(::chmod(QFile::encodeName(dir_->path()).constData(), 0755) == 0);
+        fallback_ = shared_ + QStringLiteral("/velmora-%1").arg(::geteuid());
+        qputenv("XDG_RUNTIME_DIR", runtime_.toLocal8Bit());
+        qputenv("TMPDIR", shared_.toLocal8Bit());
+    }
+    void cleanup()
+    {
+        qunsetenv("XDG_RUNTIME_DIR");
+        qunsetenv("TMPDIR");
+    }
+
+    void theUsersRuntimeFolderHoldsAClosedFolderOfItsOwn()
+    {
+        const PrivateFolder folder = privateRuntimeFolder();
+        QVERIFY2(folder.usable(), qPrintable(folder.problem));
+        QCOMPARE(folder.path, runtime_ + "/velmora");
+        QCOMPARE(modeOf(folder.path), 0700);
+        // Made once, then found again.
+        QCOMPARE(privateRuntimeFolder().path, folder.path);
+    }
+
+    void aRuntimeFolderOthersMayUseIsPassedOver_data()
+    {
+        QTest::addColumn<QString>("xdg");
+        QTest::addColumn<int>("mode");
+        QTest::newRow("open to the group") << "run" << 0750;
+        QTest::newRow("unset") << "" << 0700;
+        QTest::newRow("relative") << "run-relative" << 0700;
+    }
+    void aRuntimeFolderOthersMayUseIsPassedOver()
+    {
+        QFETCH(QString, xdg);
+        QFETCH(int, mode);
+        QVERIFY(::chmod(QFile::encodeName(runtime_).constData(), mode_t(mode)) == 0);
+        qputenv("XDG_RUNTIME_DIR", xdg == "run" ? runtime_.toLocal8Bit() : xdg.toLocal8Bit());
+        const PrivateFolder folder = privateRuntimeFolder();
+        QVERIFY2(folder.usable(), qPrintable(folder.problem));
+        QCOMPARE(folder.path, fallback_);
+        QCOMPARE(modeOf(fallback_), 0700);
+        QCOMPARE(ownerOf(fallback_), ::geteuid());
+        QVERIFY(!QFileInfo::exists(runtime_ + "/velmora"));
+    }
+
+    // What another user may have left where the program's folder goes: every one is refused, and
+    // left exactly as it was.
+    void whatAnotherUserPreparedIsRefused_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("said");
+        QTest::newRow("folder of another user") << "foreign" << "belongs to the user";
+        QTest::newRow("folder open to all") << "open" << "its mode is 0777, not 0700";
+        QTest::newRow("folder open to the group") << "group" << "its mode is 0710, not 0700";
+        QTest::newRow("link to a folder") << "link" << "is not a folder but a link or a file";
+        QTest::newRow("file") << "file" << "is not a folder but a link or a file";
+    }
+    void whatAnotherUserPreparedIsRefused()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QString, said);
+        qunsetenv("XDG_RUNTIME_DIR");
+        const QString target = dir_->filePath("target");
+        if (kind == "foreign") {
+            if (::geteuid() != 0)
+                QSKIP("giving a folder to another user needs root");
+            QVERIFY(makeFolder(fallback_, 0700));
+            QVERIFY(::chown(QFile::encodeName(fallback_).constData(), otherUser, otherUser) == 0);
+        } else if (kind == "open" || kind == "group") {
+            QVERIFY(makeFolder(fallback_, kind == "open" ? 0777 : 0710));
+        } else if (kind == "link") {
+            QVERIFY(makeFolder(target, 0700));
+            QVERIFY(QFile::link(target, fallback_));
+        } else {
+            QFile f(fallback_);
+            QVERIFY(f.open(QIODevice::WriteOnly));
+        }
+        const int modeBefore = modeOf(fallback_);
+        const uid_t ownerBefore = ownerOf(fallback_);
+
+        const PrivateFolder folder = privateRuntimeFolder();
+        QVERIFY(!folder.usable());
+        QCOMPARE(folder.path, QString());
+        QVERIFY2(folder.problem.contains("\"" + fallback_ + "\""), qPrintable(folder.problem));
+        QVERIFY2(folder.problem.contains(said), qPrintable(folder.problem));
+        QVERIFY2(folder.problem.contains("XDG_RUNTIME_DIR"), qPrintable(folder.problem));
+        QCOMPARE(modeOf(fallback_), modeBefore);
+        QCOMPARE(ownerOf(fallback_), ownerBefore);
+        if (kind == "link")
+            QCOMPARE(modeOf(target), 0700);
+    }
+
+    void noSocketGoesWhereAnotherUserWaits()
+    {
+        // Another user made the program's folder in the shared temporary folder, open to all,
+        // and listens where the single-instance socket would be.
+        qunsetenv("XDG_RUNTIME_DIR");
+        QVERIFY(makeFolder(fallback_, 0777));
+        if (::geteuid() == 0)
+            QVERIFY(::chown(QFile::encodeName(fallback_).constData(), otherUser, otherUser) == 0);
+        QLocalServer trap;
+        QVERIFY(trap.listen(fallback_ + "/instance.sock"));
+        QSignalSpy caught(&trap, &QLocalServer::newConnection);
+
+        LocalSocketInstance instance;
+        QVERIFY2(instance.problem().contains("\"" + fallback_ + "\""), qPrintable(instance.problem()));
+        // Not taken for a running copy, and never asked to show anything.
+        QVERIFY(!instance.otherInstanceRunning([] {}));
+        instance.activateOther();
+        QTest::qWait(200);
+        QCOMPARE(caught.count(), 0);
+        QCOMPARE(QDir(fallback_).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System),
+                 QStringList{"instance.sock"});
+    }
+
+    void theSingleInstanceSocketLivesInThePrivateFolder()
+    {
+        LocalSocketInstance first;
+        QCOMPARE(first.problem(), QString());
+        QVERIFY(!first.otherInstanceRunning([] {}));
+        QVERIFY(QFileInfo::exists(runtime_ + "/velmora/instance.sock"));
+        LocalSocketInstance second;
+        QVERIFY(second.otherInstanceRunning([] {}));
+    }
+};
+
+QTEST_MAIN(TestPrivateFolder)
+#include "tst_privatefolder.moc"
