@@ -43,6 +43,8 @@ int main(int argc, char** argv)
 
     program.load();
     if (platform.app->ended())
-        return 0;
-    return app.exec();
+        velmora::platform::endProcessNow(0);
+    // Workers still waiting on the network (a silent name server, a stalled bus) are abandoned,
+    // never waited for: the program has ended once its window has.
+    velmora::platform::endProcessNow(app.exec());
 }

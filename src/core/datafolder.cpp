@@ -17,6 +17,17 @@ QString chooseDataFolder(platform::SystemInfo& system)
     return user;
 }
 
+QString dataFolderMovedText(platform::SystemInfo& system, const QString& chosen, bool programFolderHasData)
+{
+    const QString program = QDir::cleanPath(system.programFolder());
+    if (program.isEmpty() || program == chosen || !programFolderHasData)
+        return {};
+    return QStringLiteral("The folder \"%1\" holds Velmora's server list but cannot be written, so Velmora keeps "
+                          "its data in \"%2\" for now: the servers and settings stored in \"%1\" are not shown.\n\n"
+                          "Make \"%1\" writable for your user, or copy its files to \"%2\", and start Velmora again.")
+        .arg(program, chosen);
+}
+
 QString dataFile(const QString& dataFolder, const QString& name)
 {
     // A server name is also a file name. One with a separator or a NUL in it (typed in, or read

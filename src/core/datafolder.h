@@ -10,6 +10,10 @@ namespace velmora::core {
 // per-user application data folder, created on demand.
 QString chooseDataFolder(platform::SystemInfo& system);
 
+// When the data folder chosen is not the program's folder although that folder holds a server
+// list (it could not be written), the message that names both folders; otherwise empty.
+QString dataFolderMovedText(platform::SystemInfo& system, const QString& chosen, bool programFolderHasData);
+
 // Names of the stored files, relative to the data folder.
 namespace files {
 inline const QString computerlist = QStringLiteral("Computerlist");

@@ -157,6 +157,11 @@ bool lookInFile(platform::TextFiles& files, const QString& path)
     }
     if (!inProperties)
         kept << emptyPropertiesTemplate();
+    // Only a file that tidying really changes is written: an unchanged one keeps its bytes and
+    // costs no write (a full disk then cannot touch it either).
+    const auto all = files.readLines(path, true);
+    if (all && all->size() == lines->size() && kept == *lines)
+        return true;
     return files.writeLines(path, kept);
 }
 

@@ -16,6 +16,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QDir>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QGridLayout>
@@ -351,6 +352,12 @@ void MainWindow::load()
     // 2
     state.datafolder = core::chooseDataFolder(*p_.system);
     Text7->setText(state.datafolder);
+    // Temporary copies that a write killed half-way left behind are of no use to anyone.
+    p_.files->removeLeftoverCopies(state.datafolder);
+    const QString programFolder = QDir::cleanPath(p_.system->programFolder());
+    const QString moved = core::dataFolderMovedText(
+        *p_.system, state.datafolder,
+        !programFolder.isEmpty() && p_.files->exists(core::dataFile(programFolder, core::files::computerlist)));
     // 3
     readsettings();
     // 4
@@ -379,7 +386,14 @@ void MainWindow::load()
     for (QLineEdit* t : {services->Text2, services->Text3, services->Text4, services->Text5, services->Text6})
         t->clear();
     emit localComputerNameRead();
-    // 9
+    // 9: copies find each other only through a folder of this user's own; without one there is
+    // no telling whether another copy runs, and this one does not go on.
+    if (const QString why = p_.instance->problem(); !why.isEmpty()) {
+        p_.tray->remove();
+        p_.boxes->show(why, MsgIcon::Critical);
+        endProgram();
+        return;
+    }
     if (p_.instance->otherInstanceRunning([this] {
             // Another copy asked us to show ourselves.
             showNormal();
@@ -399,6 +413,8 @@ void MainWindow::load()
         move(left / kTwipsPerPixel, state.settings.maintop.toInt() / kTwipsPerPixel);
     // 11
     show();
+    if (!moved.isEmpty())
+        p_.boxes->show(moved, MsgIcon::Exclamation);
     // 12: the monitored servers, each server's file tidied.
     for (const QString& name : monitored_.refusedServers())
         announceRefusedServer(name);
@@ -451,6 +467,10 @@ void MainWindow::load()
     // 19
     if (!p_.files->exists(state.file(core::files::interval)))
         p_.files->writeLines(state.file(core::files::interval), {QStringLiteral("30")});
+    // Without an ICMP socket no server can be asked: say once why, rather than show every
+    // server as answering or as silent without a word.
+    if (const QString why = p_.icmp->unavailableReason(); !why.isEmpty())
+        emit pingUnavailable(why);
     // 20: a second's pause in which the window goes on working.
     p_.clock->singleShot(1000, this, [this] { startupAfterPause(); });
 }

@@ -132,6 +132,8 @@ signals:
     void activated();
     // The first reachability check of the start-up list has been applied.
     void serverListReady();
+    // No server can be pinged on this machine; why, and what to do, in one paragraph.
+    void pingUnavailable(const QString& why);
     // Start-up steps the other modules carry out.
     void localComputerNameRead();
     void mailProfileCheckDue();

@@ -169,6 +169,10 @@ void Program::connectServerManagement()
         m->joblog().ensurejoblog();
         m->joblog().serverline(server, core::reservedNameLogText(file));
     });
+    QObject::connect(w, &MainWindow::pingUnavailable, m, [this, m](const QString& why) {
+        state.platform.boxes->show(why, platform::MsgIcon::Exclamation);
+        m->joblog().appendjobline(QString(why).replace(QLatin1Char('\n'), QLatin1Char(' ')));
+    });
     QObject::connect(w, &MainWindow::maintenanceEnded, m,
                      [m](const QString& server) { m->joblog().serverline(server, joblog::kMaintenanceEnded); });
     QObject::connect(w, &MainWindow::removeWithoutSelection, w, [this] {

@@ -62,7 +62,7 @@ void SimServices::addComputer(const QString& computer)
 void SimServices::addService(const QString& computer, const Service& service)
 {
     std::lock_guard lock(mutex_);
-    computers_[computerKey(computer)].services[service.name.toUpper()] = Entry{service, std::nullopt};
+    computers_[computerKey(computer)].services[service.name.toUpper()] = Entry{service, std::nullopt, std::nullopt};
 }
 
 void SimServices::removeService(const QString& computer, const QString& name)
