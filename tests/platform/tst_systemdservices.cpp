@@ -244,6 +244,30 @@ private slots:
         QCOMPARE(sm.openManager(QStringLiteral("elsewhere")).error, svcerror::accessDenied);
     }
 
+    void statusRightAfterOpeningComesFromTheOpeningOnlyOnce()
+    {
+        SystemdServices sm(optionsFor(bus_));
+        // A check opens and queries at once: the state read by the opening serves the query...
+        const ServiceHandle ssh = open(sm, QStringLiteral("ssh.service"));
+        QCOMPARE(ssh.error, 0);
+        QCOMPARE(sm.queryStatus(ssh).state, svcstate::running);
+        // ...once: the next query of the same handle asks the service manager again.
+        QCOMPARE(bus_.setUnitState("ssh.service", "failed"), QString());
+        QCOMPARE(sm.queryStatus(ssh).state, svcstate::stopped);
+
+        // A query that comes a while after the opening asks as well.
+        const ServiceHandle cups = open(sm, QStringLiteral("cups.service"));
+        QCOMPARE(bus_.setUnitState("cups.service", "active"), QString());
+        QTest::qWait(400);
+        QCOMPARE(sm.queryStatus(cups).state, svcstate::running);
+
+        // And so does one that follows another service's opening.
+        const ServiceHandle ssh2 = open(sm, QStringLiteral("ssh.service"));
+        QCOMPARE(bus_.setUnitState("ssh.service", "active"), QString());
+        open(sm, QStringLiteral("cups.service"));
+        QCOMPARE(sm.queryStatus(ssh2).state, svcstate::running);
+    }
+
     void startAndStopReturnOnceQueuedAndTellHowTheirJobsEnded()
     {
         SystemdServices sm(optionsFor(bus_));

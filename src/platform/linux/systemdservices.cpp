@@ -34,6 +34,8 @@ constexpr const char* kService = "org.freedesktop.systemd1.Service";
 constexpr const char* kJob = "org.freedesktop.systemd1.Job";
 constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
 constexpr const char* kUnitPathPrefix = "/org/freedesktop/systemd1/unit";
+// How long the properties read by opening a service stand for its status (see takeOpened()).
+constexpr uint64_t kOpenedFreshUsec = 250000;
 
 uint64_t nowUsec()
 {
@@ -477,6 +479,12 @@ struct SystemdServices::Connection {
     };
     std::map<std::string, Known> known;
     uint64_t knownUntil = 0;
+    // The unit properties the last openService() read, handed to the status query that follows
+    // it right away (opening and querying a service is one step of a check), so that a check
+    // costs one round trip. Taken at most once; a start or stop drops it.
+    std::string openedName;
+    Props openedUnit;
+    uint64_t openedUntil = 0;
 
     ~Connection() { drop(); }
     void drop()
@@ -493,6 +501,15 @@ struct SystemdServices::Connection {
     {
         known.clear();
         knownUntil = 0;
+        openedUntil = 0;
+    }
+    // The properties openService() just read for name, once.
+    std::optional<Props> takeOpened(const std::string& name)
+    {
+        if (openedUntil == 0 || name != openedName || nowUsec() >= openedUntil)
+            return std::nullopt;
+        openedUntil = 0;
+        return std::move(openedUnit);
     }
     const Known* recent(const std::string& name) const
     {
@@ -748,6 +765,11 @@ ServiceHandle SystemdServices::openService(const ScmHandle& scm, const QString& 
     Props props;
     readProps(unit->reply, props);
     h.error = notFound(props) ? svcerror::noSuchService : svcerror::ok;
+    if (h.error == svcerror::ok) {
+        c->openedName = utf8(h.name);
+        c->openedUnit = std::move(props);
+        c->openedUntil = nowUsec() + kOpenedFreshUsec;
+    }
     return h;
 }
 
@@ -762,6 +784,8 @@ StatusResult SystemdServices::queryStatus(const ServiceHandle& service)
         return {code, 0};
     if (const auto* known = c->recent(utf8(service.name)))
         return {svcerror::ok, unitState(known->unit)};
+    if (const auto opened = c->takeOpened(utf8(service.name)))
+        return {svcerror::ok, unitState(*opened)};
     std::vector<std::unique_ptr<Call>> calls;
     Call* unit = getAll(calls, unitPath(utf8(service.name)), kUnit);
     if (const int code = connectionCode(*c, runCalls(*c, calls, msToUsec(options_.callTimeoutMs))))

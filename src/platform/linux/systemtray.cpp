@@ -33,7 +33,10 @@ void setSkipTaskbar(QWidget* window, bool skip)
     auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
     if (!x11 || !window)
         return;
+    // The offscreen platform answers as an X11 one too, but without a connection to a server.
     xcb_connection_t* c = x11->connection();
+    if (!c || xcb_connection_has_error(c))
+        return;
     const auto win = xcb_window_t(window->winId());
     const xcb_atom_t state = internAtom(c, "_NET_WM_STATE");
     const xcb_atom_t skipAtom = internAtom(c, "_NET_WM_STATE_SKIP_TASKBAR");
