@@ -1,7 +1,11 @@
 #include "support/windowfixture.h"
+#include "core/serverfile.h"
 #include "monitoring/setupwindow.h"
 
 #include <QComboBox>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -217,11 +221,16 @@ private slots:
         QTest::addColumn<bool>("otherRunning");
         QTest::addColumn<QString>("message");
         QTest::addColumn<int>("icon");
+        QTest::addColumn<QString>("instanceProblem");
         QTest::newRow("Windows 95") << 1 << false << "This Program is designed for Windows NT/2000/XP only !         "
-                                    << int(MsgIcon::Exclamation);
+                                    << int(MsgIcon::Exclamation) << QString();
         QTest::newRow("unknown") << 0 << false << "This Program is designed for Windows NT/2000/XP only !         "
-                                 << int(MsgIcon::Exclamation);
-        QTest::newRow("second copy") << 2 << true << "Only one Instance allowed !         " << int(MsgIcon::Critical);
+                                 << int(MsgIcon::Exclamation) << QString();
+        QTest::newRow("second copy") << 2 << true << "Only one Instance allowed !         " << int(MsgIcon::Critical)
+                                     << QString();
+        // No folder of this user's own to meet other copies in: told why, and no second box.
+        const QString why = "The folder /run/user/1000/velmora belongs to another user.";
+        QTest::newRow("no private folder") << 2 << true << why << int(MsgIcon::Critical) << why;
     }
 
     void unsuitableSystemOrSecondCopyEndsBeforeTouchingFiles()
@@ -230,15 +239,17 @@ private slots:
         QFETCH(bool, otherRunning);
         QFETCH(QString, message);
         QFETCH(int, icon);
+        QFETCH(QString, instanceProblem);
         WindowFixture f;
         f.sim.system.platform_id = platformId;
         f.sim.instance.other_running = otherRunning;
+        f.sim.instance.problem_text = instanceProblem;
         f.writeFile("Computers", {"DC1"});
         auto& w = f.start();
         QVERIFY(f.sim.app.ended());
         QCOMPARE(f.sim.boxes.texts(), QStringList{message});
         QCOMPARE(int(f.sim.boxes.shown.first().icon), icon);
-        QCOMPARE(f.sim.instance.activations, otherRunning ? 1 : 0);
+        QCOMPARE(f.sim.instance.activations, otherRunning && instanceProblem.isEmpty() ? 1 : 0);
         QVERIFY(!f.fileExists("Jobs.log"));
         QVERIFY(!f.fileExists("Interval"));
         QVERIFY(!f.fileExists("Computerlist"));
@@ -255,6 +266,55 @@ private slots:
         QCOMPARE(w.Text7->text(), f.sim.system.user_data_folder);
         QVERIFY(QFile::exists(f.sim.system.user_data_folder + "/Jobs.log"));
         QVERIFY(!f.fileExists("Jobs.log"));
+        QVERIFY(f.sim.boxes.shown.isEmpty()); // nothing was left behind in the program's folder
+    }
+
+    // A program folder that holds a server list but cannot be written: the user is told once
+    // where the data is kept now and where the list that is not shown lies.
+    void readOnlyProgramFolderWithDataSaysSo()
+    {
+        WindowFixture f;
+        f.writeFile("Computerlist", {"DC1"});
+        f.sim.system.program_folder_writable = false;
+        QDir().mkpath(f.sim.system.user_data_folder);
+        f.start();
+        QCOMPARE(f.sim.boxes.shown.size(), 1);
+        const QString text = f.sim.boxes.shown.first().text;
+        QVERIFY2(text.contains(QDir::cleanPath(f.sim.system.program_folder)) &&
+                     text.contains(f.sim.system.user_data_folder),
+                 qPrintable(text));
+        QCOMPARE(f.readBytes("Computerlist"), QByteArray("DC1\r\n")); // left as it was
+    }
+
+    // Without an ICMP socket: one box and one job-log line say why, and no server is shown as
+    // answering.
+    void noPingPermissionIsToldOnceAndNoServerAnswers()
+    {
+        WindowFixture f;
+        f.writeFile("Computerlist", {"DC1"});
+        f.sim.icmp.addComputer("DC1", "10.1.0.1", 0);
+        f.sim.icmp.unavailable_reason = "This computer does not let Velmora send pings.\nRun setcap cap_net_raw+ep.";
+        auto& w = f.start();
+        QCOMPARE(f.sim.boxes.texts(), QStringList{f.sim.icmp.unavailable_reason});
+        QVERIFY(QString::fromUtf8(f.readBytes("Jobs.log")).contains("does not let Velmora send pings. Run setcap"));
+        QCOMPARE(shell::MainWindow::serverIcon(w.findServer("DC1")), 8);
+    }
+
+    // Start-up tidies the per-server files but leaves a file it would not change untouched.
+    void tidyFileIsNotRewrittenAtStartUp()
+    {
+        WindowFixture f;
+        f.writeFile("Computerlist", {"DC1\tmonitored"});
+        f.writeFile("Computers", {"DC1"});
+        f.writeFile("DC1", QStringList{"Print Spooler;spooler;Alert;;;;;"} + core::emptyPropertiesTemplate());
+        const QDateTime old(QDate(2020, 1, 1), QTime(12, 0));
+        {
+            QFile file(f.path("DC1"));
+            QVERIFY(file.open(QIODevice::ReadWrite));
+            QVERIFY(file.setFileTime(old, QFileDevice::FileModificationTime));
+        }
+        f.start();
+        QCOMPARE(QFileInfo(f.path("DC1")).lastModified(), old);
     }
 
     void timer9RepingsEveryServerAndFlipsOnlyReachability()

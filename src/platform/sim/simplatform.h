@@ -149,7 +149,9 @@ class SimSingleInstance : public SingleInstance {
 public:
     bool otherInstanceRunning(std::function<void()> onShowRequest) override;
     void activateOther() override { ++activations; }
+    QString problem() const override { return problem_text; }
     bool other_running = false;
+    QString problem_text; // what problem() answers
     int activations = 0;
     std::function<void()> show_request;
 };
