@@ -1,8 +1,16 @@
 // The Windows service backend against Samba's smbd in a network namespace of the test's own:
 // listing, details, start and stop of Spooler, Windows error codes, logons, and the time-outs
-// of a helper that stops answering.
+// of a helper that stops answering; the connection step with its password in the secret store;
+// and the routing of each server to systemd or Windows by the ServerTypes file.
 #include "actions/mailservers.h"
+#include "core/servertypes.h"
+#include "platform/connectionrouter.h"
+#include "platform/linux/disktextfiles.h"
+#include "platform/linux/windowsconnections.h"
 #include "platform/linux/windowsservices.h"
+#include "platform/servicerouter.h"
+#include "platform/sim/simcredentialsprompt.h"
+#include "platform/sim/simplatform.h"
 #include "smbdpeer.h"
 
 #include <QDirIterator>
@@ -231,6 +239,71 @@ private slots:
         // The stuck helper was ended; the next call starts a new one and logs on again.
         QCOMPARE(w.openService(scm, QStringLiteral("Spooler")).error, err::requestTimeout);
         QCOMPARE(logonsAsked_.load(), before + 1);
+    }
+
+    void connectionStepKeepsThePasswordInTheSecretStore()
+    {
+        WindowsServices w(options());
+        platform::sim::SimPlatform sim;
+        platform::sim::SimCredentialsPrompt prompt;
+        platform::WindowsConnections logons(
+            [&w](const QString& server, const WindowsServices::Logon& l) { return w.tryLogon(server, l); },
+            sim.secrets, prompt, sim.worker);
+        QObject context;
+        auto connect = [&](const QString& user, const QString& password) {
+            int code = -1;
+            logons.add(&context, kHost, user, password, [&](int c) { code = c; });
+            return code;
+        };
+        const QString key = platform::WindowsConnections::secretKey(kHost);
+
+        // Nothing stored: the user is asked, a wrong password asks again, the right one is kept.
+        prompt.credentials = {{{kUser, QStringLiteral("wrong")}}, {{kUser, kPassword}}};
+        QCOMPARE(connect({}, {}), err::ok);
+        QCOMPARE(prompt.asked, QStringList({"credentials 127.0.0.1 ", "credentials 127.0.0.1 root refused"}));
+        QCOMPARE(sim.secrets.secrets.value(key), kUser + QLatin1Char('\n') + kPassword);
+        QCOMPARE(logons.logonFor(kHost)->password, kPassword);
+
+        // Next time the stored password logs on without a question.
+        logons.cancel(kHost);
+        QVERIFY(!logons.logonFor(kHost));
+        prompt.asked.clear();
+        QCOMPARE(connect({}, {}), err::ok);
+        QVERIFY(prompt.asked.isEmpty());
+
+        // A cancelled question cancels the connection; an unreachable server is a missing path.
+        sim.secrets.secrets.clear();
+        logons.cancel(kHost);
+        QCOMPARE(connect({}, {}), 1223);
+        int code = -1;
+        logons.add(&context, QStringLiteral("127.0.0.2"), kUser, kPassword, [&](int c) { code = c; });
+        QCOMPARE(code, 53);
+    }
+
+    void eachServerGoesToTheManagerOfItsType()
+    {
+        QTemporaryDir dir;
+        platform::DiskTextFiles files;
+        const QString path = dir.filePath(QStringLiteral("ServerTypes"));
+        QVERIFY(files.writeLines(path, {"WinBox\twindows", "broken line", "linuxbox\tsystemd"}));
+        core::ServerTypes types(files, [&] { return path; });
+        QVERIFY(types.isWindows(QStringLiteral("winbox")));
+        QVERIFY(!types.isWindows(QStringLiteral("linuxbox")));
+        QVERIFY(!types.isWindows(kHost));
+
+        platform::sim::SimPlatform sim;
+        sim.services.addService(kHost, {QStringLiteral("cron")});
+        WindowsServices windows(options());
+        platform::ServiceRouter router(sim.services, windows, [&](const QString& s) { return types.isWindows(s); });
+        auto names = [&] { return namesOf(router.enumerateServices(router.openManager(kHost), filter::all).services); };
+        QCOMPARE(names(), QStringList({"cron"}));
+        QVERIFY(types.setWindows(kHost, true));
+        QCOMPARE(names(), QStringList({"NETLOGON", "RemoteRegistry", "Spooler", "WINS"}));
+        // The file holds one line per Windows server.
+        QCOMPARE(*files.readLines(path), QStringList({"WinBox\twindows", "127.0.0.1\twindows"}));
+        QVERIFY(types.setWindows(kHost, false));
+        QCOMPARE(*files.readLines(path), QStringList({"WinBox\twindows"}));
+        QCOMPARE(names(), QStringList({"cron"}));
     }
 };
 
