@@ -6,6 +6,7 @@
 //
 // The file is read once, on first use; changes are written through at once. May be used from
 // any thread.
+#include "platform/serverkinds.h"
 #include "platform/textfiles.h"
 
 #include <QSet>
@@ -19,15 +20,15 @@ namespace files {
 inline const QString servertypes = QStringLiteral("ServerTypes");
 }
 
-class ServerTypes {
+class ServerTypes : public platform::ServerKinds {
 public:
     // path: the file, or a function that gives it when first needed (the data folder is chosen
     // after the platform is made).
     ServerTypes(platform::TextFiles& files, std::function<QString()> path);
 
-    bool isWindows(const QString& server);
+    bool isWindows(const QString& server) override;
     // Marks server as a Windows server or not; false when the file could not be written.
-    bool setWindows(const QString& server, bool windows);
+    bool setWindows(const QString& server, bool windows) override;
 
 private:
     void load();

@@ -344,6 +344,7 @@ Platform LinuxPlatform::platform()
     p.messenger = &d->messenger;
     p.secrets = &d->secrets;
     p.filedialogs = &d->filedialogs;
+    p.serverkinds = &d->serverTypes;
     return p;
 }
 
