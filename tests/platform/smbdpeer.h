@@ -3,12 +3,15 @@
 // namespace, with one SMB user (root, whom smbd lets start and stop Spooler). Its svcctl server
 // offers Spooler, NETLOGON, RemoteRegistry and WINS.
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
+#include <csignal>
 
 namespace velmora::test {
 
@@ -22,6 +25,16 @@ public:
                 proc_.kill();
                 proc_.waitForFinished(5000);
             }
+        }
+        // smbd's RPC helpers (samba-dcerpcd and its workers) outlive it until they idle out.
+        QDirIterator it(QStringLiteral("/proc"), QDir::Dirs | QDir::NoDotAndDotDot);
+        while (it.hasNext()) {
+            const QString dir = it.next();
+            QFile f(dir + QStringLiteral("/cmdline"));
+            bool isPid = false;
+            const int pid = QFileInfo(dir).fileName().toInt(&isPid);
+            if (isPid && f.open(QIODevice::ReadOnly) && f.readAll().contains(config().toLocal8Bit()))
+                ::kill(pid, SIGTERM);
         }
     }
     bool start(const QString& user, const QString& password, QString* why)
