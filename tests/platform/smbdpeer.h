@@ -26,15 +26,20 @@ public:
                 proc_.waitForFinished(5000);
             }
         }
-        // smbd's RPC helpers (samba-dcerpcd and its workers) outlive it until they idle out.
-        QDirIterator it(QStringLiteral("/proc"), QDir::Dirs | QDir::NoDotAndDotDot);
-        while (it.hasNext()) {
-            const QString dir = it.next();
-            QFile f(dir + QStringLiteral("/cmdline"));
-            bool isPid = false;
-            const int pid = QFileInfo(dir).fileName().toInt(&isPid);
-            if (isPid && f.open(QIODevice::ReadOnly) && f.readAll().contains(config().toLocal8Bit()))
-                ::kill(pid, SIGTERM);
+        // smbd's RPC helpers (samba-dcerpcd and its workers) outlive it until they idle out; one
+        // still starting while smbd ends is caught by the second look.
+        for (int round = 0; round < 2; ++round) {
+            if (round > 0)
+                QTest::qWait(300);
+            QDirIterator it(QStringLiteral("/proc"), QDir::Dirs | QDir::NoDotAndDotDot);
+            while (it.hasNext()) {
+                const QString dir = it.next();
+                QFile f(dir + QStringLiteral("/cmdline"));
+                bool isPid = false;
+                const int pid = QFileInfo(dir).fileName().toInt(&isPid);
+                if (isPid && f.open(QIODevice::ReadOnly) && f.readAll().contains(config().toLocal8Bit()))
+                    ::kill(pid, SIGTERM);
+            }
         }
     }
     bool start(const QString& user, const QString& password, QString* why)
