@@ -12,6 +12,7 @@
 #include "platform/opener.h"
 #include "platform/profilemail.h"
 #include "platform/secretstore.h"
+#include "platform/serverkinds.h"
 #include "platform/system.h"
 #include "platform/tcpsocket.h"
 #include "platform/textfiles.h"
@@ -41,6 +42,8 @@ struct Platform {
     NetMessenger* messenger = nullptr;
     FileDialogs* filedialogs = nullptr;
     SecretStore* secrets = nullptr;
+    // Null where every server is a systemd server (the simulated platform).
+    ServerKinds* serverkinds = nullptr;
 };
 
 } // namespace velmora::platform

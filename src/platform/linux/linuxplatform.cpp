@@ -16,6 +16,13 @@
 #include "platform/linux/systemdservices.h"
 #include "platform/linux/systemtray.h"
 #include "platform/linux/tonebeeper.h"
+#include "platform/linux/windowsconnections.h"
+#include "platform/linux/windowsservices.h"
+
+#include "core/datafolder.h"
+#include "core/servertypes.h"
+#include "platform/connectionrouter.h"
+#include "platform/servicerouter.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -251,6 +258,15 @@ SystemdServices::Options servicesThrough(const SshConnections& net)
     return options;
 }
 
+// Windows servers log on with what their connections hold; the helper lives beside the program.
+WindowsServices::Options windowsServicesThrough(const WindowsConnections& logons)
+{
+    WindowsServices::Options options;
+    options.helper = QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("velmora-svcctl"));
+    options.logon = [&logons](const QString& server) { return logons.logonFor(server); };
+    return options;
+}
+
 } // namespace
 
 struct LinuxPlatform::Impl {
@@ -264,8 +280,22 @@ struct LinuxPlatform::Impl {
     ThreadPoolWorker worker;
     QtCredentialsPrompt prompt;
     // ssh runs this program again as its askpass helper (main() calls askpassMain()).
-    SshConnections net{{}, QStringLiteral("ssh"), &prompt};
-    SystemdServices services{servicesThrough(net)};
+    SshConnections ssh{{}, QStringLiteral("ssh"), &prompt};
+    SystemdServices systemd{servicesThrough(ssh)};
+    KeychainSecrets secrets;
+    // Which servers are Windows servers: a file of its own in the data folder.
+    core::ServerTypes serverTypes{files, [this] {
+        return core::dataFile(core::chooseDataFolder(system), core::files::servertypes);
+    }};
+    std::function<bool(const QString&)> isWindows = [this](const QString& server) {
+        return serverTypes.isWindows(server);
+    };
+    WindowsServices windows{windowsServicesThrough(windowsLogons)};
+    WindowsConnections windowsLogons{
+        [this](const QString& server, const WindowsServices::Logon& logon) { return windows.tryLogon(server, logon); },
+        secrets, prompt, worker, [this](const QString& server) { windows.disconnect(server); }};
+    ConnectionRouter net{ssh, windowsLogons, isWindows};
+    ServiceRouter services{systemd, windows, isWindows};
     SystemTray tray;
     LoopSound sound;
     KnownComputersChooser chooser;
@@ -274,7 +304,6 @@ struct LinuxPlatform::Impl {
     QtTcpNetwork tcp;
     MsmtpMail profilemail;
     SmbMessenger messenger;
-    KeychainSecrets secrets;
     QtFileDialogs filedialogs;
 };
 
@@ -315,6 +344,7 @@ Platform LinuxPlatform::platform()
     p.messenger = &d->messenger;
     p.secrets = &d->secrets;
     p.filedialogs = &d->filedialogs;
+    p.serverkinds = &d->serverTypes;
     return p;
 }
 

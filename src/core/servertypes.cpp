@@ -1,0 +1,61 @@
+#include "core/servertypes.h"
+
+namespace velmora::core {
+
+namespace {
+const QString kWindows = QStringLiteral("windows");
+}
+
+ServerTypes::ServerTypes(platform::TextFiles& files, std::function<QString()> path)
+    : files_(files), path_(std::move(path))
+{
+}
+
+void ServerTypes::load()
+{
+    if (loaded_)
+        return;
+    loaded_ = true;
+    const auto lines = files_.readLines(path_(), true);
+    if (!lines)
+        return;
+    for (const QString& line : *lines) {
+        const QStringList fields = line.split(QLatin1Char('\t'));
+        const QString name = fields.value(0).trimmed();
+        if (fields.size() < 2 || name.isEmpty() || fields.at(1).trimmed().toLower() != kWindows)
+            continue;
+        if (!windows_.contains(name.toLower()))
+            names_ << name;
+        windows_.insert(name.toLower());
+    }
+}
+
+bool ServerTypes::isWindows(const QString& server)
+{
+    std::lock_guard lock(mutex_);
+    load();
+    return windows_.contains(server.trimmed().toLower());
+}
+
+bool ServerTypes::setWindows(const QString& server, bool windows)
+{
+    std::lock_guard lock(mutex_);
+    load();
+    const QString name = server.trimmed();
+    const QString key = name.toLower();
+    if (windows_.contains(key) == windows)
+        return true;
+    if (windows) {
+        windows_.insert(key);
+        names_ << name;
+    } else {
+        windows_.remove(key);
+        names_.removeIf([&](const QString& n) { return n.toLower() == key; });
+    }
+    QStringList lines;
+    for (const QString& n : names_)
+        lines << n + QLatin1Char('\t') + kWindows;
+    return files_.writeLines(path_(), lines);
+}
+
+} // namespace velmora::core

@@ -1,0 +1,311 @@
+// The Windows service backend against Samba's smbd in a network namespace of the test's own:
+// listing, details, start and stop of Spooler, Windows error codes, logons, and the time-outs
+// of a helper that stops answering; the connection step with its password in the secret store;
+// and the routing of each server to systemd or Windows by the ServerTypes file.
+#include "actions/mailservers.h"
+#include "core/servertypes.h"
+#include "platform/connectionrouter.h"
+#include "platform/linux/disktextfiles.h"
+#include "platform/linux/windowsconnections.h"
+#include "platform/linux/windowsservices.h"
+#include "platform/servicerouter.h"
+#include "platform/sim/simcredentialsprompt.h"
+#include "platform/sim/simplatform.h"
+#include "smbdpeer.h"
+
+#include <QDirIterator>
+#include <QTcpServer>
+#include <QtTest>
+#include <atomic>
+
+using namespace velmora;
+using platform::ServiceEntry;
+using platform::ServiceManager;
+using platform::WindowsServices;
+namespace err = platform::svcerror;
+namespace st = platform::svcstate;
+namespace filter = platform::svcfilter;
+
+namespace {
+
+const QString kHost = QStringLiteral("127.0.0.1");
+const QString kUser = QStringLiteral("root");
+const QString kPassword = QStringLiteral("Velm0ra-secret");
+
+QString helperScript()
+{
+    return qEnvironmentVariable("VELMORA_SOURCE_DIR") + QStringLiteral("/src/platform/linux/velmora-svcctl.py");
+}
+
+QStringList namesOf(const std::vector<ServiceEntry>& services)
+{
+    QStringList out;
+    for (const auto& s : services)
+        out << s.name;
+    return out;
+}
+
+// The command lines of every running helper.
+QStringList helperCommandLines()
+{
+    QStringList out;
+    QDirIterator it(QStringLiteral("/proc"), QDir::Dirs | QDir::NoDotAndDotDot);
+    while (it.hasNext()) {
+        QFile f(it.next() + QStringLiteral("/cmdline"));
+        if (!f.open(QIODevice::ReadOnly))
+            continue;
+        const QString line = QString::fromLocal8Bit(f.readAll().replace('\0', ' '));
+        if (line.contains(QLatin1String("velmora-svcctl")))
+            out << line;
+    }
+    return out;
+}
+
+} // namespace
+
+class TestWindowsServices : public QObject {
+    Q_OBJECT
+
+    test::NetNamespace* ns_ = nullptr;
+    test::SmbdPeer* smbd_ = nullptr;
+    QString skipReason_;
+    std::atomic<int> logonsAsked_{0};
+
+    WindowsServices::Options options(const QString& password = kPassword)
+    {
+        WindowsServices::Options o;
+        o.helper = helperScript();
+        o.callTimeoutMs = 10000;
+        o.connectTimeoutMs = 10000;
+        o.logon = [this, password](const QString&) -> std::optional<WindowsServices::Logon> {
+            ++logonsAsked_;
+            return WindowsServices::Logon{kUser, password};
+        };
+        return o;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        if (geteuid() != 0) {
+            skipReason_ = QStringLiteral("smbd in a network namespace of its own needs root");
+            return;
+        }
+        if (QProcess::execute(QStringLiteral("/usr/bin/python3"), {"-c", "import samba.dcerpc.svcctl"}) != 0) {
+            skipReason_ = QStringLiteral("python3-samba is not installed");
+            return;
+        }
+        ns_ = new test::NetNamespace;
+        if (!ns_->active()) {
+            skipReason_ = QStringLiteral("no network namespace could be made");
+            return;
+        }
+        smbd_ = new test::SmbdPeer;
+        QString why;
+        if (!smbd_->start(kUser, kPassword, &why))
+            skipReason_ = why;
+    }
+    void cleanupTestCase()
+    {
+        delete smbd_;
+        delete ns_;
+    }
+    void init()
+    {
+        if (!skipReason_.isEmpty())
+            QSKIP(qPrintable(skipReason_));
+    }
+
+    void listsAndDescribesTheServices()
+    {
+        WindowsServices w(options());
+        const auto scm = w.openManager(kHost);
+        QCOMPARE(scm.error, err::ok);
+
+        const auto all = w.enumerateServices(scm, filter::all);
+        QCOMPARE(all.error, err::ok);
+        // Sorted by key name without regard to case.
+        QCOMPARE(namesOf(all.services), QStringList({"NETLOGON", "RemoteRegistry", "Spooler", "WINS"}));
+        QCOMPARE(all.services[2].displayName, QStringLiteral("Print Spooler"));
+        QCOMPARE(all.services[2].state, st::running);
+        QCOMPARE(all.services[0].state, st::stopped);
+        QCOMPARE(namesOf(w.enumerateServices(scm, filter::active).services),
+                 QStringList({"RemoteRegistry", "Spooler"}));
+        QCOMPARE(namesOf(w.enumerateServices(scm, filter::inactive).services), QStringList({"NETLOGON", "WINS"}));
+
+        auto spooler = w.openService(scm, QStringLiteral("Spooler"));
+        QCOMPARE(spooler.error, err::ok);
+        QCOMPARE(w.queryStatus(spooler).state, st::running);
+        const auto config = w.queryConfig(spooler);
+        QCOMPARE(config.error, err::ok);
+        QCOMPARE(config.config.startType, platform::svcstart::manual);
+        QCOMPARE(config.config.account, QStringLiteral("LocalSystem"));
+        QCOMPARE(config.config.displayName, QStringLiteral("Print Spooler"));
+        QVERIFY(!config.config.binaryPath.isEmpty());
+        const auto netlogon = w.queryConfig(w.openService(scm, QStringLiteral("NETLOGON")));
+        QCOMPARE(netlogon.config.startType, platform::svcstart::disabled);
+        const auto dependents = w.enumerateDependents(spooler, filter::all);
+        QCOMPARE(dependents.error, err::ok);
+        QVERIFY(dependents.services.empty());
+
+        QCOMPARE(w.openService(scm, QStringLiteral("NoSuchService")).error, err::noSuchService);
+        ServiceManager::close(spooler);
+        QCOMPARE(w.queryStatus(spooler).error, err::invalidHandle);
+        QCOMPARE(w.start(spooler), err::invalidHandle);
+        QVERIFY(logonsAsked_ >= 1);
+    }
+
+    void stopsAndStartsSpooler()
+    {
+        WindowsServices w(options());
+        const auto scm = w.openManager(kHost);
+        QCOMPARE(scm.error, err::ok);
+        const auto spooler = w.openService(scm, QStringLiteral("Spooler"));
+        QCOMPARE(w.start(spooler), err::alreadyRunning);
+        QCOMPARE(w.stop(spooler), err::ok);
+        QTRY_COMPARE(w.jobResult(spooler), err::ok);
+        QCOMPARE(w.queryStatus(spooler).state, st::stopped);
+        QCOMPARE(w.start(spooler), err::ok);
+        QTRY_COMPARE(w.jobResult(spooler), err::ok);
+        QCOMPARE(w.queryStatus(spooler).state, st::running);
+        // The manager's own refusals come through as it gives them.
+        QCOMPARE(w.start(w.openService(scm, QStringLiteral("NETLOGON"))), err::serviceDisabled);
+        QCOMPARE(w.start(w.openService(scm, QStringLiteral("WINS"))), err::accessDenied);
+    }
+
+    void logonsAndPasswords()
+    {
+        WindowsServices w(options(QStringLiteral("wrong")));
+        QCOMPARE(w.tryLogon(kHost, {kUser, QStringLiteral("wrong")}), 1326);
+        QCOMPARE(w.tryLogon(kHost, {QStringLiteral("VELMORA\\") + kUser, kPassword}), err::ok);
+        // The calls answer a refused logon, or none known, as "access denied".
+        QCOMPARE(w.openManager(kHost).error, err::accessDenied);
+        WindowsServices::Options none = options();
+        none.logon = [](const QString&) { return std::nullopt; };
+        QCOMPARE(WindowsServices(none).openManager(kHost).error, err::accessDenied);
+
+        // The password goes over the helper's standard input, never on its command line.
+        WindowsServices good(options());
+        QCOMPARE(good.openManager(kHost).error, err::ok);
+        const QStringList lines = helperCommandLines();
+        QVERIFY(!lines.isEmpty());
+        for (const QString& line : lines)
+            QVERIFY2(!line.contains(kPassword), qPrintable(line));
+
+        // After disconnect the next call logs on anew.
+        const int before = logonsAsked_;
+        good.disconnect(kHost);
+        QCOMPARE(good.openManager(kHost).error, err::ok);
+        QCOMPARE(logonsAsked_.load(), before + 1);
+    }
+
+    void unreachableServersAnswer1722()
+    {
+        WindowsServices::Options o = options();
+        o.connectTimeoutMs = 1500;
+        WindowsServices w(o);
+        // Nothing listens on 127.0.0.2 in this namespace: refused at once.
+        QCOMPARE(w.openManager(QStringLiteral("127.0.0.2")).error, err::unavailable);
+        // A server that takes the connection and never answers: given up after the time-out.
+        QTcpServer silent;
+        QVERIFY(silent.listen(QHostAddress(QStringLiteral("127.0.0.3")), 445));
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(w.openManager(QStringLiteral("127.0.0.3")).error, err::unavailable);
+        QVERIFY(timer.elapsed() < 8000);
+        // A missing helper program is a manager that cannot be reached.
+        o.helper = QStringLiteral("/nonexistent/velmora-svcctl");
+        QCOMPARE(WindowsServices(o).openManager(kHost).error, err::unavailable);
+    }
+
+    void helperThatStopsAnsweringTimesOut()
+    {
+        // A stand-in helper that logs on, then never answers again.
+        QTemporaryDir dir;
+        const QString script = dir.filePath(QStringLiteral("stuck.sh"));
+        QFile f(script);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("read line; echo '{\"error\": 0}'; read line; exec sleep 60\n");
+        f.close();
+        WindowsServices::Options o = options();
+        o.python = QStringLiteral("/bin/sh");
+        o.helper = script;
+        o.callTimeoutMs = 300;
+        WindowsServices w(o);
+        const auto scm = w.openManager(kHost);
+        QCOMPARE(scm.error, err::ok);
+        const int before = logonsAsked_;
+        QCOMPARE(w.enumerateServices(scm, filter::all).error, err::requestTimeout);
+        // The stuck helper was ended; the next call starts a new one and logs on again.
+        QCOMPARE(w.openService(scm, QStringLiteral("Spooler")).error, err::requestTimeout);
+        QCOMPARE(logonsAsked_.load(), before + 1);
+    }
+
+    void connectionStepKeepsThePasswordInTheSecretStore()
+    {
+        WindowsServices w(options());
+        platform::sim::SimPlatform sim;
+        platform::sim::SimCredentialsPrompt prompt;
+        platform::WindowsConnections logons(
+            [&w](const QString& server, const WindowsServices::Logon& l) { return w.tryLogon(server, l); },
+            sim.secrets, prompt, sim.worker);
+        QObject context;
+        auto connect = [&](const QString& user, const QString& password) {
+            int code = -1;
+            logons.add(&context, kHost, user, password, [&](int c) { code = c; });
+            return code;
+        };
+        const QString key = platform::WindowsConnections::secretKey(kHost);
+
+        // Nothing stored: the user is asked, a wrong password asks again, the right one is kept.
+        prompt.credentials = {{{kUser, QStringLiteral("wrong")}}, {{kUser, kPassword}}};
+        QCOMPARE(connect({}, {}), err::ok);
+        QCOMPARE(prompt.asked, QStringList({"credentials 127.0.0.1 ", "credentials 127.0.0.1 root refused"}));
+        QCOMPARE(sim.secrets.secrets.value(key), kUser + QLatin1Char('\n') + kPassword);
+        QCOMPARE(logons.logonFor(kHost)->password, kPassword);
+
+        // Next time the stored password logs on without a question.
+        logons.cancel(kHost);
+        QVERIFY(!logons.logonFor(kHost));
+        prompt.asked.clear();
+        QCOMPARE(connect({}, {}), err::ok);
+        QVERIFY(prompt.asked.isEmpty());
+
+        // A cancelled question cancels the connection; an unreachable server is a missing path.
+        sim.secrets.secrets.clear();
+        logons.cancel(kHost);
+        QCOMPARE(connect({}, {}), 1223);
+        int code = -1;
+        logons.add(&context, QStringLiteral("127.0.0.2"), kUser, kPassword, [&](int c) { code = c; });
+        QCOMPARE(code, 53);
+    }
+
+    void eachServerGoesToTheManagerOfItsType()
+    {
+        QTemporaryDir dir;
+        platform::DiskTextFiles files;
+        const QString path = dir.filePath(QStringLiteral("ServerTypes"));
+        QVERIFY(files.writeLines(path, {"WinBox\twindows", "broken line", "linuxbox\tsystemd"}));
+        core::ServerTypes types(files, [&] { return path; });
+        QVERIFY(types.isWindows(QStringLiteral("winbox")));
+        QVERIFY(!types.isWindows(QStringLiteral("linuxbox")));
+        QVERIFY(!types.isWindows(kHost));
+
+        platform::sim::SimPlatform sim;
+        sim.services.addService(kHost, {QStringLiteral("cron")});
+        WindowsServices windows(options());
+        platform::ServiceRouter router(sim.services, windows, [&](const QString& s) { return types.isWindows(s); });
+        auto names = [&] { return namesOf(router.enumerateServices(router.openManager(kHost), filter::all).services); };
+        QCOMPARE(names(), QStringList({"cron"}));
+        QVERIFY(types.setWindows(kHost, true));
+        QCOMPARE(names(), QStringList({"NETLOGON", "RemoteRegistry", "Spooler", "WINS"}));
+        // The file holds one line per Windows server.
+        QCOMPARE(*files.readLines(path), QStringList({"WinBox\twindows", "127.0.0.1\twindows"}));
+        QVERIFY(types.setWindows(kHost, false));
+        QCOMPARE(*files.readLines(path), QStringList({"WinBox\twindows"}));
+        QCOMPARE(names(), QStringList({"cron"}));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestWindowsServices)
+#include "tst_windowsservices.moc"
