@@ -4,6 +4,8 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QStyle>
+#include <QFontMetrics>
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QHBoxLayout>
@@ -138,6 +140,15 @@ void AlertWindow::addrow(const QDateTime& at, const QString& server, const QStri
             item->setForeground(c, kRed);
     }
     ListView1->addTopLevelItem(item);
+    // A column widens to what it shows (a date, a long service name), never narrows below its
+    // starting width; the new row's texts are measured, not the whole list again.
+    const QFontMetrics metrics(ListView1->font());
+    const int margin = 2 * ListView1->style()->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, ListView1) + 12;
+    for (int c = 0; c < ListView1->columnCount(); ++c) {
+        const int needed = metrics.horizontalAdvance(item->text(c)) + margin;
+        if (needed > ListView1->columnWidth(c))
+            ListView1->setColumnWidth(c, needed);
+    }
 }
 
 void AlertWindow::setLogSize(qint64 bytes, std::optional<SizeCaption> caption)

@@ -17,6 +17,7 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTemporaryDir>
+#include <QFontMetrics>
 #include <QTest>
 #include <QTreeWidget>
 
@@ -155,6 +156,12 @@ private slots:
             QCOMPARE(row->foreground(c).color(), kRed);
         for (int c : {0, 1, 5})
             QVERIFY(row->foreground(c).color() != kRed);
+        // Every column is wide enough for what it shows.
+        w.module->addalertrow("FILESERVER-BUILDING-7", "systemd-networkd-wait-online.service", "Stopped", actions);
+        const QFontMetrics metrics(list->font());
+        const QTreeWidgetItem* wide = list->topLevelItem(3);
+        for (int c = 0; c < 5; ++c)
+            QVERIFY2(list->columnWidth(c) > metrics.horizontalAdvance(wide->text(c)), qPrintable(wide->text(c)));
     }
 
     void joinKeepsTheSeparatorsOfEmptySlots()
