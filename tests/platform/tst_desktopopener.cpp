@@ -208,6 +208,22 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(readFile(marker), "-x|two words|" + QFile::encodeName(dir.path()), 20000);
     }
 
+    void aBareProgramNameIsFoundOnPath()
+    {
+        QTemporaryDir dir;
+        const QString marker = dir.filePath("ran");
+        writeFile(dir.filePath("bin/velmora-test-tool"),
+                  "#!/bin/sh\nprintf '%s' \"$1\" > '" + QFile::encodeName(marker) + "'\n", true);
+        const QByteArray savedPath = qgetenv("PATH");
+        qputenv("PATH", QFile::encodeName(dir.filePath("bin")) + ':' + savedPath);
+        const int code = DesktopOpener().open(QStringLiteral("velmora-test-tool"), QStringLiteral("hello"));
+        qputenv("PATH", savedPath);
+        QVERIFY2(code > 32, qPrintable(QString::number(code)));
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(marker), QByteArray("hello"), 20000);
+        // A bare name found nowhere is still a missing file.
+        QCOMPARE(DesktopOpener().open(QStringLiteral("velmora-no-such-tool")), 2);
+    }
+
     // ---- from a worker thread ----
 
     void aSlowLauncherHoldsUpNeitherTheEventLoopNorTheAnswer_data()
