@@ -179,7 +179,7 @@ private slots:
             QSKIP("neither gio nor xdg-open is installed");
         IsolatedDesktop desktop;
         const QString file = desktop.dir.filePath("Jobs.log");
-        writeFile(file, "16.11.26 20:50:14\tSRV01\tSpooler\tStopped\r\n");
+        writeFile(file, "16.11.2026 20:50:14\tSRV01\tSpooler\tStopped\r\n");
         QCOMPARE(DesktopOpener().open(file), 31);
     }
 
@@ -191,7 +191,7 @@ private slots:
         const QString marker = desktop.dir.filePath("opened");
         desktop.addTextViewer(marker);
         const QString file = desktop.dir.filePath("Jobs.log");
-        writeFile(file, "16.11.26 20:50:14\tSRV01\tSpooler\tStopped\r\n");
+        writeFile(file, "16.11.2026 20:50:14\tSRV01\tSpooler\tStopped\r\n");
         QVERIFY(DesktopOpener().open(file) > 32);
         // The viewer runs on its own; wait for it to have written what it got.
         QTRY_COMPARE_WITH_TIMEOUT(readFile(marker), QFile::encodeName(file), 20000);
