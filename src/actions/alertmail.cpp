@@ -1,6 +1,7 @@
 #include "actions/alertmail.h"
 
 #include "core/runstate.h"
+#include "core/timestamps.h"
 #include "joblog/joblog.h"
 
 namespace velmora::actions {
@@ -17,7 +18,7 @@ AlertMail::AlertMail(QString server, QString service, QString state, QString dat
 
 AlertMail AlertMail::fromState(const core::RunState& state, const QDateTime& at, const QLocale& locale)
 {
-    return AlertMail(state.currentserver, state.currentservice, state.currentstate, joblog::dateText(at, locale),
+    return AlertMail(state.currentserver, state.currentservice, state.currentstate, core::dateText(at),
                      joblog::timeText(at, locale),
                      {state.restartresult, state.programresult, state.alertresult, state.netsendresult,
                       state.soundresult});

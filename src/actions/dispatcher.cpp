@@ -252,10 +252,14 @@ void ActionDispatcher::subrestart(const QString& computername, const QString& se
                 return;
             }
             // The service gets time to come up before the next action; the window goes on.
-            state_.platform.clock->singleShot(kRestartWaitMs, this, [this, service, cont] {
-                cont(logResult(QStringLiteral("Attemp to restart service : ") + service + QStringLiteral(" Successfull"),
-                               state_.restartresult));
-            });
+            state_.platform.clock->singleShot(
+                kRestartWaitMs, this,
+                [this, service, cont] {
+                    cont(logResult(QStringLiteral("Attemp to restart service : ") + service +
+                                       QStringLiteral(" Successfull"),
+                                   state_.restartresult));
+                },
+                platform::Precision::Precise);
         };
     });
 }

@@ -78,7 +78,8 @@ SmtpMailWindow::SmtpMailWindow(Mailing& owner, QWidget* parent) : QWidget(parent
     layout->addLayout(buttons);
 
     const platform::Platform& p = owner_.state().platform;
-    Timer1 = p.clock->createTimer(this, QStringLiteral("Timer1"), 1000);
+    // Its 16 ticks are the time a server gets to answer; they must not add up to less.
+    Timer1 = p.clock->createTimer(this, QStringLiteral("Timer1"), 1000, platform::Precision::Precise);
     Winsock1 = p.tcp->createSocket(this, QStringLiteral("Winsock1"));
     client_ = new SmtpClient(Winsock1, Timer1, *p.clock, this);
     client_->appendjobline = [this](const QString& line) {

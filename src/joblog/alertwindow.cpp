@@ -1,5 +1,6 @@
 #include "joblog/alertwindow.h"
 
+#include "core/timestamps.h"
 #include "joblog/logandalerts.h"
 
 #include <QAction>
@@ -133,7 +134,7 @@ void AlertWindow::addrow(const QDateTime& at, const QString& server, const QStri
                          const QString& actions, bool red)
 {
     const QLocale& locale = owner_.joblog().locale();
-    auto* item = new QTreeWidgetItem(QStringList{dateText(at, locale), timeText(at, locale), server, service, state,
+    auto* item = new QTreeWidgetItem(QStringList{core::dateText(at), timeText(at, locale), server, service, state,
                                                  actions});
     if (red) {
         for (int c = 2; c <= 4; ++c)

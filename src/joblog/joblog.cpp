@@ -1,6 +1,7 @@
 #include "joblog/joblog.h"
 
 #include "core/datafolder.h"
+#include "core/timestamps.h"
 
 namespace velmora::joblog {
 
@@ -30,11 +31,6 @@ QString timeFormatWithSeconds(const QLocale& locale)
     return format;
 }
 
-QString dateText(const QDateTime& at, const QLocale& locale)
-{
-    return locale.toString(at.date(), locale.dateFormat(QLocale::ShortFormat));
-}
-
 QString timeText(const QDateTime& at, const QLocale& locale)
 {
     return locale.toString(at.time(), timeFormatWithSeconds(locale));
@@ -43,13 +39,13 @@ QString timeText(const QDateTime& at, const QLocale& locale)
 QString checkLineText(const QDateTime& at, const QString& server, const QString& service,
                       const QString& result, const QLocale& locale)
 {
-    return dateText(at, locale) + QLatin1Char(' ') + timeText(at, locale) + QLatin1Char('\t') + server +
+    return core::dateText(at) + QLatin1Char(' ') + timeText(at, locale) + QLatin1Char('\t') + server +
            QLatin1Char('\t') + service + QLatin1Char('\t') + result;
 }
 
 QString serverLineText(const QDateTime& at, const QString& server, const QString& message, const QLocale& locale)
 {
-    return dateText(at, locale) + QLatin1Char(' ') + timeText(at, locale) + QLatin1Char('\t') + server +
+    return core::dateText(at) + QLatin1Char(' ') + timeText(at, locale) + QLatin1Char('\t') + server +
            QLatin1Char('\t') + message;
 }
 

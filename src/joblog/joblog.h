@@ -4,10 +4,10 @@
 // action (action line, no timestamp). The file is only ever appended to, one open-append-close
 // per line, and never held open, so an outside viewer can watch it grow.
 //
-// Dates and times are written in this system's regional formats: the short date format of
-// QLocale::system(), and its short time format with seconds added after the minutes where the
-// short format has none (so a German system writes "16.11.26 20:50:14", a US one
-// "11/16/26 8:50:14 PM").
+// Dates are written as "16.11.2026" on every system (core::dateText); times in this system's
+// regional format: the short time format of QLocale::system() with seconds added after the
+// minutes where it has none (so a German system writes "16.11.2026 20:50:14", a US one
+// "16.11.2026 8:50:14 PM").
 #include "platform/platform.h"
 
 #include <QDateTime>
@@ -22,8 +22,7 @@ namespace velmora::joblog {
 // The log above this many bytes is shown as large (red indicator); at or below it, as normal.
 inline constexpr qint64 kLargeLogBytes = 3000000;
 
-// The date and time texts of log lines and alert rows.
-QString dateText(const QDateTime& at, const QLocale& locale = QLocale::system());
+// The time text of log lines and alert rows (their date text is core::dateText).
 QString timeText(const QDateTime& at, const QLocale& locale = QLocale::system());
 // The locale's short time format with seconds added where it has none.
 QString timeFormatWithSeconds(const QLocale& locale);

@@ -1,5 +1,6 @@
 #include "joblog/logandalerts.h"
 
+#include "core/timestamps.h"
 #include "joblog/alertwindow.h"
 
 #include <QLabel>
@@ -85,7 +86,8 @@ void LogAndAlerts::beginImmediateCheck()
 
 void LogAndAlerts::showNextScan(const QDateTime& at)
 {
-    alertwindow()->Label1->setText(QStringLiteral("Next scan at :  ") + QLocale::system().toString(at, QLocale::ShortFormat));
+    alertwindow()->Label1->setText(QStringLiteral("Next scan at :  ") + core::dateText(at) + QLatin1Char(' ') +
+                                   timeText(at, joblog().locale()));
 }
 
 QString LogAndAlerts::joinactions(const QStringList& actionSlots)

@@ -21,14 +21,21 @@ signals:
     void timeout();
 };
 
+// How closely a timer keeps its interval. A coarse timer may fire up to 5 % early or late so
+// that the system can group wake-ups; a precise one never fires early. Waits that promise a
+// minimum time (the pause after a restart, a reply's time limit) are precise.
+enum class Precision { Coarse, Precise };
+
 class Clock {
 public:
     virtual ~Clock() = default;
     virtual QDateTime now() const = 0;
     // A new disabled timer owned by parent, with the given objectName.
-    virtual Timer* createTimer(QObject* parent, const QString& name, int intervalMs) = 0;
+    virtual Timer* createTimer(QObject* parent, const QString& name, int intervalMs,
+                               Precision precision = Precision::Coarse) = 0;
     // Runs fn once after ms on the user-interface thread, unless context is gone by then.
-    virtual void singleShot(int ms, QObject* context, std::function<void()> fn) = 0;
+    virtual void singleShot(int ms, QObject* context, std::function<void()> fn,
+                            Precision precision = Precision::Coarse) = 0;
 };
 
 } // namespace velmora::platform

@@ -1,6 +1,7 @@
 #include "report/reportcycle.h"
 
 #include "core/datafolder.h"
+#include "core/timestamps.h"
 #include "joblog/joblog.h"
 #include "report/reportexport.h"
 
@@ -71,7 +72,7 @@ std::optional<ReportRow> ReportCycle::rowFor(const monitoring::ImmediateResult& 
     const qint64 second = at.toSecsSinceEpoch();
     if (second != stampSecond_) {
         stampSecond_ = second;
-        stampDate_ = joblog::dateText(at);
+        stampDate_ = core::dateText(at);
         stampTime_ = joblog::timeText(at);
     }
     row.texts[DateColumn] = stampDate_;
@@ -240,7 +241,7 @@ QString ReportCycle::nextText() const
 {
     if (!nextscan_.isValid())
         return {};
-    return joblog::dateText(nextscan_) + QLatin1Char(' ') + joblog::timeText(nextscan_);
+    return core::dateText(nextscan_) + QLatin1Char(' ') + joblog::timeText(nextscan_);
 }
 
 QString ReportCycle::runningStatus() const { return runningStatusText(nextText(), filterWords(state_.settings)); }

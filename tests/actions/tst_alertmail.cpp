@@ -62,16 +62,16 @@ private slots:
         // Only the alert has run since the program started: the other four are empty texts,
         // yet every separator stays.
         const AlertMail m(QStringLiteral("DC1"), QStringLiteral("cups.service"), QStringLiteral("Paused"),
-                          QStringLiteral("11/16/26"), QStringLiteral("8:50:14 PM"),
+                          QStringLiteral("16.11.2026"), QStringLiteral("8:50:14 PM"),
                           {{}, {}, QStringLiteral("Alert activated"), {}, {}});
-        QCOMPARE(m.profileBody(), QStringLiteral("Velmora has noticed that\r\non: 11/16/26  at: 8:50:14 PM\r\n"
+        QCOMPARE(m.profileBody(), QStringLiteral("Velmora has noticed that\r\non: 16.11.2026  at: 8:50:14 PM\r\n"
                                                  "the Service:  cups.service\r\non Computer: DC1 is Paused.\r\n\r\n"
                                                  "\r\n\r\nAlert activated\r\n\r\n"));
-        QCOMPARE(m.smtpBody(), QStringLiteral("Velmora has noticed that on: 11/16/26  at: 8:50:14 PM   the Service:  "
+        QCOMPARE(m.smtpBody(), QStringLiteral("Velmora has noticed that on: 16.11.2026  at: 8:50:14 PM   the Service:  "
                                               "cups.service  on Computer: DC1 is Paused      Alert activated    "));
     }
 
-    void fromStateTakesTheSharedValuesAndTheRegionalDate()
+    void fromStateTakesTheSharedValuesTheDateAndTheRegionalTime()
     {
         core::RunState state;
         state.currentserver = QStringLiteral("SRV01");
@@ -85,11 +85,13 @@ private slots:
         const QDateTime at(QDate(2026, 11, 16), QTime(20, 50, 14));
         const AlertMail de = AlertMail::fromState(state, at, QLocale(QLocale::German, QLocale::Germany));
         QCOMPARE(de.smtpSubject(), QStringLiteral("Service Status SRV01 spooler Stopped"));
-        QCOMPARE(de.smtpBody(), QStringLiteral("Velmora has noticed that on: 16.11.26  at: 20:50:14   the Service:  "
+        QCOMPARE(de.smtpBody(), QStringLiteral("Velmora has noticed that on: 16.11.2026  at: 20:50:14   the Service:  "
                                                "spooler  on Computer: SRV01 is Stopped  R  P  A  N  S"));
         const AlertMail us = AlertMail::fromState(state, at, QLocale(QLocale::English, QLocale::UnitedStates));
-        QVERIFY(us.profileBody().startsWith(QStringLiteral("Velmora has noticed that\r\non: 11/16/26  at: 8:50:14")));
+        QVERIFY(us.profileBody().startsWith(QStringLiteral("Velmora has noticed that\r\non: 16.11.2026  at: 8:50:14 PM\r\n")));
         QVERIFY(us.profileBody().endsWith(QStringLiteral("\r\n\r\nR\r\nP\r\nA\r\nN\r\nS")));
+        const AlertMail c = AlertMail::fromState(state, at, QLocale::c());
+        QVERIFY(c.smtpBody().startsWith(QStringLiteral("Velmora has noticed that on: 16.11.2026  at: 20:50:14   ")));
     }
 };
 

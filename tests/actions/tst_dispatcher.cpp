@@ -11,6 +11,7 @@
 #include "platform/linux/linuxplatform.h"
 #include "platform/sim/simplatform.h"
 
+#include <QElapsedTimer>
 #include <QFile>
 #include <QMutex>
 #include <QSemaphore>
@@ -18,6 +19,10 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
+
+#include <algorithm>
+#include <memory>
+#include <vector>
 
 using namespace velmora;
 using actions::Action;
@@ -175,6 +180,33 @@ private slots:
         QCOMPARE(w.lines(), (QStringList{"Attemp to restart service : spooler Successfull", "Alert activated"}));
         QCOMPARE(w.state.restartresult, QStringLiteral("Attemp to restart service : spooler Successfull"));
         QCOMPARE(w.dones, 1);
+    }
+
+    // On the real clock the wait after a restart is never shorter than 5000 ms. A timer the
+    // system may move to group wake-ups ends up to 250 ms early, depending on where in the second
+    // it falls due, so restarts are started at spread-out moments of a second.
+    void restartWaitOnTheRealClockNeverEndsEarly()
+    {
+        platform::LinuxPlatform real; // its clock
+        constexpr int kRestarts = 8;
+        std::vector<std::unique_ptr<World>> worlds;
+        std::vector<QElapsedTimer> started(kRestarts);
+        std::vector<qint64> waited(kRestarts, -1);
+        for (int i = 0; i < kRestarts; ++i) {
+            auto& w = *worlds.emplace_back(std::make_unique<World>());
+            w.state.platform.clock = real.platform().clock;
+            started[size_t(i)].start();
+            w.dispatcher.runactions(QStringLiteral("SRV1"), QStringLiteral("spooler"), QStringLiteral("Stopped"),
+                                    {"Restart Service", "", "", "", ""},
+                                    [&, i] { waited[size_t(i)] = started[size_t(i)].elapsed(); });
+            QTest::qWait(1000 / kRestarts + 3);
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(std::all_of(waited.begin(), waited.end(), [](qint64 ms) { return ms >= 0; }), 30000);
+        for (int i = 0; i < kRestarts; ++i) {
+            QVERIFY2(waited[size_t(i)] >= ActionDispatcher::kRestartWaitMs,
+                     qPrintable(QStringLiteral("restart %1 waited %2 ms").arg(i).arg(waited[size_t(i)])));
+            QCOMPARE(worlds[size_t(i)]->lines(), QStringList{"Attemp to restart service : spooler Successfull"});
+        }
     }
 
     void refusedRestartLogsTheCodeWithoutWaiting_data()

@@ -208,6 +208,11 @@ private slots:
                                             << code::nameNotFound;
         QTest::newRow("name not resolved") << 1 << "Connection to pc9 failed. Error NT_STATUS_INVALID_PARAMETER\n"
                                            << code::nameNotFound;
+        QTest::newRow("NetBIOS name not resolved") << 1 << "Connection to PC9 failed. Error NT_STATUS_INVALID_ADDRESS\n"
+                                                   << code::nameNotFound;
+        QTest::newRow("no such share name") << 1 << "tree connect failed: NT_STATUS_BAD_NETWORK_NAME\n"
+                                            << code::nameNotFound;
+        QTest::newRow("no such object") << 1 << "Error NT_STATUS_OBJECT_NAME_NOT_FOUND" << code::nameNotFound;
         QTest::newRow("nobody listening") << 1 << "Connection to 10.1.1.1 failed. Error NT_STATUS_CONNECTION_REFUSED\n"
                                           << code::nameNotFound;
         QTest::newRow("host unreachable") << 1 << "Error NT_STATUS_HOST_UNREACHABLE" << code::nameNotFound;
@@ -338,6 +343,39 @@ private slots:
         QVERIFY(smbd.messages().isEmpty());
     }
 
+    // Names no resolver knows, inside a network namespace of the test's own so that smbclient's
+    // NetBIOS broadcasts stay there: a DNS name under the reserved .invalid domain and a bare
+    // NetBIOS name. Both are "not found", never a general network error.
+    void realSmbclientToANameThatDoesNotResolve()
+    {
+        if (geteuid() != 0)
+            QSKIP("a network namespace of the test's own needs root");
+        if (QStandardPaths::findExecutable(QStringLiteral("smbclient")).isEmpty())
+            QSKIP("smbclient is not installed");
+        test::NetNamespace ns;
+        QVERIFY(ns.active());
+        QTemporaryDir dir;
+        QFile conf(dir.filePath(QStringLiteral("smb.conf")));
+        QVERIFY(conf.open(QIODevice::WriteOnly));
+        // The client's defaults otherwise, as a desktop without Samba configuration has them.
+        conf.write("[global]\n  client min protocol = NT1\n");
+        conf.close();
+        SmbMessenger real;
+        real.extra_arguments = {QStringLiteral("-s"), conf.fileName()};
+
+        Rig rig(&real);
+        auto& [data, sim, state, log, mailing] = rig;
+        rig.failedService();
+        bool done = false;
+        mailing.netsend(QStringLiteral("velmora-nohost.invalid"), false, [&](bool logged) { done = logged; });
+        QTRY_VERIFY_WITH_TIMEOUT(done, 60000);
+        const QString line =
+            QStringLiteral("Error sending Net Message to velmora-nohost.invalid, user or workstation was not found.");
+        QCOMPARE(rig.lines(), QStringList{line});
+        QCOMPARE(state.netsendresult, line);
+
+        QCOMPARE(sendAndWait(real, QStringLiteral("VELMORANOPC"), QStringLiteral("hello")), code::nameNotFound);
+    }
 };
 
 QTEST_MAIN(TestNetSend)

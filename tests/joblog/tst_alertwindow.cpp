@@ -149,7 +149,7 @@ private slots:
         QTreeWidget* list = w.window()->ListView1;
         QCOMPARE(list->topLevelItemCount(), 3);
         QCOMPARE(rowTexts(list->topLevelItem(0)),
-                 (QStringList{"16.11.26", "20:50:14", "SRV01", "Spooler", "Stopped", actions}));
+                 (QStringList{"16.11.2026", "20:50:14", "SRV01", "Spooler", "Stopped", actions}));
         QCOMPARE(list->topLevelItem(2)->text(1), QStringLiteral("20:50:18"));
         const QTreeWidgetItem* row = list->topLevelItem(0);
         for (int c : {2, 3, 4})
@@ -162,6 +162,14 @@ private slots:
         const QTreeWidgetItem* wide = list->topLevelItem(3);
         for (int c = 0; c < 5; ++c)
             QVERIFY2(list->columnWidth(c) > metrics.horizontalAdvance(wide->text(c)), qPrintable(wide->text(c)));
+    }
+
+    void nextScanShowsTheDateWithItsFourDigitYear()
+    {
+        World w;
+        w.module->joblog().setLocale(QLocale::c());
+        w.module->showNextScan(QDateTime(QDate(2026, 11, 23), QTime(7, 5, 0)));
+        QCOMPARE(w.window()->Label1->text(), QStringLiteral("Next scan at :  23.11.2026 07:05:00"));
     }
 
     void joinKeepsTheSeparatorsOfEmptySlots()

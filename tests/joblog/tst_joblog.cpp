@@ -103,27 +103,30 @@ private slots:
         QVERIFY(w.log.checkline("SRV01", "Odd\tName", "Stopped"));
         QVERIFY(w.log.appendjobline(QString()));
         QCOMPARE(bytesOf(w.file()),
-                 QByteArray("16.11.26 20:50:14\tSRV01\tSpooler\tStopped\r\n"
+                 QByteArray("16.11.2026 20:50:14\tSRV01\tSpooler\tStopped\r\n"
                             "Alert activated\r\n"
                             "Program started: /usr/bin/true\r\n"
-                            "16.11.26 20:51:15\tSRV01\tDhcp\tOpen Service failed.   Error  1060\r\n"
-                            "16.11.26 20:51:15\tSRV02\tServer is in Maintenance Mode\r\n"
-                            "16.11.26 20:51:15\tSRV03\tCould not reach Server, Server not available.\r\n"
-                            "16.11.26 20:51:15\tSRV01\tOdd\tName\tStopped\r\n\r\n"));
+                            "16.11.2026 20:51:15\tSRV01\tDhcp\tOpen Service failed.   Error  1060\r\n"
+                            "16.11.2026 20:51:15\tSRV02\tServer is in Maintenance Mode\r\n"
+                            "16.11.2026 20:51:15\tSRV03\tCould not reach Server, Server not available.\r\n"
+                            "16.11.2026 20:51:15\tSRV01\tOdd\tName\tStopped\r\n\r\n"));
     }
 
-    void timestampsFollowTheRegionalFormats_data()
+    // The date is the same on every system, four-digit year and no blanks; the time follows
+    // the regional format.
+    void timestampsKeepTheDateAndFollowTheRegionalTime_data()
     {
         QTest::addColumn<QLocale>("locale");
         QTest::addColumn<QTime>("time");
         QTest::addColumn<QString>("line");
-        QTest::newRow("german morning") << kGerman << QTime(8, 5, 9) << "02.03.26 08:05:09\tS\tX\tRunning";
-        QTest::newRow("us morning") << kUs << QTime(8, 5, 9) << "3/2/26 8:05:09 AM\tS\tX\tRunning";
-        QTest::newRow("us evening") << kUs << QTime(20, 50, 14) << "3/2/26 8:50:14 PM\tS\tX\tRunning";
+        QTest::newRow("german morning") << kGerman << QTime(8, 5, 9) << "02.03.2026 08:05:09\tS\tX\tRunning";
+        QTest::newRow("us morning") << kUs << QTime(8, 5, 9) << "02.03.2026 8:05:09 AM\tS\tX\tRunning";
+        QTest::newRow("us evening") << kUs << QTime(20, 50, 14) << "02.03.2026 8:50:14 PM\tS\tX\tRunning";
         QTest::newRow("british") << QLocale(QLocale::English, QLocale::UnitedKingdom) << QTime(23, 59, 59)
-                                 << "02/03/2026 23:59:59\tS\tX\tRunning";
+                                 << "02.03.2026 23:59:59\tS\tX\tRunning";
+        QTest::newRow("c") << QLocale::c() << QTime(23, 59, 59) << "02.03.2026 23:59:59\tS\tX\tRunning";
     }
-    void timestampsFollowTheRegionalFormats()
+    void timestampsKeepTheDateAndFollowTheRegionalTime()
     {
         QFETCH(QLocale, locale);
         QFETCH(QTime, time);

@@ -70,7 +70,7 @@ private slots:
     {
         WindowFixture f;
         auto& w = f.start();
-        f.writeBytes("Jobs.log", "16.11.26 20:50:14\tSRV01\tSpooler\tStopped\r\n");
+        f.writeBytes("Jobs.log", "16.11.2026 20:50:14\tSRV01\tSpooler\tStopped\r\n");
 
         w.mnushowlogfile->trigger();
         QCOMPARE(f.sim.opener.opened.size(), 1);

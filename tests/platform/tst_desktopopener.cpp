@@ -179,7 +179,7 @@ private slots:
             QSKIP("neither gio nor xdg-open is installed");
         IsolatedDesktop desktop;
         const QString file = desktop.dir.filePath("Jobs.log");
-        writeFile(file, "16.11.26 20:50:14\tSRV01\tSpooler\tStopped\r\n");
+        writeFile(file, "16.11.2026 20:50:14\tSRV01\tSpooler\tStopped\r\n");
         QCOMPARE(DesktopOpener().open(file), 31);
     }
 
@@ -191,7 +191,7 @@ private slots:
         const QString marker = desktop.dir.filePath("opened");
         desktop.addTextViewer(marker);
         const QString file = desktop.dir.filePath("Jobs.log");
-        writeFile(file, "16.11.26 20:50:14\tSRV01\tSpooler\tStopped\r\n");
+        writeFile(file, "16.11.2026 20:50:14\tSRV01\tSpooler\tStopped\r\n");
         QVERIFY(DesktopOpener().open(file) > 32);
         // The viewer runs on its own; wait for it to have written what it got.
         QTRY_COMPARE_WITH_TIMEOUT(readFile(marker), QFile::encodeName(file), 20000);
@@ -206,6 +206,22 @@ private slots:
                   true);
         QVERIFY(DesktopOpener().open(program, QStringLiteral("-x \"two words\"")) > 32);
         QTRY_COMPARE_WITH_TIMEOUT(readFile(marker), "-x|two words|" + QFile::encodeName(dir.path()), 20000);
+    }
+
+    void aBareProgramNameIsFoundOnPath()
+    {
+        QTemporaryDir dir;
+        const QString marker = dir.filePath("ran");
+        writeFile(dir.filePath("bin/velmora-test-tool"),
+                  "#!/bin/sh\nprintf '%s' \"$1\" > '" + QFile::encodeName(marker) + "'\n", true);
+        const QByteArray savedPath = qgetenv("PATH");
+        qputenv("PATH", QFile::encodeName(dir.filePath("bin")) + ':' + savedPath);
+        const int code = DesktopOpener().open(QStringLiteral("velmora-test-tool"), QStringLiteral("hello"));
+        qputenv("PATH", savedPath);
+        QVERIFY2(code > 32, qPrintable(QString::number(code)));
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(marker), QByteArray("hello"), 20000);
+        // A bare name found nowhere is still a missing file.
+        QCOMPARE(DesktopOpener().open(QStringLiteral("velmora-no-such-tool")), 2);
     }
 
     // ---- from a worker thread ----

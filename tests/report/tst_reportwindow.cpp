@@ -1,4 +1,5 @@
 #include "core/datafolder.h"
+#include "core/timestamps.h"
 #include "joblog/joblog.h"
 #include "monitoring/checkcycle.h"
 #include "report/automatedialog.h"
@@ -183,7 +184,7 @@ private slots:
         Fleet f;
         ReportWindow& r = f.open();
         const QDateTime next = f.sim.clock.now().addSecs(5 * 60);
-        const QString at = joblog::dateText(next) + " " + joblog::timeText(next);
+        const QString at = core::dateText(next) + " " + joblog::timeText(next);
         QCOMPARE(r.Label4->text(), "Next at:  " + at + " Filter: running not running errors");
         r.mnustopreport->trigger();
         QCOMPARE(r.Label4->text(), "Next at: Report Stopped  Filter: running not running errors");
@@ -405,7 +406,7 @@ private slots:
                  (QStringList{"Save File As", "Textfile (*.txt)", "*.txt", "txt"}));
         QVERIFY(r.Timer1->isEnabled());
         const QDateTime at = f.sim.clock.now();
-        const QString day = joblog::dateText(at), time = joblog::timeText(at);
+        const QString day = core::dateText(at), time = joblog::timeText(at);
         QCOMPARE(exported(f, written),
                  day + "\t" + time + "\tWEB1\tnginx.service\tStopped\tAlert            \tAcknowledged\r\n" + day + "\t" +
                      time + "\tFILE4\tsmbd.service\tPaused\t            \t \r\n");

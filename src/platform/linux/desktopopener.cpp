@@ -86,13 +86,24 @@ bool openWithDesktopServices(const QUrl& url, int waitMs)
     return answer->done.tryAcquire(1, waitMs) && answer->ok;
 }
 
+// A bare name ("xterm") that is no file in the current folder is looked up on PATH, the way
+// the shell and the system's own open call find a program.
+QFileInfo resolve(const QString& file)
+{
+    QFileInfo info(file);
+    if (file.contains(QLatin1Char('/')) || info.exists())
+        return info;
+    const QString found = QStandardPaths::findExecutable(file);
+    return found.isEmpty() ? info : QFileInfo(found);
+}
+
 } // namespace
 
 int DesktopOpener::open(const QString& file, const QString& parameters)
 {
     if (file.isEmpty())
         return 2;
-    const QFileInfo info(file);
+    const QFileInfo info = resolve(file);
     if (!info.exists())
         return info.absoluteDir().exists() ? 2 : 3;
     if (!info.isReadable())

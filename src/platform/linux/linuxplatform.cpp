@@ -82,8 +82,9 @@ public:
 
 class QtTimerAdapter : public Timer {
 public:
-    explicit QtTimerAdapter(QObject* parent) : Timer(parent), timer_(this)
+    QtTimerAdapter(QObject* parent, Qt::TimerType type) : Timer(parent), timer_(this)
     {
+        timer_.setTimerType(type);
         connect(&timer_, &QTimer::timeout, this, &Timer::timeout);
     }
     void setInterval(int ms) override
@@ -119,16 +120,19 @@ private:
 class QtClock : public Clock {
 public:
     QDateTime now() const override { return QDateTime::currentDateTime(); }
-    Timer* createTimer(QObject* parent, const QString& name, int intervalMs) override
+    Timer* createTimer(QObject* parent, const QString& name, int intervalMs,
+                       Precision precision = Precision::Coarse) override
     {
-        auto* t = new QtTimerAdapter(parent);
+        auto* t = new QtTimerAdapter(parent, precision == Precision::Precise ? Qt::PreciseTimer : Qt::CoarseTimer);
         t->setObjectName(name);
         t->setInterval(intervalMs);
         return t;
     }
-    void singleShot(int ms, QObject* context, std::function<void()> fn) override
+    void singleShot(int ms, QObject* context, std::function<void()> fn,
+                    Precision precision = Precision::Coarse) override
     {
-        QTimer::singleShot(ms, context, std::move(fn));
+        QTimer::singleShot(ms, precision == Precision::Precise ? Qt::PreciseTimer : Qt::CoarseTimer, context,
+                           std::move(fn));
     }
 };
 

@@ -35,11 +35,14 @@ int SmbMessenger::codeForOutput(int exitCode, const QString& output)
             return netmsgerror::notSupported;
         if (s == QLatin1String("NT_STATUS_NETWORK_UNREACHABLE"))
             return netmsgerror::connectionNotFound;
-        // The name resolves nowhere (smbclient says INVALID_PARAMETER then), nobody listens
-        // there, or the computer does not take messages.
-        for (const char* notFound : {"NT_STATUS_INVALID_PARAMETER", "NT_STATUS_CONNECTION_REFUSED",
-                                     "NT_STATUS_BAD_NETWORK_NAME", "NT_STATUS_HOST_UNREACHABLE",
-                                     "NT_STATUS_NOT_FOUND", "NT_STATUS_OBJECT_NAME_NOT_FOUND",
+        // The name resolves nowhere (smbclient says INVALID_PARAMETER for a DNS name and
+        // INVALID_ADDRESS for a NetBIOS name then), nobody listens there, or the computer does
+        // not take messages.
+        for (const char* notFound : {"NT_STATUS_INVALID_PARAMETER", "NT_STATUS_INVALID_ADDRESS",
+                                     "NT_STATUS_INVALID_COMPUTER_NAME", "NT_STATUS_CONNECTION_REFUSED",
+                                     "NT_STATUS_BAD_NETWORK_NAME", "NT_STATUS_BAD_NETWORK_PATH",
+                                     "NT_STATUS_HOST_UNREACHABLE", "NT_STATUS_NOT_FOUND",
+                                     "NT_STATUS_OBJECT_NAME_NOT_FOUND", "NT_STATUS_OBJECT_PATH_NOT_FOUND",
                                      "NT_STATUS_REQUEST_NOT_ACCEPTED", "NT_STATUS_IO_TIMEOUT",
                                      "NT_STATUS_UNSUCCESSFUL"}) {
             if (s == QLatin1String(notFound))

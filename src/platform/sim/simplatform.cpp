@@ -93,7 +93,7 @@ QStringList SimMessageBoxes::texts() const
 
 SimClock::SimClock() : now_(QDate(2026, 3, 2), QTime(8, 0, 0)) {}
 
-Timer* SimClock::createTimer(QObject* parent, const QString& name, int intervalMs)
+Timer* SimClock::createTimer(QObject* parent, const QString& name, int intervalMs, Precision)
 {
     auto* t = new SimTimer(*this, parent);
     t->setObjectName(name);
@@ -102,7 +102,7 @@ Timer* SimClock::createTimer(QObject* parent, const QString& name, int intervalM
     return t;
 }
 
-void SimClock::singleShot(int ms, QObject* context, std::function<void()> fn)
+void SimClock::singleShot(int ms, QObject* context, std::function<void()> fn, Precision)
 {
     shots_.push_back({elapsed_ + std::max(ms, 0), seq_++, context, std::move(fn)});
 }

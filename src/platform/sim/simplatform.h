@@ -86,8 +86,11 @@ class SimClock : public Clock {
 public:
     SimClock();
     QDateTime now() const override { return now_; }
-    Timer* createTimer(QObject* parent, const QString& name, int intervalMs) override;
-    void singleShot(int ms, QObject* context, std::function<void()> fn) override;
+    // Simulated time is exact: every timer is precise.
+    Timer* createTimer(QObject* parent, const QString& name, int intervalMs,
+                       Precision precision = Precision::Coarse) override;
+    void singleShot(int ms, QObject* context, std::function<void()> fn,
+                    Precision precision = Precision::Coarse) override;
 
     void setNow(const QDateTime& t) { now_ = t; }
     // Moves time on by ms, firing every due timer and single shot in time order.
