@@ -22,7 +22,8 @@ MaintenanceDialog::MaintenanceDialog(const QString& server, const QDateTime& now
     Label1 = named(new QLabel(QStringLiteral("Stop alerting for %1 until:").arg(server)), "Label1");
     DateTime1 = named(new QDateTimeEdit, "DateTime1");
     DateTime1->setCalendarPopup(true);
-    DateTime1->setDisplayFormat(QLocale::system().dateTimeFormat(QLocale::ShortFormat));
+    // The date as the program writes it everywhere, with the regional time of day.
+    DateTime1->setDisplayFormat(QStringLiteral("dd.MM.yyyy ") + QLocale::system().timeFormat(QLocale::ShortFormat));
     DateTime1->setMinimumDateTime(now);
     DateTime1->setDateTime(now.addSecs(3600));
     OKButton = named(new QPushButton(QStringLiteral("OK")), "OKButton");

@@ -5,7 +5,9 @@
 #include "core/serverfile.h"
 #include "core/serverlist.h"
 #include "core/serverlistfile.h"
+#include "core/timestamps.h"
 #include "core/writeresult.h"
+#include "joblog/joblog.h"
 #include "platform/formcontrols.h"
 #include "platform/icons.h"
 #include "servicecontrol/connections.h"
@@ -322,8 +324,8 @@ void MainWindow::showServerItem(QTreeWidgetItem* item, int row)
     else
         tip = e.pingaddress + QStringLiteral("   ") + e.pingresult;
     if (e.maintenance && e.maintenanceEnd.isValid()) {
-        const QString until = QStringLiteral("Alerting stops until ") +
-                              QLocale::system().toString(e.maintenanceEnd, QLocale::ShortFormat);
+        const QString until = QStringLiteral("Alerting stops until ") + core::dateText(e.maintenanceEnd) +
+                              QLatin1Char(' ') + joblog::timeText(e.maintenanceEnd);
         tip = tip.isEmpty() ? until : tip + QLatin1Char('\n') + until;
     }
     item->setToolTip(0, tip);
