@@ -25,6 +25,8 @@ inline const QString settings = QStringLiteral("Settings");
 inline const QString jobslog = QStringLiteral("Jobs.log");
 inline const QString autoexport = QStringLiteral("AutoExport.txt");
 inline const QString help = QStringLiteral("velmorahelp.chm");
+// Which servers are Windows servers (see ServerTypes).
+inline const QString servertypes = QStringLiteral("ServerTypes");
 } // namespace files
 
 // data folder + separator + name.

@@ -45,17 +45,23 @@ bool ServerTypes::setWindows(const QString& server, bool windows)
     const QString key = name.toLower();
     if (windows_.contains(key) == windows)
         return true;
-    if (windows) {
-        windows_.insert(key);
-        names_ << name;
-    } else {
-        windows_.remove(key);
-        names_.removeIf([&](const QString& n) { return n.toLower() == key; });
-    }
+    QStringList names = names_;
+    if (windows)
+        names << name;
+    else
+        names.removeIf([&](const QString& n) { return n.toLower() == key; });
     QStringList lines;
-    for (const QString& n : names_)
+    for (const QString& n : names)
         lines << n + QLatin1Char('\t') + kWindows;
-    return files_.writeLines(path_(), lines);
+    // A choice that could not be written is not taken: the server keeps the kind it had.
+    if (!files_.writeLines(path_(), lines))
+        return false;
+    names_ = names;
+    if (windows)
+        windows_.insert(key);
+    else
+        windows_.remove(key);
+    return true;
 }
 
 } // namespace velmora::core

@@ -6,6 +6,7 @@
 //
 // The file is read once, on first use; changes are written through at once. May be used from
 // any thread.
+#include "core/datafolder.h" // files::servertypes
 #include "platform/serverkinds.h"
 #include "platform/textfiles.h"
 
@@ -16,10 +17,6 @@
 
 namespace velmora::core {
 
-namespace files {
-inline const QString servertypes = QStringLiteral("ServerTypes");
-}
-
 class ServerTypes : public platform::ServerKinds {
 public:
     // path: the file, or a function that gives it when first needed (the data folder is chosen
@@ -27,7 +24,8 @@ public:
     ServerTypes(platform::TextFiles& files, std::function<QString()> path);
 
     bool isWindows(const QString& server) override;
-    // Marks server as a Windows server or not; false when the file could not be written.
+    // Marks server as a Windows server or not; false, and nothing changed, when the file could
+    // not be written.
     bool setWindows(const QString& server, bool windows) override;
 
 private:

@@ -42,7 +42,7 @@ struct Platform {
     NetMessenger* messenger = nullptr;
     FileDialogs* filedialogs = nullptr;
     SecretStore* secrets = nullptr;
-    // Null where every server is a systemd server (the simulated platform).
+    // Null where every server is a systemd server.
     ServerKinds* serverkinds = nullptr;
 };
 

@@ -2,6 +2,7 @@
 
 #include "platform/formcontrols.h"
 
+#include <QCheckBox>
 #include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -13,8 +14,8 @@ namespace velmora::shell {
 
 using platform::named;
 
-AddServerDialog::AddServerDialog(std::function<bool(const QString&)> add, QWidget* parent)
-    : QDialog(parent), add_(std::move(add))
+AddServerDialog::AddServerDialog(std::function<bool(const QString&)> add, ServerKindChoice kinds, QWidget* parent)
+    : QDialog(parent), add_(std::move(add)), kinds_(kinds)
 {
     setObjectName(QStringLiteral("Dialog1"));
     setWindowTitle(QStringLiteral("Add Server"));
@@ -24,10 +25,14 @@ AddServerDialog::AddServerDialog(std::function<bool(const QString&)> add, QWidge
     Text1 = named(new QLineEdit, "Text1");
     OKButton = named(new QPushButton(QStringLiteral("OK")), "OKButton");
     CancelButton = named(new QPushButton(QStringLiteral("Cancel")), "CancelButton");
+    Check1 = named(new QCheckBox(QStringLiteral("&Windows server")), "Check1");
 
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(Label1);
     layout->addWidget(Text1);
+    layout->addWidget(Check1);
+    if (!kinds_.available())
+        Check1->hide();
     auto* buttons = new QHBoxLayout;
     buttons->addStretch(1);
     buttons->addWidget(OKButton);
@@ -40,10 +45,11 @@ AddServerDialog::AddServerDialog(std::function<bool(const QString&)> add, QWidge
 
 bool AddServerDialog::event(QEvent* e)
 {
-    // Every showing starts from an empty field with the focus, OK as the default button. (A
-    // refusal box coming and going keeps the name typed, so it can be corrected.)
+    // Every showing starts from an empty field with the focus, OK as the default button, and a
+    // systemd server. (A refusal box coming and going keeps the name typed, so it can be corrected.)
     if (e->type() == QEvent::Show) {
         Text1->clear();
+        Check1->setChecked(false);
         Text1->setFocus();
         OKButton->setDefault(true);
         Text1->selectAll();
@@ -53,8 +59,14 @@ bool AddServerDialog::event(QEvent* e)
 
 void AddServerDialog::ok()
 {
-    if (add_(Text1->text().toUpper()))
-        close();
+    const QString name = Text1->text().toUpper();
+    if (!add_(name))
+        return;
+    // Stored for every new server, so that a line left from an earlier server of the same name
+    // cannot make it a Windows server unasked. A kind that could not be stored is told in a box;
+    // the server stays added.
+    kinds_.choose(name, Check1->isChecked());
+    close();
 }
 
 } // namespace velmora::shell

@@ -841,7 +841,8 @@ MaintenanceDialog* MainWindow::maintenanceDialog() const { return maintenanceDia
 void MainWindow::openAddServer()
 {
     if (!addDialog_) {
-        addDialog_ = new AddServerDialog([this](const QString& name) { return addServer(name); }, this);
+        addDialog_ = new AddServerDialog([this](const QString& name) { return addServer(name); },
+                                         ServerKindChoice(p_), this);
         addDialog_->setModal(true);
     }
     addDialog_->show();
@@ -908,6 +909,10 @@ void MainWindow::removeServer()
         services->clearServiceSide();
         monitored_.removeFile(name);
     }
+    // A server of the same name added later starts as a systemd server unless the user says
+    // otherwise (the Add Server dialog stores its kind anew, so a line that stays is harmless).
+    if (p_.serverkinds)
+        p_.serverkinds->setWindows(name, false);
     // "Computerlist" follows when the program ends by a way that writes it.
 }
 
@@ -968,7 +973,7 @@ void MainWindow::openProperties() { openPropertiesFor(selectedServer()); }
 void MainWindow::openPropertiesFor(const QString& name)
 {
     delete propertiesWindow_;
-    propertiesWindow_ = new PropertiesWindow(monitored_, *p_.boxes, this);
+    propertiesWindow_ = new PropertiesWindow(monitored_, *p_.boxes, ServerKindChoice(p_), this);
     if (!propertiesWindow_->openFor(name))
         delete propertiesWindow_;
 }

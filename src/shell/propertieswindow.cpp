@@ -6,6 +6,7 @@
 #include "platform/formcontrols.h"
 #include "platform/messageboxes.h"
 
+#include <QCheckBox>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -31,8 +32,9 @@ QString stored(const QPlainTextEdit* box) { return box->toPlainText().replace(QL
 
 } // namespace
 
-PropertiesWindow::PropertiesWindow(core::MonitoredServices& monitored, platform::MessageBoxes& boxes, QWidget* parent)
-    : QDialog(parent), monitored_(monitored), boxes_(boxes)
+PropertiesWindow::PropertiesWindow(core::MonitoredServices& monitored, platform::MessageBoxes& boxes,
+                                   ServerKindChoice kinds, QWidget* parent)
+    : QDialog(parent), monitored_(monitored), boxes_(boxes), kinds_(kinds)
 {
     setObjectName(QStringLiteral("Form10"));
     setWindowTitle(QStringLiteral("Server Properties"));
@@ -68,6 +70,10 @@ void PropertiesWindow::buildControls()
     labelled("Label2", QStringLiteral("IP Address / Subnet:"), Text2);
     labelled("Label3", QStringLiteral("Role / Priority:"), Text3);
     labelled("Label4", QStringLiteral("Location / Department:"), Text4);
+    Check1 = named(new QCheckBox(QStringLiteral("&Windows server")), "Check1");
+    grid->addWidget(Check1, row++, 1);
+    if (!kinds_.available())
+        Check1->hide();
     labelled("Label5", QStringLiteral("Responsibles / Contact:"), Text5);
     labelled("Label6", QStringLiteral("Action list for monitoring staff:"), Text6);
     labelled("Label7", QStringLiteral("Remarks / Comments:"), Text7);
@@ -101,6 +107,7 @@ bool PropertiesWindow::openFor(const QString& server)
         t->clear();
     List1->clear();
     List2->clear();
+    Check1->setChecked(false);
     recordLines_.clear();
     Frame1->setTitle(QStringLiteral("Properties of : ") + server);
     Text9->setText(server);
@@ -117,6 +124,7 @@ bool PropertiesWindow::openFor(const QString& server)
         return false;
     }
     fill(*props);
+    Check1->setChecked(kinds_.isWindows(server));
     show();
     return true;
 }
@@ -152,6 +160,9 @@ void PropertiesWindow::save()
         boxes_.show(core::writeFailedText(r), MsgIcon::Critical);
         return;
     }
+    // So does a kind that could not be stored; a changed kind closes the server's connections.
+    if (!kinds_.choose(Text9->text(), Check1->isChecked()))
+        return;
     close();
 }
 

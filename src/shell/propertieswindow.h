@@ -1,12 +1,15 @@
 #pragma once
 // Form10, "Server Properties": the descriptive properties of one server (alias, address, role,
-// location, contacts, staff instructions, remarks) and, read-only, its monitored services. The
-// properties are those of the server's own file; saving rewrites the file with its record lines
-// exactly as they were read, then the properties block.
+// location, contacts, staff instructions, remarks), whether it is a Windows server, and,
+// read-only, its monitored services. The properties are those of the server's own file; saving
+// rewrites the file with its record lines exactly as they were read, then the properties block.
+// The server's kind is kept apart from its file (see ServerKindChoice).
 #include "core/serverfile.h"
+#include "shell/serverkindchoice.h"
 
 #include <QDialog>
 
+class QCheckBox;
 class QGroupBox;
 class QLabel;
 class QLineEdit;
@@ -22,7 +25,8 @@ namespace velmora::shell {
 class PropertiesWindow : public QDialog {
     Q_OBJECT
 public:
-    PropertiesWindow(core::MonitoredServices& monitored, platform::MessageBoxes& boxes, QWidget* parent = nullptr);
+    PropertiesWindow(core::MonitoredServices& monitored, platform::MessageBoxes& boxes, ServerKindChoice kinds,
+                     QWidget* parent = nullptr);
 
     // Reads the server's file (creating it empty when missing) and shows it. Returns false, with
     // a message, when the file cannot be used.
@@ -35,6 +39,7 @@ public:
     QListWidget* List1 = nullptr; // hidden: the record lines before "[Properties:]"
     QLineEdit* Text9 = nullptr;   // hidden: the server whose file is edited
     QPushButton *Command1 = nullptr, *Command2 = nullptr;
+    QCheckBox* Check1 = nullptr; // "Windows server"; hidden where the platform has no such servers
 
 private:
     void buildControls();
@@ -43,6 +48,7 @@ private:
 
     core::MonitoredServices& monitored_;
     platform::MessageBoxes& boxes_;
+    ServerKindChoice kinds_;
     // The record lines as read; written back unchanged.
     QStringList recordLines_;
 };

@@ -298,6 +298,7 @@ Platform SimPlatform::platform()
     p.profilemail = &profilemail;
     p.messenger = &messenger;
     p.filedialogs = &filedialogs;
+    p.serverkinds = &serverkinds;
     return p;
 }
 

@@ -1,0 +1,156 @@
+// The Windows service backend against a scripted service manager of the tests' own (impacket's
+// SMB server in a network namespace of the test): dependents, start and stop jobs that stay
+// pending for a while, a stop refused while a dependent runs (1051), and a service its user may
+// only look at.
+#include "actions/mailservers.h"
+#include "platform/linux/windowsservices.h"
+#include "svcctlpeer.h"
+
+#include <QtTest>
+#include <memory>
+
+using namespace velmora;
+using platform::ServiceEntry;
+using platform::WindowsServices;
+namespace err = platform::svcerror;
+namespace st = platform::svcstate;
+namespace filter = platform::svcfilter;
+
+namespace {
+
+const QString kHost = QStringLiteral("127.0.0.1");
+const QString kUser = QStringLiteral("tester");
+const QString kPassword = QStringLiteral("Velm0ra-peer");
+
+QStringList namesOf(const std::vector<ServiceEntry>& services)
+{
+    QStringList out;
+    for (const auto& s : services)
+        out << s.name;
+    return out;
+}
+
+} // namespace
+
+class TestWindowsServiceJobs : public QObject {
+    Q_OBJECT
+
+    test::NetNamespace* ns_ = nullptr;
+    test::SvcctlPeer* peer_ = nullptr;
+    // One helper for the whole test: the scripted manager serves one pipe at a time.
+    std::unique_ptr<WindowsServices> w_;
+    platform::ScmHandle scm_;
+    QString skipReason_;
+
+private slots:
+    void initTestCase()
+    {
+        if (geteuid() != 0) {
+            skipReason_ = QStringLiteral("an SMB server on port 445 in a network namespace of its own needs root");
+            return;
+        }
+        if (QProcess::execute(QStringLiteral("/usr/bin/python3"), {"-c", "import samba.dcerpc.svcctl"}) != 0) {
+            skipReason_ = QStringLiteral("python3-samba is not installed");
+            return;
+        }
+        ns_ = new test::NetNamespace;
+        if (!ns_->active()) {
+            skipReason_ = QStringLiteral("no network namespace could be made");
+            return;
+        }
+        peer_ = new test::SvcctlPeer;
+        if (QString why; !peer_->start(kUser, kPassword, &why)) {
+            skipReason_ = why;
+            return;
+        }
+        WindowsServices::Options o;
+        o.helper = qEnvironmentVariable("VELMORA_SOURCE_DIR") + QStringLiteral("/src/platform/linux/velmora-svcctl.py");
+        o.callTimeoutMs = 10000;
+        o.connectTimeoutMs = 10000;
+        o.logon = [](const QString&) { return std::optional(WindowsServices::Logon{kUser, kPassword}); };
+        w_ = std::make_unique<WindowsServices>(o);
+        scm_ = w_->openManager(kHost);
+        if (scm_.error != err::ok)
+            skipReason_ = QStringLiteral("the scripted svcctl peer refused the logon: %1").arg(scm_.error);
+    }
+    void cleanupTestCase()
+    {
+        w_.reset();
+        delete peer_;
+        delete ns_;
+    }
+    void init()
+    {
+        if (!skipReason_.isEmpty())
+            QSKIP(qPrintable(skipReason_));
+    }
+
+    void listsServicesAndDependents()
+    {
+        const auto all = w_->enumerateServices(scm_, filter::all);
+        QCOMPARE(all.error, err::ok);
+        QCOMPARE(namesOf(all.services), QStringList({"Fax", "Locked", "PrintNotify", "SlowSvc", "Spooler"}));
+        QCOMPARE(all.services[2].displayName, QStringLiteral("Printer Extensions and Notifications"));
+        QCOMPARE(namesOf(w_->enumerateServices(scm_, filter::inactive).services), QStringList({"PrintNotify", "SlowSvc"}));
+
+        const auto spooler = w_->openService(scm_, QStringLiteral("Spooler"));
+        QCOMPARE(spooler.error, err::ok);
+        QCOMPARE(namesOf(w_->enumerateDependents(spooler, filter::all).services), QStringList({"Fax", "PrintNotify"}));
+        QCOMPARE(namesOf(w_->enumerateDependents(spooler, filter::active).services), QStringList({"Fax"}));
+        QVERIFY(w_->enumerateDependents(w_->openService(scm_, QStringLiteral("Fax")), filter::all).services.empty());
+        const auto config = w_->queryConfig(w_->openService(scm_, QStringLiteral("Fax")));
+        QCOMPARE(config.error, err::ok);
+        QCOMPARE(config.config.displayName, QStringLiteral("Fax"));
+        QCOMPARE(config.config.account, QStringLiteral("LocalSystem"));
+        QCOMPARE(w_->openService(scm_, QStringLiteral("Nope")).error, err::noSuchService);
+    }
+
+    // Spooler cannot stop while Fax runs; with Fax stopped it can, and starts again.
+    void stopWithDependentsRunning()
+    {
+        const auto spooler = w_->openService(scm_, QStringLiteral("Spooler"));
+        const auto fax = w_->openService(scm_, QStringLiteral("Fax"));
+        QCOMPARE(w_->stop(spooler), err::dependentServicesRunning);
+        QCOMPARE(w_->queryStatus(spooler).state, st::running);
+        QCOMPARE(w_->stop(fax), err::ok);
+        QCOMPARE(w_->jobResult(fax), err::ok);
+        QCOMPARE(w_->stop(spooler), err::ok);
+        QCOMPARE(w_->jobResult(spooler), err::ok);
+        QCOMPARE(w_->queryStatus(spooler).state, st::stopped);
+        QCOMPARE(w_->stop(spooler), err::notActive);
+        QCOMPARE(w_->start(spooler), err::ok);
+        QCOMPARE(w_->jobResult(spooler), err::ok);
+        QCOMPARE(w_->start(spooler), err::alreadyRunning);
+        QCOMPARE(w_->start(fax), err::ok);
+        QCOMPARE(w_->jobResult(fax), err::ok);
+    }
+
+    // A slow service's jobs answer "still running" while it is pending, then end.
+    void pendingStartAndStop()
+    {
+        const auto slow = w_->openService(scm_, QStringLiteral("SlowSvc"));
+        QCOMPARE(w_->start(slow), err::ok);
+        QCOMPARE(w_->jobResult(slow), err::ioPending);
+        QCOMPARE(w_->jobResult(slow), err::ok);
+        QCOMPARE(w_->queryStatus(slow).state, st::running);
+        QCOMPARE(w_->jobResult(slow), err::ok); // reported once; nothing pending any more
+
+        QCOMPARE(w_->stop(slow), err::ok);
+        QCOMPARE(w_->queryStatus(slow).state, st::stopPending);
+        QCOMPARE(w_->jobResult(slow), err::ok);
+        QCOMPARE(w_->queryStatus(slow).state, st::stopped);
+    }
+
+    // A service its user may only look at is listed and shown, and refuses start and stop with 5.
+    void lookOnlyService()
+    {
+        const auto locked = w_->openService(scm_, QStringLiteral("Locked"));
+        QCOMPARE(locked.error, err::ok);
+        QCOMPARE(w_->queryStatus(locked).state, st::running);
+        QCOMPARE(w_->stop(locked), err::accessDenied);
+        QCOMPARE(w_->queryStatus(locked).state, st::running);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestWindowsServiceJobs)
+#include "tst_windowsservicejobs.moc"
