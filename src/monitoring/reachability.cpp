@@ -1,6 +1,10 @@
 #include "monitoring/reachability.h"
 
 #include <QHash>
+#include <QPointer>
+#include <QTimer>
+
+#include <memory>
 
 namespace velmora::monitoring {
 
@@ -69,6 +73,97 @@ void Reachability::pingAll(const QStringList& names, QObject* context,
         auto outcomes = pingNow(*icmp, names);
         return [outcomes = std::move(outcomes), done] { done(outcomes); };
     });
+}
+
+namespace {
+
+bool isDottedAddress(const QString& name)
+{
+    const QStringList parts = name.split(QLatin1Char('.'));
+    if (parts.size() != 4)
+        return false;
+    for (const QString& p : parts) {
+        bool ok = false;
+        if (p.isEmpty() || p.size() > 3 || p.toInt(&ok) > 255 || !ok)
+            return false;
+    }
+    return true;
+}
+
+// What a batch still has to hand over, shared by its jobs on the user-interface thread.
+struct Delivery {
+    QPointer<QObject> context;
+    std::function<void(const std::vector<PingAnswer>&)> part;
+    std::function<void()> done;
+    int jobsLeft = 0;
+    int slicesQueued = 0;
+
+    void finishIfLast()
+    {
+        if (jobsLeft == 0 && slicesQueued == 0 && context && done)
+            done();
+    }
+};
+
+// Hands answers[from..] over one slice now and the rest one slice per turn of the event loop.
+void deliverSlices(const std::shared_ptr<Delivery>& d, std::shared_ptr<std::vector<PingAnswer>> answers, size_t from)
+{
+    if (!d->context)
+        return;
+    const size_t to = std::min(answers->size(), from + size_t(Reachability::sliceSize));
+    if (from < to)
+        d->part(std::vector<PingAnswer>(answers->begin() + qsizetype(from), answers->begin() + qsizetype(to)));
+    if (to < answers->size()) {
+        ++d->slicesQueued;
+        QTimer::singleShot(0, d->context.data(), [d, answers, to] {
+            --d->slicesQueued;
+            deliverSlices(d, answers, to);
+        });
+        return;
+    }
+    d->finishIfLast();
+}
+
+} // namespace
+
+void Reachability::pingInParts(const QStringList& names, QObject* context,
+                               std::function<void(const std::vector<PingAnswer>&)> part, std::function<void()> done)
+{
+    // Dotted addresses in one job, names in another: a name server that does not answer holds
+    // up only the names.
+    std::vector<qsizetype> groups[2];
+    for (qsizetype i = 0; i < names.size(); ++i)
+        groups[isDottedAddress(names[i]) ? 0 : 1].push_back(i);
+    auto d = std::make_shared<Delivery>();
+    d->context = context;
+    d->part = std::move(part);
+    d->done = std::move(done);
+    for (const auto& group : groups)
+        d->jobsLeft += group.empty() ? 0 : 1;
+    if (d->jobsLeft == 0) {
+        d->finishIfLast();
+        return;
+    }
+    platform::Icmp* icmp = &icmp_;
+    for (auto& group : groups) {
+        if (group.empty())
+            continue;
+        QStringList batch;
+        batch.reserve(qsizetype(group.size()));
+        for (qsizetype i : group)
+            batch << names[i];
+        worker_.run(context, [icmp, batch, rows = std::move(group), d]() -> std::function<void()> {
+            auto outcomes = pingNow(*icmp, batch);
+            auto answers = std::make_shared<std::vector<PingAnswer>>();
+            answers->reserve(outcomes.size());
+            for (size_t k = 0; k < outcomes.size(); ++k)
+                answers->push_back({rows[k], std::move(outcomes[k])});
+            return [d, answers] {
+                --d->jobsLeft;
+                deliverSlices(d, answers, 0);
+            };
+        });
+    }
 }
 
 } // namespace velmora::monitoring

@@ -27,6 +27,12 @@ struct PingOutcome {
     bool reachable() const { return isReachable(result); }
 };
 
+// One outcome of a batch and the position of its name in the batch.
+struct PingAnswer {
+    qsizetype index = 0;
+    PingOutcome outcome;
+};
+
 class Reachability {
 public:
     static constexpr int timeoutMs = 500;
@@ -38,6 +44,15 @@ public:
     // user-interface thread, unless context is gone by then.
     void pingAll(const QStringList& names, QObject* context,
                  std::function<void(const std::vector<PingOutcome>&)> done);
+
+    // Pings every name at once and hands the outcomes over in parts as they come: dotted
+    // addresses need no name server, so theirs come after the echo time-out at the latest, those
+    // of names once the names resolved or their time ran out. A part larger than sliceSize comes
+    // in slices, one per turn of the event loop, so that applying them never holds the window up
+    // for long. done follows the last part. Neither runs once context is gone.
+    static constexpr int sliceSize = 1000;
+    void pingInParts(const QStringList& names, QObject* context,
+                     std::function<void(const std::vector<PingAnswer>&)> part, std::function<void()> done);
 
     // The blocking form, for worker threads.
     static std::vector<PingOutcome> pingNow(platform::Icmp& icmp, const QStringList& names);

@@ -431,23 +431,29 @@ void MainWindow::load()
             lines.push_back({name, true});
         core::writeServerList(*p_.files, state.file(core::files::computerlist), lines);
     }
-    // 14: every server is listed at once and pinged in one batch; the icons follow in list order.
+    // 14: every server is listed at once and pinged in one batch; the icons follow as the
+    // answers come, a large batch a slice at a time so that the window stays usable.
     servers_.reset(safeServerLines(core::readServerList(*p_.files, state.file(core::files::computerlist))));
     const QStringList names = servers_.names();
     repingRunning_ = true;
-    reach_.pingAll(names, this, [this, names](const std::vector<monitoring::PingOutcome>& outcomes) {
-        for (qsizetype i = 0; i < names.size(); ++i) {
-            const auto& o = outcomes[size_t(i)];
-            state.pingaddress = o.address;
-            state.pingresult = o.result;
-            // A server the user removed meanwhile is gone; one already checked keeps its icon.
-            const core::ServerEntry* e = servers_.find(names[i]);
-            if (e && e->pending)
-                servers_.setPing(names[i], o.result, o.address, true);
-        }
-        repingRunning_ = false;
-        emit serverListReady();
-    });
+    reach_.pingInParts(
+        names, this,
+        [this, names](const std::vector<monitoring::PingAnswer>& answers) {
+            if (p_.app->ended())
+                return;
+            for (const monitoring::PingAnswer& a : answers) {
+                state.pingaddress = a.outcome.address;
+                state.pingresult = a.outcome.result;
+                // A server the user removed meanwhile is gone; one already checked keeps its icon.
+                const core::ServerEntry* e = servers_.find(names[a.index]);
+                if (e && e->pending)
+                    servers_.setPing(names[a.index], a.outcome.result, a.outcome.address, true);
+            }
+        },
+        [this] {
+            repingRunning_ = false;
+            emit serverListReady();
+        });
     // 15
     if (Combo1->count() > 0)
         Combo1->setCurrentIndex(0);
@@ -645,16 +651,19 @@ void MainWindow::repingServers()
     if (names.isEmpty())
         return;
     repingRunning_ = true;
-    reach_.pingAll(names, this, [this, names](const std::vector<monitoring::PingOutcome>& outcomes) {
-        repingRunning_ = false;
-        for (qsizetype i = 0; i < names.size(); ++i) {
-            const auto& o = outcomes[size_t(i)];
-            state.pingaddress = o.address;
-            state.pingresult = o.result;
-            // Only reachability flips; whether a server is monitored stays as it is.
-            servers_.setPing(names[i], o.result, o.address, true);
-        }
-    });
+    reach_.pingInParts(
+        names, this,
+        [this, names](const std::vector<monitoring::PingAnswer>& answers) {
+            if (p_.app->ended())
+                return;
+            for (const monitoring::PingAnswer& a : answers) {
+                state.pingaddress = a.outcome.address;
+                state.pingresult = a.outcome.result;
+                // Only reachability flips; whether a server is monitored stays as it is.
+                servers_.setPing(names[a.index], a.outcome.result, a.outcome.address, true);
+            }
+        },
+        [this] { repingRunning_ = false; });
 }
 
 // ---------------------------------------------------------------------------------------------

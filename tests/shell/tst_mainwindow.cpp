@@ -344,6 +344,37 @@ private slots:
         QCOMPARE(serverIcons(w).first(), 10);
     }
 
+    void hugeServerListTakesTheCloseBoxWhileItsAnswersComeIn()
+    {
+        // 655,360 servers: the answers of one ping batch come in slices, and the window takes
+        // the close box between two of them; once closed, nothing more is applied.
+        constexpr int servers = 655360;
+        WindowFixture f;
+        QByteArray list;
+        list.reserve(servers * 10);
+        for (int i = 0; i < servers; ++i)
+            list += "S" + QByteArray::number(i) + "\r\n";
+        f.writeBytes("Computerlist", list);
+        f.sim.icmp.addComputer("S0", "10.1.0.1", 0);
+        auto& w = f.start();
+        QCOMPARE(w.ListView2->topLevelItemCount(), servers);
+        const auto pending = [&] {
+            int n = 0;
+            for (int row = 0; row < servers; ++row)
+                n += f.program->servers.at(row).pending;
+            return n;
+        };
+        QCOMPARE(f.program->servers.at(0).pingresult, QStringLiteral("0   [ ip success ]"));
+        const int waiting = pending();
+        QVERIFY2(waiting > 0, "every answer was applied before the window could take a close");
+
+        w.close();
+        QVERIFY(f.sim.app.ended());
+        QTest::qWait(50);
+        QCOMPARE(pending(), waiting);
+        QCOMPARE(f.readBytes("Computerlist"), list);
+    }
+
     void showServicesChecksTheServerFirst()
     {
         {

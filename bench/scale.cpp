@@ -1,0 +1,439 @@
+// Ten thousand servers against a hostile network: "Computerlist" holds 5,000 addresses that
+// answer (loopback, 127.2.x.y), 2,500 silent addresses (a peer network namespace behind a veth
+// pair that ignores echo requests) and 2,500 names that never resolve (a name server of the
+// benchmark's own that reads every question and never answers). The benchmark moves itself into
+// network and mount namespaces of its own first, binds a private /etc/resolv.conf there that
+// points at its silent name server, and so sees only the addresses and names it made.
+// Each run starts the program afresh (a child process with the real Linux backends, offscreen,
+// its data folder a private one), the way the program's own main() does.
+//
+//   window_shown_ms      from building the program to its window showing
+//   icons_set_ms         from building the program to every server that can be pinged (the
+//                        addresses, answering or silent) having its icon
+//   icons_all_ms         ... to every server having its icon, the unresolvable names included
+//   start_max_stall_ms   the longest time the event loop stood still from the window showing
+//                        until every icon was set
+//   reping_max_stall_ms  the longest time the event loop stood still while Timer9 re-pinged the
+//                        whole list (Timer9 set to 2.5 s, three re-pings)
+//   close_to_exit_ms     from closing the window (with a re-ping waiting on the silent name
+//                        server) to the end of the process
+//   rss_mb               resident memory after the re-pings
+// Each figure is the median of several runs. Needs root (namespaces, veth, a bind mount).
+#include "platform/linux/linuxplatform.h"
+#include "shell/mainwindow.h"
+#include "shell/program.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QMap>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QTreeWidget>
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+using namespace velmora;
+
+namespace {
+
+constexpr int kServers = 10000, kRuns = 3, kReping = 2500, kRepings = 3;
+
+double median(std::vector<double> v)
+{
+    std::sort(v.begin(), v.end());
+    return v.empty() ? -1 : v[v.size() / 2];
+}
+
+// Row i of the list: every second one answers, the others alternate between silent and unknown.
+enum class Kind { Answering, Silent, Unknown };
+Kind kindOf(int i) { return i % 2 == 0 ? Kind::Answering : (i % 4 == 1 ? Kind::Silent : Kind::Unknown); }
+QString serverName(int i)
+{
+    switch (kindOf(i)) {
+    case Kind::Answering:
+        return QStringLiteral("127.2.%1.%2").arg(i / 500).arg(i % 500 / 2 + 1);
+    case Kind::Silent:
+        return QStringLiteral("10.250.%1.%2").arg(1 + i / 1000).arg(i % 1000 / 4 + 1);
+    case Kind::Unknown:
+        break;
+    }
+    return QStringLiteral("NX%1.VELMORA.TEST").arg(i, 5, 10, QLatin1Char('0'));
+}
+
+double monotonicMs()
+{
+    timespec ts{};
+    ::clock_gettime(CLOCK_MONOTONIC, &ts);
+    return double(ts.tv_sec) * 1e3 + double(ts.tv_nsec) / 1e6;
+}
+
+double residentMb()
+{
+    QFile f(QStringLiteral("/proc/self/status"));
+    if (!f.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray& line : f.readAll().split('\n'))
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024.0;
+    return -1;
+}
+
+// The real system facts, except that the data lives in the benchmark's own folder.
+class FolderSystem : public platform::SystemInfo {
+public:
+    FolderSystem(platform::SystemInfo& real, QString folder) : real_(real), folder_(std::move(folder)) {}
+    int platformId() override { return real_.platformId(); }
+    QString computerName() override { return real_.computerName(); }
+    QString fullyQualifiedName() override { return real_.fullyQualifiedName(); }
+    QString programFolder() override { return folder_; }
+    QString programFileName() override { return QStringLiteral("velmora"); }
+    bool folderWritable(const QString& folder) override { return real_.folderWritable(folder); }
+    QString userDataFolder() override { return folder_; }
+
+private:
+    platform::SystemInfo& real_;
+    QString folder_;
+};
+
+// Each run is the only copy, whatever else runs on this machine.
+class OnlyCopy : public platform::SingleInstance {
+public:
+    bool otherInstanceRunning(std::function<void()>) override { return false; }
+    void activateOther() override {}
+};
+
+// The longest time the event loop stood still while it runs.
+class StallProbe {
+public:
+    StallProbe()
+    {
+        timer_.setInterval(2);
+        QObject::connect(&timer_, &QTimer::timeout, [this] {
+            const qint64 now = clock_.elapsed();
+            max_ = std::max(max_, now - last_);
+            last_ = now;
+        });
+        clock_.start();
+    }
+    void start()
+    {
+        max_ = 0;
+        last_ = clock_.elapsed();
+        timer_.start();
+    }
+    qint64 stop()
+    {
+        timer_.stop();
+        return max_;
+    }
+
+private:
+    QTimer timer_;
+    QElapsedTimer clock_;
+    qint64 max_ = 0, last_ = 0;
+};
+
+// One start of the program on the data folder; prints its figures, then closes the window and
+// ends the way the program does.
+int runProgram(int argc, char** argv, const QString& folder)
+{
+    QApplication app(argc, argv);
+    QApplication::setQuitOnLastWindowClosed(false);
+    platform::LinuxPlatform real;
+    platform::Platform p = real.platform();
+    FolderSystem system(*p.system, folder);
+    OnlyCopy only;
+    p.system = &system;
+    p.instance = &only;
+
+    QElapsedTimer clock;
+    qint64 shownMs = -1, iconsMs = -1, allMs = -1, startStall = -1, repingStall = -1;
+    StallProbe probe;
+    int ticks = 0;
+
+    clock.start();
+    shell::Program program(p);
+    shell::MainWindow& window = *program.window;
+
+    // Every server that can be pinged counts once it leaves the pending state.
+    std::vector<char> counted(kServers, 0);
+    int waiting = 0;
+    for (int i = 0; i < kServers; ++i)
+        waiting += kindOf(i) != Kind::Unknown;
+    QObject::connect(&program.servers, &core::ServerList::serverChanged, &app, [&](int row) {
+        if (row < 0 || row >= kServers || counted[size_t(row)] || program.servers.at(row).pending)
+            return;
+        counted[size_t(row)] = 1;
+        if (kindOf(row) != Kind::Unknown && --waiting == 0)
+            iconsMs = clock.elapsed();
+    });
+
+    struct ShowWatch : QObject {
+        std::function<void()> shown;
+        bool eventFilter(QObject*, QEvent* e) override
+        {
+            if (e->type() == QEvent::Show && shown) {
+                shown();
+                shown = nullptr;
+            }
+            return false;
+        }
+    } watch;
+    watch.shown = [&] {
+        shownMs = clock.elapsed();
+        probe.start();
+    };
+    window.installEventFilter(&watch);
+
+    QObject::connect(&window, &shell::MainWindow::serverListReady, &app, [&] {
+        if (allMs >= 0)
+            return;
+        allMs = clock.elapsed();
+        startStall = probe.stop();
+        // Timer9 now re-pings the list every 2.5 s; the stalls are those of the re-pings and of
+        // applying their results.
+        QObject::connect(window.Timer9, &platform::Timer::timeout, &app, [&] {
+            if (++ticks == 1)
+                probe.start();
+            if (ticks <= kRepings)
+                return;
+            // The last re-ping is under way and waits on the silent name server: close now.
+            repingStall = probe.stop();
+            std::printf("window_shown_ms: %lld\n", static_cast<long long>(shownMs));
+            std::printf("icons_set_ms: %lld\n", static_cast<long long>(iconsMs));
+            std::printf("icons_all_ms: %lld\n", static_cast<long long>(allMs));
+            std::printf("start_max_stall_ms: %lld\n", static_cast<long long>(startStall));
+            std::printf("reping_max_stall_ms: %lld\n", static_cast<long long>(repingStall));
+            std::printf("rss_mb: %.1f\n", residentMb());
+            QTimer::singleShot(200, &app, [&] {
+                std::printf("close_at_ms: %.3f\n", monotonicMs());
+                std::fflush(stdout);
+                window.close();
+            });
+        });
+        window.Timer9->setInterval(kReping);
+        window.Timer9->setEnabled(true);
+    });
+    program.load();
+    if (p.app->ended()) {
+        std::printf("error: the program ended during start-up\n");
+        return 1;
+    }
+    QTimer::singleShot(120000, &app, [&] {
+        std::printf("error: the run did not end within two minutes\n");
+        platform::endProcessNow(1);
+    });
+    platform::endProcessNow(app.exec());
+}
+
+// The network and name service the runs see, built in this process's own network and mount
+// namespaces: loopback up, a veth pair to a peer namespace that holds the silent addresses, and
+// /etc/resolv.conf naming a server on loopback that never answers.
+class Network {
+public:
+    ~Network()
+    {
+        stop_ = true;
+        if (dns_.joinable())
+            dns_.join();
+        if (made_)
+            run(ip_, {"netns", "del", peer_});
+    }
+
+    // Empty when the network stands, else why not.
+    QString build(const QString& resolvConf)
+    {
+        if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+            return QStringLiteral("making mounts private: ") + std::strerror(errno);
+        if (::mount(QFile::encodeName(resolvConf).constData(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) != 0)
+            return QStringLiteral("bind-mounting /etc/resolv.conf: ") + std::strerror(errno);
+        ip_ = QStandardPaths::findExecutable("ip");
+        if (ip_.isEmpty())
+            ip_ = QStandardPaths::findExecutable("ip", {"/usr/sbin", "/sbin"});
+        if (ip_.isEmpty())
+            return "the ip tool (iproute2) is missing";
+        if (!run(ip_, {"link", "set", "lo", "up"}) || !startSilentNameServer())
+            return problem_;
+        const QString here = QStringLiteral("vsl%1").arg(::getpid()), there = QStringLiteral("vss%1").arg(::getpid());
+        if (!run(ip_, {"netns", "add", peer_}))
+            return problem_;
+        made_ = true;
+        QByteArray batch;
+        for (int i = 0; i < kServers; ++i)
+            if (kindOf(i) == Kind::Silent)
+                batch += "addr add " + serverName(i).toLatin1() + "/16 dev " + there.toLatin1() + '\n';
+        const bool ok = run(ip_, {"link", "add", here, "type", "veth", "peer", "name", there, "netns", peer_})
+            && run(ip_, {"addr", "add", "10.250.0.1/16", "dev", here})
+            && run(ip_, {"link", "set", here, "up"})
+            && run(ip_, {"-n", peer_, "link", "set", "lo", "up"})
+            && run(ip_, {"-n", peer_, "link", "set", there, "up"})
+            && run(ip_, {"netns", "exec", peer_, "sysctl", "-qw", "net.ipv4.icmp_echo_ignore_all=1"})
+            && run(ip_, {"-n", peer_, "-batch", "-"}, batch);
+        return ok ? QString() : problem_;
+    }
+
+    int questions() const { return questions_; }
+
+private:
+    bool startSilentNameServer()
+    {
+        const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_port = htons(53);
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
+            problem_ = QStringLiteral("the silent name server: ") + std::strerror(errno);
+            if (fd >= 0)
+                ::close(fd);
+            return false;
+        }
+        dns_ = std::thread([this, fd] {
+            char buf[1500];
+            while (!stop_) {
+                pollfd p{fd, POLLIN, 0};
+                if (::poll(&p, 1, 50) > 0 && ::recv(fd, buf, sizeof buf, 0) > 0)
+                    ++questions_;
+            }
+            ::close(fd);
+        });
+        return true;
+    }
+
+    bool run(const QString& program, const QStringList& args, const QByteArray& input = {})
+    {
+        QProcess p;
+        p.start(program, args);
+        p.write(input);
+        p.closeWriteChannel();
+        if (!p.waitForFinished(30000) || p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0) {
+            problem_ = program + ' ' + args.join(' ').left(200) + ": " + QString::fromLocal8Bit(p.readAllStandardError()).trimmed();
+            return false;
+        }
+        return true;
+    }
+
+    const QString peer_ = QStringLiteral("velmora-scale-%1").arg(::getpid());
+    QString ip_, problem_;
+    bool made_ = false;
+    std::thread dns_;
+    std::atomic<bool> stop_{false};
+    std::atomic<int> questions_{0};
+};
+
+QMap<QString, double> figuresOf(const QByteArray& output)
+{
+    QMap<QString, double> out;
+    for (const QByteArray& line : output.split('\n')) {
+        const qsizetype colon = line.indexOf(':');
+        bool ok = false;
+        const double value = line.mid(colon + 1).trimmed().toDouble(&ok);
+        if (colon > 0 && ok)
+            out.insert(QString::fromLatin1(line.left(colon)), value);
+    }
+    return out;
+}
+
+QString loadAverage()
+{
+    QFile f(QStringLiteral("/proc/loadavg"));
+    return f.open(QIODevice::ReadOnly) ? QString::fromLatin1(f.readAll()).section(' ', 0, 2) : QString("?");
+}
+
+int measure(int argc, char** argv)
+{
+    if (::geteuid() != 0) {
+        std::printf("error: the scale benchmark builds namespaces, a veth pair and a bind mount, which needs root\n");
+        return 1;
+    }
+    // Before any thread exists: every process started from here on lives in these namespaces.
+    if (::unshare(CLONE_NEWNET | CLONE_NEWNS) != 0) {
+        std::printf("error: no network and mount namespaces of our own: %s\n", std::strerror(errno));
+        return 1;
+    }
+    QCoreApplication app(argc, argv);
+    QTemporaryDir dir;
+    const QString resolvConf = dir.filePath(QStringLiteral("resolv.conf"));
+    {
+        // Left to itself the resolver would wait 30 seconds for each name.
+        QFile f(resolvConf);
+        if (!f.open(QIODevice::WriteOnly) || f.write("nameserver 127.0.0.1\noptions timeout:30 attempts:1\n") <= 0) {
+            std::printf("error: cannot write the benchmark's resolv.conf\n");
+            return 1;
+        }
+    }
+    Network network;
+    if (const QString why = network.build(resolvConf); !why.isEmpty()) {
+        std::printf("error: could not build the benchmark's network: %s\n", qPrintable(why));
+        return 1;
+    }
+
+    QTemporaryDir data;
+    {
+        QFile list(data.filePath(QStringLiteral("Computerlist")));
+        if (!list.open(QIODevice::WriteOnly)) {
+            std::printf("error: cannot write the data folder\n");
+            return 1;
+        }
+        for (int i = 0; i < kServers; ++i)
+            list.write(serverName(i).toLatin1() + "\r\n");
+    }
+
+    QMap<QString, std::vector<double>> figures;
+    for (int run = 0; run < kRuns; ++run) {
+        // The program's data folder is left as the last run left it.
+        QProcess child;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        child.setProcessEnvironment(env);
+        child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--run"), data.path()});
+        const bool ended = child.waitForFinished(150000);
+        const double endedAt = monotonicMs();
+        const QByteArray out = child.readAllStandardOutput();
+        if (!ended || child.exitCode() != 0 || !out.contains("close_at_ms")) {
+            child.kill();
+            std::printf("error: run %d of the program failed: %s%s\n", run + 1, out.constData(),
+                        child.readAllStandardError().constData());
+            return 1;
+        }
+        QMap<QString, double> f = figuresOf(out);
+        f.insert(QStringLiteral("close_to_exit_ms"), endedAt - f.value(QStringLiteral("close_at_ms")));
+        for (auto it = f.begin(); it != f.end(); ++it)
+            figures[it.key()].push_back(it.value());
+    }
+
+    std::printf("servers: %d\n", kServers);
+    for (const char* name : {"window_shown_ms", "icons_set_ms", "icons_all_ms", "start_max_stall_ms",
+                             "reping_max_stall_ms", "close_to_exit_ms"})
+        std::printf("%s: %.0f\n", name, median(figures.value(QString::fromLatin1(name))));
+    std::printf("rss_mb: %.1f\n", median(figures.value(QStringLiteral("rss_mb"))));
+    std::printf("name_server_questions: %d\n", network.questions());
+    std::printf("load_average: %s\n", qPrintable(loadAverage()));
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc == 3 && std::strcmp(argv[1], "--run") == 0)
+        return runProgram(argc, argv, QString::fromLocal8Bit(argv[2]));
+    return measure(argc, argv);
+}
