@@ -126,6 +126,8 @@ private slots:
         // The last ping of the pass is what the shared result shows.
         QCOMPARE(w.state.pingresult, QStringLiteral("11010   [ ip req timed out ]"));
         QCOMPARE(w.state.pingaddress, QStringLiteral("10.0.0.2"));
+        // A red icon says why: the server's own last ping result and address.
+        QCOMPARE(w.findServer("FS2")->toolTip(0), QStringLiteral("10.0.0.2   11010   [ ip req timed out ]"));
     }
 
     void computerlistMarkerIsCaseSensitive()
