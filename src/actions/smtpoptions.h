@@ -8,6 +8,8 @@
 #include "actions/smtpclient.h"
 #include "core/writeresult.h"
 
+#include "core/datafolder.h"
+
 #include <QString>
 
 namespace velmora::platform { class TextFiles; }
@@ -23,7 +25,7 @@ struct SmtpOptions {
     bool operator==(const SmtpOptions&) const = default;
 };
 
-inline const QString kSmtpOptionsFile = QStringLiteral("SMTPOptions");
+inline const QString kSmtpOptionsFile = core::files::smtpoptions;
 
 // The options of path; a missing or unreadable file reads as off.
 SmtpOptions readSmtpOptions(platform::TextFiles& files, const QString& path);

@@ -51,7 +51,7 @@ QString reservedFileFor(const QString& server, const QString& programFile)
         return server;
     const QString kept[] = {files::computerlist, files::computers, files::interval, files::smtpserver,
                             files::mailprofile,  files::settings,  files::jobslog,  files::autoexport,
-                            files::help,         files::servertypes};
+                            files::help,         files::servertypes, files::smtpoptions, files::svcctlhelper};
     for (const QString& file : kept) {
         if (server.compare(file, Qt::CaseInsensitive) == 0)
             return file;

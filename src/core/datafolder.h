@@ -27,6 +27,10 @@ inline const QString autoexport = QStringLiteral("AutoExport.txt");
 inline const QString help = QStringLiteral("velmorahelp.chm");
 // Which servers are Windows servers (see ServerTypes).
 inline const QString servertypes = QStringLiteral("ServerTypes");
+// The options of the mail dialogue for today's servers.
+inline const QString smtpoptions = QStringLiteral("SMTPOptions");
+// The helper that reaches Windows service managers, beside the program.
+inline const QString svcctlhelper = QStringLiteral("velmora-svcctl");
 } // namespace files
 
 // data folder + separator + name.

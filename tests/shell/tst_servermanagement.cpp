@@ -97,8 +97,9 @@ const QStringList kEmptyBlock{"[Properties:]",
                               "[EOF]"};
 
 // The files the program keeps or runs from, each filled with something a test can recognise.
-const QStringList kOwnFiles{"Computerlist", "Computers", "Settings", "Interval", "Jobs.log", "SMTPServer",
-                            "MailProfile", "AutoExport.txt", "velmorahelp.chm", "velmora"};
+const QStringList kOwnFiles{"Computerlist", "Computers", "Settings",        "Interval",        "Jobs.log",
+                            "SMTPServer",   "MailProfile", "AutoExport.txt", "velmorahelp.chm", "ServerTypes",
+                            "SMTPOptions",  "velmora-svcctl", "velmora"};
 
 } // namespace
 
