@@ -8,6 +8,7 @@
 #include "platform/sim/simplatform.h"
 #include "shell/mainwindow.h"
 #include "shell/program.h"
+#include "support/benchsupport.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -20,6 +21,7 @@
 #include <random>
 
 using namespace velmora;
+using bench::writeLines;
 
 namespace {
 
@@ -55,14 +57,6 @@ public:
 private:
     platform::ServiceManager& inner_;
 };
-
-void writeLines(const QString& path, const QStringList& lines)
-{
-    QFile f(path);
-    f.open(QIODevice::WriteOnly);
-    for (const QString& l : lines)
-        f.write(l.toUtf8() + "\r\n");
-}
 
 } // namespace
 

@@ -16,6 +16,7 @@
 #include "platform/linux/systemdservices.h"
 #include "shell/mainwindow.h"
 #include "shell/program.h"
+#include "support/benchsupport.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -29,62 +30,14 @@
 #include <vector>
 
 using namespace velmora;
+using namespace velmora::bench;
 
 namespace {
 
 constexpr int kUnits = 300, kRuns = 7;
 const QString kComputer = QStringLiteral("localhost");
 
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v.empty() ? -1 : v[v.size() / 2];
-}
-
-double residentMb()
-{
-    QFile f(QStringLiteral("/proc/self/status"));
-    if (!f.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray& line : f.readAll().split('\n'))
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024.0;
-    return -1;
-}
-
 QString unitName(int i) { return QStringLiteral("bench-unit-%1.service").arg(i, 3, 10, QLatin1Char('0')); }
-
-void writeLines(const QString& path, const QStringList& lines)
-{
-    QFile f(path);
-    f.open(QIODevice::WriteOnly);
-    for (const QString& l : lines)
-        f.write(l.toUtf8() + "\r\n");
-}
-
-// The real system facts, except that the data lives in the benchmark's own folder.
-class FolderSystem : public platform::SystemInfo {
-public:
-    FolderSystem(platform::SystemInfo& real, QString folder) : real_(real), folder_(std::move(folder)) {}
-    int platformId() override { return real_.platformId(); }
-    QString computerName() override { return real_.computerName(); }
-    QString fullyQualifiedName() override { return real_.fullyQualifiedName(); }
-    QString programFolder() override { return folder_; }
-    QString programFileName() override { return QStringLiteral("velmora"); }
-    bool folderWritable(const QString& folder) override { return real_.folderWritable(folder); }
-    QString userDataFolder() override { return folder_; }
-
-private:
-    platform::SystemInfo& real_;
-    QString folder_;
-};
-
-// This is the only copy, whatever else runs on this machine.
-class OnlyCopy : public platform::SingleInstance {
-public:
-    bool otherInstanceRunning(std::function<void()>) override { return false; }
-    void activateOther() override {}
-};
 
 // One `systemctl is-active` of every unit inside a private mount namespace: its milliseconds,
 // or a negative number (with the reason in why).

@@ -16,6 +16,7 @@
 //   rss_mb           resident memory after the re-pings, with a 3 MB job log in the data folder
 // Each figure is the median of several runs. Needs root (network namespaces, veth).
 #include "platform/linux/linuxplatform.h"
+#include "support/benchsupport.h"
 #include "shell/mainwindow.h"
 #include "shell/program.h"
 
@@ -40,16 +41,11 @@
 #include <vector>
 
 using namespace velmora;
+using namespace velmora::bench;
 
 namespace {
 
 constexpr int kAnswering = 500, kSilent = 500, kRuns = 5, kReping = 1500, kRepings = 4;
-
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v.empty() ? -1 : v[v.size() / 2];
-}
 
 QString answeringAddress(int i) { return QStringLiteral("127.1.%1.%2").arg(i / 250).arg(i % 250 + 1); }
 QString silentAddress(int i) { return QStringLiteral("10.250.%1.%2").arg(1 + i / 250).arg(i % 250 + 1); }
@@ -60,41 +56,6 @@ double processCpuMs()
     ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
     return double(ts.tv_sec) * 1e3 + double(ts.tv_nsec) / 1e6;
 }
-
-double residentMb()
-{
-    QFile f(QStringLiteral("/proc/self/status"));
-    if (!f.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray& line : f.readAll().split('\n'))
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024.0;
-    return -1;
-}
-
-// The real system facts, except that the data lives in the benchmark's own folder.
-class FolderSystem : public platform::SystemInfo {
-public:
-    FolderSystem(platform::SystemInfo& real, QString folder) : real_(real), folder_(std::move(folder)) {}
-    int platformId() override { return real_.platformId(); }
-    QString computerName() override { return real_.computerName(); }
-    QString fullyQualifiedName() override { return real_.fullyQualifiedName(); }
-    QString programFolder() override { return folder_; }
-    QString programFileName() override { return QStringLiteral("velmora"); }
-    bool folderWritable(const QString& folder) override { return real_.folderWritable(folder); }
-    QString userDataFolder() override { return folder_; }
-
-private:
-    platform::SystemInfo& real_;
-    QString folder_;
-};
-
-// Each run is the only copy, whatever else runs on this machine.
-class OnlyCopy : public platform::SingleInstance {
-public:
-    bool otherInstanceRunning(std::function<void()>) override { return false; }
-    void activateOther() override {}
-};
 
 // One start of the program on the data folder; prints its figures and leaves.
 int runProgram(int argc, char** argv, const QString& folder)
@@ -170,80 +131,6 @@ int runProgram(int argc, char** argv, const QString& folder)
     return failed ? 1 : 0;
 }
 
-// The network the runs see, built in this process's own network namespace: loopback up, and a
-// veth pair to a peer namespace that holds the silent addresses. Deleting the peer namespace
-// at the end takes the pair with it; this process's namespace goes when it ends.
-class Network {
-public:
-    ~Network()
-    {
-        if (made_)
-            run(ip_, {"netns", "del", peer_});
-    }
-
-    // Empty when the network stands, else why not.
-    QString build()
-    {
-        ip_ = QStandardPaths::findExecutable("ip");
-        if (ip_.isEmpty())
-            ip_ = QStandardPaths::findExecutable("ip", {"/usr/sbin", "/sbin"});
-        if (ip_.isEmpty())
-            return "the ip tool (iproute2) is missing";
-        const QString here = QStringLiteral("vfl%1").arg(::getpid()), there = QStringLiteral("vfs%1").arg(::getpid());
-        if (!run(ip_, {"link", "set", "lo", "up"}) || !run(ip_, {"netns", "add", peer_}))
-            return problem_;
-        made_ = true;
-        QByteArray batch;
-        for (int i = 0; i < kSilent; ++i)
-            batch += "addr add " + silentAddress(i).toLatin1() + "/16 dev " + there.toLatin1() + '\n';
-        const bool ok = run(ip_, {"link", "add", here, "type", "veth", "peer", "name", there, "netns", peer_})
-            && run(ip_, {"addr", "add", "10.250.0.1/16", "dev", here})
-            && run(ip_, {"link", "set", here, "up"})
-            && run(ip_, {"-n", peer_, "link", "set", "lo", "up"})
-            && run(ip_, {"-n", peer_, "link", "set", there, "up"})
-            && run(ip_, {"netns", "exec", peer_, "sysctl", "-qw", "net.ipv4.icmp_echo_ignore_all=1"})
-            && run(ip_, {"-n", peer_, "-batch", "-"}, batch);
-        return ok ? QString() : problem_;
-    }
-
-    bool run(const QString& program, const QStringList& args, const QByteArray& input = {})
-    {
-        QProcess p;
-        p.start(program, args);
-        p.write(input);
-        p.closeWriteChannel();
-        if (!p.waitForFinished(30000) || p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0) {
-            problem_ = program + ' ' + args.join(' ').left(200) + ": " + QString::fromLocal8Bit(p.readAllStandardError()).trimmed();
-            return false;
-        }
-        return true;
-    }
-
-private:
-    const QString peer_ = QStringLiteral("velmora-fleet-%1").arg(::getpid());
-    QString ip_, problem_;
-    bool made_ = false;
-};
-
-QMap<QString, double> figuresOf(const QByteArray& output)
-{
-    QMap<QString, double> out;
-    for (const QByteArray& line : output.split('\n')) {
-        const qsizetype colon = line.indexOf(':');
-        bool ok = false;
-        const double value = line.mid(colon + 1).trimmed().toDouble(&ok);
-        if (colon > 0 && ok)
-            out.insert(QString::fromLatin1(line.left(colon)), value);
-    }
-    return out;
-}
-
-QString loadAverage()
-{
-    QFile f(QStringLiteral("/proc/loadavg"));
-    return f.open(QIODevice::ReadOnly) ? QString::fromLatin1(f.readAll()).section(' ', 0, 2) : QString("?");
-}
-
 int measure(int argc, char** argv)
 {
     if (::geteuid() != 0) {
@@ -261,8 +148,18 @@ int measure(int argc, char** argv)
         std::printf("error: fping is missing (scripts/deps test installs it)\n");
         return 1;
     }
-    Network network;
-    if (const QString why = network.build(); !why.isEmpty()) {
+    // The network the runs see, built in this process's own network namespace: loopback up, and
+    // the silent addresses behind a veth pair. This process's namespace goes when it ends.
+    SilentPeer network(QStringLiteral("velmora-fleet"));
+    QString why = network.bringLoopbackUp();
+    if (why.isEmpty()) {
+        const QString here = QStringLiteral("vfl%1").arg(::getpid()), there = QStringLiteral("vfs%1").arg(::getpid());
+        QByteArray batch;
+        for (int i = 0; i < kSilent; ++i)
+            batch += "addr add " + silentAddress(i).toLatin1() + "/16 dev " + there.toLatin1() + '\n';
+        why = network.build(here, there, batch);
+    }
+    if (!why.isEmpty()) {
         std::printf("error: could not build the benchmark's network: %s\n", qPrintable(why));
         return 1;
     }
@@ -293,10 +190,7 @@ int measure(int argc, char** argv)
     for (int run = 0; run < kRuns; ++run) {
         // The program's data folder is left as the last run left it: the same list, the same log.
         QProcess child;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-        child.setProcessEnvironment(env);
-        child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--run"), dir.path()});
+        startRun(child, dir.path());
         if (!child.waitForFinished(90000) || child.exitCode() != 0) {
             child.kill();
             std::printf("error: run %d of the program failed: %s%s\n", run + 1, child.readAllStandardOutput().constData(),

@@ -8,6 +8,7 @@
 #include "report/reportwindow.h"
 #include "shell/mainwindow.h"
 #include "shell/program.h"
+#include "support/benchsupport.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -17,18 +18,7 @@
 #include <cstdio>
 
 using namespace velmora;
-
-namespace {
-
-void writeLines(const QString& path, const QStringList& lines)
-{
-    QFile f(path);
-    f.open(QIODevice::WriteOnly);
-    for (const QString& l : lines)
-        f.write(l.toUtf8() + "\r\n");
-}
-
-} // namespace
+using bench::writeLines;
 
 int main(int argc, char** argv)
 {

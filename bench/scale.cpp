@@ -20,6 +20,7 @@
 //   rss_mb               resident memory after the re-pings
 // Each figure is the median of several runs. Needs root (namespaces, veth, a bind mount).
 #include "platform/linux/linuxplatform.h"
+#include "support/benchsupport.h"
 #include "shell/mainwindow.h"
 #include "shell/program.h"
 
@@ -50,16 +51,11 @@
 #include <vector>
 
 using namespace velmora;
+using namespace velmora::bench;
 
 namespace {
 
 constexpr int kServers = 10000, kRuns = 3, kReping = 2500, kRepings = 3;
-
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v.empty() ? -1 : v[v.size() / 2];
-}
 
 // Row i of the list: every second one answers, the others alternate between silent and unknown.
 enum class Kind { Answering, Silent, Unknown };
@@ -83,41 +79,6 @@ double monotonicMs()
     ::clock_gettime(CLOCK_MONOTONIC, &ts);
     return double(ts.tv_sec) * 1e3 + double(ts.tv_nsec) / 1e6;
 }
-
-double residentMb()
-{
-    QFile f(QStringLiteral("/proc/self/status"));
-    if (!f.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray& line : f.readAll().split('\n'))
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024.0;
-    return -1;
-}
-
-// The real system facts, except that the data lives in the benchmark's own folder.
-class FolderSystem : public platform::SystemInfo {
-public:
-    FolderSystem(platform::SystemInfo& real, QString folder) : real_(real), folder_(std::move(folder)) {}
-    int platformId() override { return real_.platformId(); }
-    QString computerName() override { return real_.computerName(); }
-    QString fullyQualifiedName() override { return real_.fullyQualifiedName(); }
-    QString programFolder() override { return folder_; }
-    QString programFileName() override { return QStringLiteral("velmora"); }
-    bool folderWritable(const QString& folder) override { return real_.folderWritable(folder); }
-    QString userDataFolder() override { return folder_; }
-
-private:
-    platform::SystemInfo& real_;
-    QString folder_;
-};
-
-// Each run is the only copy, whatever else runs on this machine.
-class OnlyCopy : public platform::SingleInstance {
-public:
-    bool otherInstanceRunning(std::function<void()>) override { return false; }
-    void activateOther() override {}
-};
 
 // The longest time the event loop stood still while it runs.
 class StallProbe {
@@ -253,8 +214,6 @@ public:
         stop_ = true;
         if (dns_.joinable())
             dns_.join();
-        if (made_)
-            run(ip_, {"netns", "del", peer_});
     }
 
     // Empty when the network stands, else why not.
@@ -264,29 +223,16 @@ public:
             return QStringLiteral("making mounts private: ") + std::strerror(errno);
         if (::mount(QFile::encodeName(resolvConf).constData(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) != 0)
             return QStringLiteral("bind-mounting /etc/resolv.conf: ") + std::strerror(errno);
-        ip_ = QStandardPaths::findExecutable("ip");
-        if (ip_.isEmpty())
-            ip_ = QStandardPaths::findExecutable("ip", {"/usr/sbin", "/sbin"});
-        if (ip_.isEmpty())
-            return "the ip tool (iproute2) is missing";
-        if (!run(ip_, {"link", "set", "lo", "up"}) || !startSilentNameServer())
+        if (QString why = peer_.bringLoopbackUp(); !why.isEmpty())
+            return why;
+        if (!startSilentNameServer())
             return problem_;
         const QString here = QStringLiteral("vsl%1").arg(::getpid()), there = QStringLiteral("vss%1").arg(::getpid());
-        if (!run(ip_, {"netns", "add", peer_}))
-            return problem_;
-        made_ = true;
         QByteArray batch;
         for (int i = 0; i < kServers; ++i)
             if (kindOf(i) == Kind::Silent)
                 batch += "addr add " + serverName(i).toLatin1() + "/16 dev " + there.toLatin1() + '\n';
-        const bool ok = run(ip_, {"link", "add", here, "type", "veth", "peer", "name", there, "netns", peer_})
-            && run(ip_, {"addr", "add", "10.250.0.1/16", "dev", here})
-            && run(ip_, {"link", "set", here, "up"})
-            && run(ip_, {"-n", peer_, "link", "set", "lo", "up"})
-            && run(ip_, {"-n", peer_, "link", "set", there, "up"})
-            && run(ip_, {"netns", "exec", peer_, "sysctl", "-qw", "net.ipv4.icmp_echo_ignore_all=1"})
-            && run(ip_, {"-n", peer_, "-batch", "-"}, batch);
-        return ok ? QString() : problem_;
+        return peer_.build(here, there, batch);
     }
 
     int questions() const { return questions_; }
@@ -317,45 +263,12 @@ private:
         return true;
     }
 
-    bool run(const QString& program, const QStringList& args, const QByteArray& input = {})
-    {
-        QProcess p;
-        p.start(program, args);
-        p.write(input);
-        p.closeWriteChannel();
-        if (!p.waitForFinished(30000) || p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0) {
-            problem_ = program + ' ' + args.join(' ').left(200) + ": " + QString::fromLocal8Bit(p.readAllStandardError()).trimmed();
-            return false;
-        }
-        return true;
-    }
-
-    const QString peer_ = QStringLiteral("velmora-scale-%1").arg(::getpid());
-    QString ip_, problem_;
-    bool made_ = false;
+    SilentPeer peer_{QStringLiteral("velmora-scale")};
+    QString problem_;
     std::thread dns_;
     std::atomic<bool> stop_{false};
     std::atomic<int> questions_{0};
 };
-
-QMap<QString, double> figuresOf(const QByteArray& output)
-{
-    QMap<QString, double> out;
-    for (const QByteArray& line : output.split('\n')) {
-        const qsizetype colon = line.indexOf(':');
-        bool ok = false;
-        const double value = line.mid(colon + 1).trimmed().toDouble(&ok);
-        if (colon > 0 && ok)
-            out.insert(QString::fromLatin1(line.left(colon)), value);
-    }
-    return out;
-}
-
-QString loadAverage()
-{
-    QFile f(QStringLiteral("/proc/loadavg"));
-    return f.open(QIODevice::ReadOnly) ? QString::fromLatin1(f.readAll()).section(' ', 0, 2) : QString("?");
-}
 
 int measure(int argc, char** argv)
 {
@@ -400,10 +313,7 @@ int measure(int argc, char** argv)
     for (int run = 0; run < kRuns; ++run) {
         // The program's data folder is left as the last run left it.
         QProcess child;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-        child.setProcessEnvironment(env);
-        child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--run"), data.path()});
+        startRun(child, data.path());
         const bool ended = child.waitForFinished(150000);
         const double endedAt = monotonicMs();
         const QByteArray out = child.readAllStandardOutput();

@@ -4,16 +4,13 @@
 #include "joblog/alertwindow.h"
 #include "joblog/logandalerts.h"
 #include "monitoring/checkcycle.h"
-#include "platform/linux/systemdservices.h"
-#include "support/mockbus.h"
-#include "support/windowfixture.h"
+#include "support/systemdfixture.h"
 
 #include <QPushButton>
 #include <QTest>
 #include <QTreeWidget>
 
 using namespace velmora;
-using testsupport::MockSystemdBus;
 
 namespace {
 
@@ -41,31 +38,15 @@ private slots:
     {
         if (const QString missing = testsupport::mockBusMissing(); !missing.isEmpty())
             QSKIP(qPrintable(missing));
-        MockSystemdBus bus;
-        const QString error = bus.start(QString::fromUtf8(kUnits));
-        QVERIFY2(error.isEmpty(), qPrintable(error));
-
-        platform::SystemdServices::Options options;
-        options.localAddress = bus.address();
-        options.localName = QStringLiteral("testhost");
-        options.controlPath = [](const QString&) { return QString(); };
-        platform::SystemdServices systemd(options);
-
-        test::WindowFixture f;
-        f.sim.system.computer_name = "testhost";
-        f.sim.icmp.addComputer("TESTHOST", "127.0.0.1", 0);
-        f.writeFile("Computerlist", {"TESTHOST\tmonitored"});
+        test::SystemdFixture s(QString::fromUtf8(kUnits));
+        QVERIFY2(s.error.isEmpty(), qPrintable(s.error));
+        auto& f = s.f;
+        auto& systemd = *s.systemd;
         f.writeFile("Computers", {"TESTHOST"});
         f.writeFile("TESTHOST", {"Web server;web.service;Alert;Restart Service;;;;", "Jobs;cron.service;;;;;;",
                                  "[Properties:]", "[EOF]"});
         f.writeFile("Interval", {"1"});
-        auto p = f.sim.platform();
-        p.services = &systemd;
-        f.program = std::make_unique<shell::Program>(p);
-        f.window = f.program->window.get();
-        auto& w = *f.window;
-        f.program->load();
-        f.sim.clock.advance(1000);
+        auto& w = s.start({"TESTHOST\tmonitored"});
         QCOMPARE(logWithoutTimes(f), (QStringList{"TESTHOST\tweb.service\tRunning", "TESTHOST\tcron.service\tRunning"}));
 
         // Someone stops the web server.
@@ -99,32 +80,17 @@ private slots:
     {
         if (const QString missing = testsupport::mockBusMissing(); !missing.isEmpty())
             QSKIP(qPrintable(missing));
-        MockSystemdBus bus;
-        const QString error = bus.start(QStringLiteral(R"([
+        test::SystemdFixture s(QStringLiteral(R"([
  {"name": "app.service", "description": "Application", "state": "inactive", "requires": ["db.service"]},
  {"name": "db.service", "description": "Database", "state": "inactive"}
 ])"));
-        QVERIFY2(error.isEmpty(), qPrintable(error));
-        platform::SystemdServices::Options options;
-        options.localAddress = bus.address();
-        options.localName = QStringLiteral("testhost");
-        options.controlPath = [](const QString&) { return QString(); };
-        platform::SystemdServices systemd(options);
-
-        test::WindowFixture f;
-        f.sim.system.computer_name = "testhost";
-        f.sim.icmp.addComputer("TESTHOST", "127.0.0.1", 0);
-        f.writeFile("Computerlist", {"TESTHOST\tmonitored"});
+        QVERIFY2(s.error.isEmpty(), qPrintable(s.error));
+        auto& f = s.f;
         f.writeFile("Computers", {"TESTHOST"});
         f.writeFile("TESTHOST", {"Application;app.service;Restart Service;;;;", "Database;db.service;Restart Service;;;;",
                                  "[Properties:]", "[EOF]"});
         f.writeFile("Interval", {"30"});
-        auto p = f.sim.platform();
-        p.services = &systemd;
-        f.program = std::make_unique<shell::Program>(p);
-        f.window = f.program->window.get();
-        f.program->load();
-        f.sim.clock.advance(1000);
+        s.start({"TESTHOST\tmonitored"});
         QTRY_COMPARE(logWithoutTimes(f), QStringList{"TESTHOST\tapp.service\tStopped"});
         f.sim.clock.advance(5000); // the restart's wait
         QTRY_VERIFY(!f.program->checkcycle->scanRunning());

@@ -2,6 +2,7 @@
 // real sshd on 127.0.0.1 for a remote computer.
 #include "platform/linux/systemdservices.h"
 #include "support/mockbus.h"
+#include "support/systemdfixture.h"
 
 #include <QTest>
 #include <QtConcurrent>
@@ -45,12 +46,9 @@ QStringList names(const EnumResult& r)
 
 SystemdServices::Options optionsFor(const MockSystemdBus& bus)
 {
-    SystemdServices::Options o;
-    o.localAddress = bus.address();
-    o.localName = QStringLiteral("testhost");
+    SystemdServices::Options o = velmora::test::localSystemdOptions(bus);
     o.callTimeoutMs = 3000;
     o.connectTimeoutMs = 3000;
-    o.controlPath = [](const QString&) { return QString(); };
     return o;
 }
 

@@ -2,9 +2,8 @@
 // SMB server in a network namespace of the test): dependents, start and stop jobs that stay
 // pending for a while, a stop refused while a dependent runs (1051), and a service its user may
 // only look at.
-#include "actions/mailservers.h"
-#include "platform/linux/windowsservices.h"
 #include "svcctlpeer.h"
+#include "windowspeer.h"
 
 #include <QtTest>
 #include <memory>
@@ -12,6 +11,7 @@
 using namespace velmora;
 using platform::ServiceEntry;
 using platform::WindowsServices;
+using test::namesOf;
 namespace err = platform::svcerror;
 namespace st = platform::svcstate;
 namespace filter = platform::svcfilter;
@@ -21,14 +21,6 @@ namespace {
 const QString kHost = QStringLiteral("127.0.0.1");
 const QString kUser = QStringLiteral("tester");
 const QString kPassword = QStringLiteral("Velm0ra-peer");
-
-QStringList namesOf(const std::vector<ServiceEntry>& services)
-{
-    QStringList out;
-    for (const auto& s : services)
-        out << s.name;
-    return out;
-}
 
 } // namespace
 
@@ -45,30 +37,16 @@ class TestWindowsServiceJobs : public QObject {
 private slots:
     void initTestCase()
     {
-        if (geteuid() != 0) {
-            skipReason_ = QStringLiteral("an SMB server on port 445 in a network namespace of its own needs root");
+        skipReason_ = test::enterPeerNamespace(QStringLiteral("an SMB server on port 445"), ns_);
+        if (!skipReason_.isEmpty())
             return;
-        }
-        if (QProcess::execute(QStringLiteral("/usr/bin/python3"), {"-c", "import samba.dcerpc.svcctl"}) != 0) {
-            skipReason_ = QStringLiteral("python3-samba is not installed");
-            return;
-        }
-        ns_ = new test::NetNamespace;
-        if (!ns_->active()) {
-            skipReason_ = QStringLiteral("no network namespace could be made");
-            return;
-        }
         peer_ = new test::SvcctlPeer;
         if (QString why; !peer_->start(kUser, kPassword, &why)) {
             skipReason_ = why;
             return;
         }
-        WindowsServices::Options o;
-        o.helper = qEnvironmentVariable("VELMORA_SOURCE_DIR") + QStringLiteral("/src/platform/linux/velmora-svcctl.py");
-        o.callTimeoutMs = 10000;
-        o.connectTimeoutMs = 10000;
-        o.logon = [](const QString&) { return std::optional(WindowsServices::Logon{kUser, kPassword}); };
-        w_ = std::make_unique<WindowsServices>(o);
+        w_ = std::make_unique<WindowsServices>(
+            test::windowsOptions([](const QString&) { return std::optional(WindowsServices::Logon{kUser, kPassword}); }));
         scm_ = w_->openManager(kHost);
         if (scm_.error != err::ok)
             skipReason_ = QStringLiteral("the scripted svcctl peer refused the logon: %1").arg(scm_.error);

@@ -2,16 +2,15 @@
 // listing, details, start and stop of Spooler, Windows error codes, logons, and the time-outs
 // of a helper that stops answering; the connection step with its password in the secret store;
 // and the routing of each server to systemd or Windows by the ServerTypes file.
-#include "actions/mailservers.h"
 #include "core/servertypes.h"
 #include "platform/connectionrouter.h"
 #include "platform/linux/disktextfiles.h"
 #include "platform/linux/windowsconnections.h"
-#include "platform/linux/windowsservices.h"
 #include "platform/servicerouter.h"
 #include "platform/sim/simcredentialsprompt.h"
 #include "platform/sim/simplatform.h"
 #include "smbdpeer.h"
+#include "windowspeer.h"
 
 #include <QDirIterator>
 #include <QTcpServer>
@@ -22,6 +21,7 @@ using namespace velmora;
 using platform::ServiceEntry;
 using platform::ServiceManager;
 using platform::WindowsServices;
+using test::namesOf;
 namespace err = platform::svcerror;
 namespace st = platform::svcstate;
 namespace filter = platform::svcfilter;
@@ -31,19 +31,6 @@ namespace {
 const QString kHost = QStringLiteral("127.0.0.1");
 const QString kUser = QStringLiteral("root");
 const QString kPassword = QStringLiteral("Velm0ra-secret");
-
-QString helperScript()
-{
-    return qEnvironmentVariable("VELMORA_SOURCE_DIR") + QStringLiteral("/src/platform/linux/velmora-svcctl.py");
-}
-
-QStringList namesOf(const std::vector<ServiceEntry>& services)
-{
-    QStringList out;
-    for (const auto& s : services)
-        out << s.name;
-    return out;
-}
 
 // The command lines of every running helper.
 QStringList helperCommandLines()
@@ -73,33 +60,18 @@ class TestWindowsServices : public QObject {
 
     WindowsServices::Options options(const QString& password = kPassword)
     {
-        WindowsServices::Options o;
-        o.helper = helperScript();
-        o.callTimeoutMs = 10000;
-        o.connectTimeoutMs = 10000;
-        o.logon = [this, password](const QString&) -> std::optional<WindowsServices::Logon> {
+        return test::windowsOptions([this, password](const QString&) -> std::optional<WindowsServices::Logon> {
             ++logonsAsked_;
             return WindowsServices::Logon{kUser, password};
-        };
-        return o;
+        });
     }
 
 private slots:
     void initTestCase()
     {
-        if (geteuid() != 0) {
-            skipReason_ = QStringLiteral("smbd in a network namespace of its own needs root");
+        skipReason_ = test::enterPeerNamespace(QStringLiteral("smbd"), ns_);
+        if (!skipReason_.isEmpty())
             return;
-        }
-        if (QProcess::execute(QStringLiteral("/usr/bin/python3"), {"-c", "import samba.dcerpc.svcctl"}) != 0) {
-            skipReason_ = QStringLiteral("python3-samba is not installed");
-            return;
-        }
-        ns_ = new test::NetNamespace;
-        if (!ns_->active()) {
-            skipReason_ = QStringLiteral("no network namespace could be made");
-            return;
-        }
         smbd_ = new test::SmbdPeer;
         QString why;
         if (!smbd_->start(kUser, kPassword, &why))

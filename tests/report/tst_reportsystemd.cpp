@@ -1,15 +1,12 @@
 // The instant report against a real D-Bus daemon with a mocked systemd: the report lists the
 // monitored units as systemd answers for them, a unit stopped from outside shows up red in the
 // next report scan, and the export holds what the list shows.
-#include "platform/linux/systemdservices.h"
 #include "report/reportwindow.h"
-#include "support/mockbus.h"
-#include "support/windowfixture.h"
+#include "support/systemdfixture.h"
 
 #include <QTest>
 
 using namespace velmora;
-using testsupport::MockSystemdBus;
 
 namespace {
 
@@ -37,30 +34,15 @@ private slots:
     {
         if (const QString missing = testsupport::mockBusMissing(); !missing.isEmpty())
             QSKIP(qPrintable(missing));
-        MockSystemdBus bus;
-        const QString error = bus.start(QString::fromUtf8(kUnits));
-        QVERIFY2(error.isEmpty(), qPrintable(error));
-
-        platform::SystemdServices::Options options;
-        options.localAddress = bus.address();
-        options.localName = QStringLiteral("testhost");
-        options.controlPath = [](const QString&) { return QString(); };
-        platform::SystemdServices systemd(options);
-
-        test::WindowFixture f;
-        f.sim.system.computer_name = "testhost";
-        f.sim.icmp.addComputer("TESTHOST", "127.0.0.1", 0);
-        f.writeFile("Computerlist", {"TESTHOST\tmonitored"});
+        test::SystemdFixture s(QString::fromUtf8(kUnits));
+        QVERIFY2(s.error.isEmpty(), qPrintable(s.error));
+        auto& f = s.f;
+        auto& systemd = *s.systemd;
         f.writeFile("Computers", {"TESTHOST"});
         f.writeFile("TESTHOST", {"Web server;web.service;Alert;Restart Service;;;;", "Jobs;cron.service;;;;;;",
                                  "Missing;nosuch.service;;;;;;", "[Properties:]", "[EOF]"});
         f.writeFile("Interval", {"240"});
-        auto p = f.sim.platform();
-        p.services = &systemd;
-        f.program = std::make_unique<shell::Program>(p);
-        f.window = f.program->window.get();
-        f.program->load();
-        f.sim.clock.advance(1000);
+        s.start({"TESTHOST\tmonitored"});
 
         f.program->showReport();
         report::ReportWindow& r = *f.program->reportWindow();

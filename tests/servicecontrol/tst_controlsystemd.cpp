@@ -2,10 +2,8 @@
 // time: a start and a stop return at once, Timer1 shows the pending states with their icons
 // until the unit has arrived, and a start job that fails is told once.
 #include "platform/icons.h"
-#include "platform/linux/systemdservices.h"
 #include "servicecontrol/servicecontrol.h"
-#include "support/mockbus.h"
-#include "support/windowfixture.h"
+#include "support/systemdfixture.h"
 
 #include <QLineEdit>
 #include <QListWidget>
@@ -14,7 +12,6 @@
 #include <QTreeWidget>
 
 using namespace velmora;
-using testsupport::MockSystemdBus;
 
 namespace {
 
@@ -26,31 +23,12 @@ const char* kUnits = R"([
  {"name": "spool-cleaner.service", "description": "Spool cleaner", "state": "active", "part_of": ["spool.service"]}
 ])";
 
-struct Bench {
-    MockSystemdBus bus;
-    std::unique_ptr<platform::SystemdServices> systemd;
-    test::WindowFixture f;
-    QString error;
-
-    Bench()
+struct Bench : test::SystemdFixture {
+    Bench() : SystemdFixture(QString::fromUtf8(kUnits))
     {
-        error = bus.start(QString::fromUtf8(kUnits));
         if (!error.isEmpty())
             return;
-        platform::SystemdServices::Options options;
-        options.localAddress = bus.address();
-        options.localName = QStringLiteral("testhost");
-        options.controlPath = [](const QString&) { return QString(); };
-        systemd = std::make_unique<platform::SystemdServices>(options);
-        f.sim.system.computer_name = "testhost";
-        f.sim.icmp.addComputer("TESTHOST", "127.0.0.1", 0);
-        f.writeFile("Computerlist", {"TESTHOST"});
-        auto p = f.sim.platform();
-        p.services = systemd.get();
-        f.program = std::make_unique<shell::Program>(p);
-        f.window = f.program->window.get();
-        f.program->load();
-        f.sim.clock.advance(1000);
+        start({"TESTHOST"});
         f.window->ListView2->setCurrentItem(f.window->findServer("TESTHOST"));
         f.window->selectServer();
         sc().Command2->click();
