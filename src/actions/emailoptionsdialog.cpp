@@ -420,8 +420,7 @@ void EmailOptionsDialog::cancelClick()
     // button saved entries since the dialog was opened.
     owner_.refreschmailsettings();
     hide();
-    if (owner_.hideSetupAlert)
-        owner_.hideSetupAlert();
+    owner_.requestSetupAlertHidden();
 }
 
 void EmailOptionsDialog::reject() { cancelClick(); }

@@ -41,10 +41,10 @@ public:
     // The alert mail texts the test windows show. Default: the alert mail of the run state as
     // it stands, dated now.
     MailTextSource smtpText, mapiText;
-    // The e-mail options' Cancel also hides the alert setup window.
-    std::function<void()> hideSetupAlert;
-    // Hourglass (true) and normal pointer (false) on the alert window while an alert mail goes out.
-    std::function<void(bool busy)> alertBusy;
+    // The e-mail options' Cancel also hides the alert setup window (setupAlertHideRequested).
+    void requestSetupAlertHidden() { emit setupAlertHideRequested(); }
+    // An alert mail goes out (true) or is done (false): alertBusyChanged.
+    void setAlertBusy(bool busy) { emit alertBusyChanged(busy); }
 
     // The windows, loaded on first use and then kept (hidden when not shown).
     SmtpMailWindow* form7();
@@ -108,6 +108,11 @@ public:
     static QString notSentLine(const QString& address, const QString& why);
     static inline const QString kMailOff =
         QStringLiteral("the Email function is switched off (Email Options, Set Email Options)");
+
+signals:
+    void setupAlertHideRequested();
+    // Hourglass (true) and normal pointer (false) on the alert window while an alert mail goes out.
+    void alertBusyChanged(bool busy);
 
 private:
     core::RunState& state_;

@@ -146,8 +146,7 @@ void SmtpMailWindow::sendemail(const QString& emailaddress, const MailText& text
         return;
     }
     core::RunState& s = owner_.state();
-    if (owner_.alertBusy)
-        owner_.alertBusy(true);
+    owner_.setAlertBusy(true);
     SmtpMail mail{s.smtpserver, s.smtpport, QStringLiteral("Velmora"), s.smtpsender, address,
                   QStringLiteral("Velmora"), text.subject, text.body, {}};
     QPointer<SmtpMailWindow> self(this);
@@ -162,8 +161,7 @@ void SmtpMailWindow::sendemail(const QString& emailaddress, const MailText& text
                 self->owner_.log(SmtpClient::kFailurePrefix + QStringLiteral("the connection to ") + self->owner_.state().smtpserver
                                  + QStringLiteral(" was lost"));
             self->hide();
-            if (self->owner_.alertBusy)
-                self->owner_.alertBusy(false);
+            self->owner_.setAlertBusy(false);
         }
         if (done)
             done(ok);

@@ -90,18 +90,18 @@ void Program::connectMailing()
     actions::Mailing* m = mailing;
     joblog::LogAndAlerts* alerts = logandalerts;
     m->appendjobline = [alerts](const QString& line) { return alerts->joblog().appendjobline(line); };
-    m->alertBusy = [alerts](bool busy) {
+    QObject::connect(m, &actions::Mailing::alertBusyChanged, alerts, [alerts](bool busy) {
         if (QWidget* alert = alerts->loadedAlertwindow()) {
             if (busy)
                 alert->setCursor(Qt::WaitCursor);
             else
                 alert->unsetCursor();
         }
-    };
-    m->hideSetupAlert = [this] {
+    });
+    QObject::connect(m, &actions::Mailing::setupAlertHideRequested, w, [this] {
         if (setupWindow_)
             setupWindow_->alertSetup()->hide();
-    };
+    });
     m->connectTo(*dispatcher);
     QObject::connect(w->mnusetemailoptions, &QAction::triggered, m, &actions::Mailing::showOptions);
     QObject::connect(w, &MainWindow::mailProfileCheckDue, m, &actions::Mailing::checkmailprofile);

@@ -205,7 +205,8 @@ private slots:
         s.smtpport = 2525;
         s.smtpsender = QStringLiteral("alerts@corp.test");
         QStringList busy;
-        world.mail->alertBusy = [&](bool on) { busy << (on ? "wait" : "normal"); };
+        QObject::connect(world.mail, &actions::Mailing::alertBusyChanged, world.mail,
+                         [&](bool on) { busy << (on ? "wait" : "normal"); });
         std::optional<bool> result;
         world.mail->sendemail(QStringLiteral(" admin@corp.test"), {"Service Status SRV1 Spooler Stopped", "alert body"},
                               [&](bool ok) { result = ok; });
@@ -473,7 +474,7 @@ private slots:
 
         // Cancel saves nothing and hides the alert setup.
         int setupHidden = 0;
-        world.mail->hideSetupAlert = [&] { ++setupHidden; };
+        QObject::connect(world.mail, &actions::Mailing::setupAlertHideRequested, world.mail, [&] { ++setupHidden; });
         d->CancelButton->click();
         QVERIFY(!d->isVisible());
         QCOMPARE(setupHidden, 1);
