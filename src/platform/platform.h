@@ -44,6 +44,8 @@ struct Platform {
     SecretStore* secrets = nullptr;
     // Null where every server is a systemd server.
     ServerKinds* serverkinds = nullptr;
+    // Where the program installs the implementation that serverkinds (and the backends) go by.
+    ServerKindsSlot* serverkindsSlot = nullptr;
 };
 
 } // namespace velmora::platform

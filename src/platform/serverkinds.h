@@ -4,6 +4,8 @@
 // systemd server. May be used from any thread.
 #include <QString>
 
+#include <atomic>
+
 namespace velmora::platform {
 
 class ServerKinds {
@@ -12,6 +14,27 @@ public:
     virtual bool isWindows(const QString& server) = 0;
     // False when the choice could not be saved.
     virtual bool setWindows(const QString& server, bool windows) = 0;
+};
+
+// What the backends route by. The choice is kept with the program's data (its data folder is
+// known only once the program has started), so the program installs the implementation here;
+// until then, and after it is taken away, every server is a systemd server.
+class ServerKindsSlot : public ServerKinds {
+public:
+    void install(ServerKinds* kinds) { kinds_.store(kinds); }
+    bool isWindows(const QString& server) override
+    {
+        ServerKinds* k = kinds_.load();
+        return k && k->isWindows(server);
+    }
+    bool setWindows(const QString& server, bool windows) override
+    {
+        ServerKinds* k = kinds_.load();
+        return k && k->setWindows(server, windows);
+    }
+
+private:
+    std::atomic<ServerKinds*> kinds_{nullptr};
 };
 
 } // namespace velmora::platform

@@ -27,9 +27,12 @@ namespace velmora::shell {
 Program::Program(const platform::Platform& platform)
     : monitored(*platform.files, [this](const QString& name) { return state.file(name); },
                 platform.system->programFileName()),
+      serverTypes(*platform.files, [this] { return state.file(core::files::servertypes); }),
       connections(*platform.net, *platform.services, *platform.boxes)
 {
     state.platform = platform;
+    if (platform.serverkindsSlot)
+        platform.serverkindsSlot->install(&serverTypes);
     services = new servicecontrol::ServiceControl(state, servers, listing, connections);
     window = std::make_unique<MainWindow>(state, servers, monitored, services, connections);
     MainWindow* w = window.get();
@@ -49,7 +52,11 @@ Program::Program(const platform::Platform& platform)
     connectReport();
 }
 
-Program::~Program() = default;
+Program::~Program()
+{
+    if (state.platform.serverkindsSlot)
+        state.platform.serverkindsSlot->install(nullptr);
+}
 
 void Program::load() { window->load(); }
 

@@ -4,6 +4,7 @@
 #include "core/monitoredservices.h"
 #include "core/runstate.h"
 #include "core/serverlist.h"
+#include "core/servertypes.h"
 #include "platform/platform.h"
 #include "servicecontrol/connections.h"
 #include "servicecontrol/servicelisting.h"
@@ -36,6 +37,9 @@ public:
     core::RunState state;
     core::ServerList servers;
     core::MonitoredServices monitored;
+    // Which servers are Windows servers ("ServerTypes"); installed into the platform's slot, which
+    // the service and connection backends route by.
+    core::ServerTypes serverTypes;
     servicecontrol::ServiceListing listing;
     servicecontrol::Connections connections;
 

@@ -19,8 +19,6 @@
 #include "platform/linux/windowsconnections.h"
 #include "platform/linux/windowsservices.h"
 
-#include "core/datafolder.h"
-#include "core/servertypes.h"
 #include "platform/connectionrouter.h"
 #include "platform/servicerouter.h"
 
@@ -287,10 +285,8 @@ struct LinuxPlatform::Impl {
     SshConnections ssh{{}, QStringLiteral("ssh"), &prompt};
     SystemdServices systemd{servicesThrough(ssh)};
     KeychainSecrets secrets;
-    // Which servers are Windows servers: a file of its own in the data folder.
-    core::ServerTypes serverTypes{files, [this] {
-        return core::dataFile(core::chooseDataFolder(system), core::files::servertypes);
-    }};
+    // Which servers are Windows servers: the program installs its "ServerTypes" file here.
+    ServerKindsSlot serverTypes;
     std::function<bool(const QString&)> isWindows = [this](const QString& server) {
         return serverTypes.isWindows(server);
     };
@@ -349,6 +345,7 @@ Platform LinuxPlatform::platform()
     p.secrets = &d->secrets;
     p.filedialogs = &d->filedialogs;
     p.serverkinds = &d->serverTypes;
+    p.serverkindsSlot = &d->serverTypes;
     return p;
 }
 

@@ -299,6 +299,7 @@ Platform SimPlatform::platform()
     p.messenger = &messenger;
     p.filedialogs = &filedialogs;
     p.serverkinds = &serverkinds;
+    p.serverkindsSlot = &serverkinds;
     return p;
 }
 

@@ -2,8 +2,6 @@
 // Simulated platform for tests: files on disk (in the test's own folder) with failures on
 // demand, recorded message boxes with scripted answers, a clock that tests move, a scriptable
 // set of computers that answer pings, and jobs that run at once.
-#include "core/datafolder.h"
-#include "core/servertypes.h"
 #include "platform/linux/disktextfiles.h"
 #include "platform/platform.h"
 #include "platform/sim/simservices.h"
@@ -279,11 +277,9 @@ public:
     SimProfileMail profilemail;
     SimNetMessenger messenger;
     SimFileDialogs filedialogs;
-    // Which servers are Windows servers: the program's own "ServerTypes" file in the data folder,
-    // on the simulated files (so a failed write can be had on demand).
-    core::ServerTypes serverkinds{files, [this] {
-        return core::dataFile(core::chooseDataFolder(system), core::files::servertypes);
-    }};
+    // Which servers are Windows servers: the program installs its "ServerTypes" file (on the
+    // simulated files, so a failed write can be had on demand).
+    ServerKindsSlot serverkinds;
 };
 
 } // namespace velmora::platform::sim
