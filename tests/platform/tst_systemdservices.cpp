@@ -27,7 +27,7 @@ const char* kUnits = R"([
  {"name": "worker.service", "description": "Queue worker", "state": "inactive", "binds_to": ["db.service"]},
  {"name": "masked.service", "description": "Masked one", "file_state": "masked"},
  {"name": "broken.service", "description": "Fails to start", "start_result": "failed"},
- {"name": "slow.service", "description": "Takes its time", "start_ms": 300, "stop_ms": 300},
+ {"name": "slow.service", "description": "Takes its time", "start_ms": 1500, "stop_ms": 1500},
  {"name": "guarded.service", "description": "Needs a password", "needs_auth": true},
  {"name": "files-only.service", "description": "Never loaded", "loaded": false, "file_state": "static"},
  {"name": "getty@.service", "loaded": false, "file_state": "static"},

@@ -17,7 +17,7 @@ namespace {
 
 const char* kUnits = R"([
  {"name": "slow.service", "description": "Takes its time", "state": "inactive", "start_ms": 1500, "stop_ms": 1500},
- {"name": "broken.service", "description": "Fails to start", "state": "inactive", "start_ms": 500,
+ {"name": "broken.service", "description": "Fails to start", "state": "inactive", "start_ms": 1500,
   "start_result": "failed"},
  {"name": "spool.service", "description": "Print spool", "state": "active"},
  {"name": "spool-cleaner.service", "description": "Spool cleaner", "state": "active", "part_of": ["spool.service"]}
