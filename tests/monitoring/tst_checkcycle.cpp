@@ -49,17 +49,6 @@ public:
     std::vector<std::function<void()>> held;
 };
 
-// The job log without the timestamps that open check and server lines.
-QStringList logLines(const WindowFixture& f)
-{
-    QStringList out;
-    for (const QString& line : QString::fromUtf8(f.readBytes("Jobs.log")).split("\r\n", Qt::SkipEmptyParts)) {
-        const qsizetype tab = line.indexOf('\t');
-        out << (tab < 0 ? line : line.mid(tab + 1));
-    }
-    return out;
-}
-
 QStringList alertRows(WindowFixture& f)
 {
     QStringList out;
@@ -158,7 +147,7 @@ private slots:
     {
         Fleet f;
         auto& w = f.startWithMaintenance();
-        QCOMPARE(logLines(f), kFirstScan);
+        QCOMPARE(f.logLines(), kFirstScan);
         QCOMPARE(alertRows(f), (QStringList{"WEB1|nginx.service|Stopped|Alert            ",
                                             "FILE4|smbd.service|Paused|            "}));
         auto* form4 = f.program->logandalerts->alertwindow();
@@ -178,9 +167,9 @@ private slots:
 
         // Nothing is remembered: the next scan, 30 minutes on, does it all again.
         f.sim.clock.advance(30 * 60 * 1000 - 1000);
-        QCOMPARE(logLines(f).size(), kFirstScan.size());
+        QCOMPARE(f.logLines().size(), kFirstScan.size());
         f.sim.clock.advance(1000);
-        QCOMPARE(logLines(f), kFirstScan + kFirstScan);
+        QCOMPARE(f.logLines(), kFirstScan + kFirstScan);
         QCOMPARE(alertRows(f).size(), 4);
     }
 
@@ -205,11 +194,11 @@ private slots:
 
         cycle.trigger();
         QCOMPARE(journal.events, (QStringList{"begin", "row|WEB1|nginx.service|Stopped|Alert", "act|WEB1|nginx.service"}));
-        QCOMPARE(logLines(f), QStringList{"WEB1\tnginx.service\tStopped"});
+        QCOMPARE(f.logLines(), QStringList{"WEB1\tnginx.service\tStopped"});
         QVERIFY(cycle.scanRunning());
         journal.endActions();
         QCOMPARE(journal.events.mid(3), (QStringList{"row|FILE4|smbd.service|Paused|", "act|FILE4|smbd.service"}));
-        QCOMPARE(logLines(f), (QStringList{"WEB1\tnginx.service\tStopped", "WEB1\tcron.service\tRunning",
+        QCOMPARE(f.logLines(), (QStringList{"WEB1\tnginx.service\tStopped", "WEB1\tcron.service\tRunning",
                                            "DB2\tCould not reach Server, Server not available.",
                                            "LAB3\tServer is in Maintenance Mode", "FILE4\tsmbd.service\tPaused"}));
         QCOMPARE(finished.count(), 0);
@@ -227,7 +216,7 @@ private slots:
         {
             Fleet f;
             f.startWithMaintenance();
-            reference = logLines(f);
+            reference = f.logLines();
         }
         for (unsigned seed : {1u, 2u, 3u, 4u, 5u}) {
             Fleet f;
@@ -239,7 +228,7 @@ private slots:
             program.servers.setMaintenance("LAB3", true);
             f.sim.clock.advance(1000);
             worker.releaseScrambled(seed);
-            QCOMPARE(logLines(f), reference);
+            QCOMPARE(f.logLines(), reference);
             QVERIFY(!program.checkcycle->scanRunning());
         }
     }
@@ -252,11 +241,11 @@ private slots:
         f.sim.services.failOn(platform::sim::SimServices::Call::QueryStatus, 5, "FILE4");
         auto& w = f.start();
         // The restart waits 5000 ms on the clock before the scan goes on to the next server.
-        QCOMPARE(logLines(f), (QStringList{"WEB1\tnginx.service\tOpen Service failed.   Error  1060",
+        QCOMPARE(f.logLines(), (QStringList{"WEB1\tnginx.service\tOpen Service failed.   Error  1060",
                                            "WEB1\tcron.service\tStopped"}));
         QVERIFY(f.program->checkcycle->scanRunning());
         f.sim.clock.advance(5000);
-        QCOMPARE(logLines(f).mid(2), (QStringList{"Attemp to restart service : cron.service Successfull",
+        QCOMPARE(f.logLines().mid(2), (QStringList{"Attemp to restart service : cron.service Successfull",
                                                   "DB2\tCould not reach Server, Server not available.",
                                                   "LAB3\tlab.service\tRunning",
                                                   "FILE4\tsmbd.service\tQuery Service Status failed.   Error  5"}));
@@ -275,7 +264,7 @@ private slots:
         f.writeFile("Interval", {"0"});
         f.sim.services.setState("WEB1", "cron.service", svcstate::stopped);
         auto& w = f.start();
-        auto scans = [&] { return int(logLines(f).count("WEB1\tnginx.service\tStopped")); };
+        auto scans = [&] { return int(f.logLines().count("WEB1\tnginx.service\tStopped")); };
         // The restart holds the first scan for five seconds; the ticks meanwhile queue one scan.
         f.sim.clock.advance(3000);
         QCOMPARE(scans(), 1);
@@ -284,7 +273,7 @@ private slots:
         // and the tick of that second starts another.
         f.sim.clock.advance(2000);
         QCOMPARE(scans(), 3);
-        QCOMPARE(logLines(f).count("WEB1\tcron.service\tRunning"), 2); // the restart brought it back
+        QCOMPARE(f.logLines().count("WEB1\tcron.service\tRunning"), 2); // the restart brought it back
         // With an interval of 0 every tick starts a scan.
         f.sim.clock.advance(3000);
         QCOMPARE(scans(), 6);
@@ -301,7 +290,7 @@ private slots:
         f.sim.services.addService("SRV", {.name = "cron.service", .state = svcstate::running});
         f.start();
         f.sim.clock.advance(24LL * 3600 * 1000);
-        QCOMPARE(logLines(f).size(), 1 + 48);
+        QCOMPARE(f.logLines().size(), 1 + 48);
     }
 
     void immediateCheckShowsEveryServiceWithoutLoggingOrActing()

@@ -19,16 +19,6 @@ const char* kUnits = R"([
  {"name": "cron.service", "description": "Regular background jobs", "state": "active", "file_state": "enabled"}
 ])";
 
-QStringList logWithoutTimes(const test::WindowFixture& f)
-{
-    QStringList out;
-    for (const QString& line : QString::fromUtf8(f.readBytes("Jobs.log")).split("\r\n", Qt::SkipEmptyParts)) {
-        const qsizetype tab = line.indexOf('\t');
-        out << (tab < 0 ? line : line.mid(tab + 1));
-    }
-    return out;
-}
-
 } // namespace
 
 class TestMonitorSystemd : public QObject {
@@ -47,14 +37,14 @@ private slots:
                                  "[Properties:]", "[EOF]"});
         f.writeFile("Interval", {"1"});
         auto& w = s.start({"TESTHOST\tmonitored"});
-        QCOMPARE(logWithoutTimes(f), (QStringList{"TESTHOST\tweb.service\tRunning", "TESTHOST\tcron.service\tRunning"}));
+        QCOMPARE(f.logLines(), (QStringList{"TESTHOST\tweb.service\tRunning", "TESTHOST\tcron.service\tRunning"}));
 
         // Someone stops the web server.
         auto web = systemd.openService(systemd.openManager({}), "web.service");
         QCOMPARE(systemd.stop(web), 0);
 
         f.sim.clock.advance(60000);
-        QCOMPARE(logWithoutTimes(f).mid(2), (QStringList{"TESTHOST\tweb.service\tStopped", "Alert activated"}));
+        QCOMPARE(f.logLines().mid(2), (QStringList{"TESTHOST\tweb.service\tStopped", "Alert activated"}));
         auto* form4 = f.program->logandalerts->alertwindow();
         QCOMPARE(form4->ListView1->topLevelItemCount(), 1);
         QCOMPARE(form4->ListView1->topLevelItem(0)->text(3), QStringLiteral("web.service"));
@@ -64,12 +54,12 @@ private slots:
         QCOMPARE(f.sim.beeper.beeps.first().frequency, 1300);
         // The restart's five-second wait, then the rest of the scan.
         f.sim.clock.advance(4000);
-        QCOMPARE(logWithoutTimes(f).mid(4), (QStringList{"Attemp to restart service : web.service Successfull",
+        QCOMPARE(f.logLines().mid(4), (QStringList{"Attemp to restart service : web.service Successfull",
                                                          "TESTHOST\tcron.service\tRunning"}));
         QCOMPARE(systemd.queryStatus(web).state, platform::svcstate::running);
 
         f.sim.clock.advance(55000);
-        QCOMPARE(logWithoutTimes(f).mid(6), (QStringList{"TESTHOST\tweb.service\tRunning", "TESTHOST\tcron.service\tRunning"}));
+        QCOMPARE(f.logLines().mid(6), (QStringList{"TESTHOST\tweb.service\tRunning", "TESTHOST\tcron.service\tRunning"}));
         w.Command12->click(); // Reset Alert
         QVERIFY(!w.Timer6->isEnabled());
     }
@@ -91,10 +81,10 @@ private slots:
                                  "[Properties:]", "[EOF]"});
         f.writeFile("Interval", {"30"});
         s.start({"TESTHOST\tmonitored"});
-        QTRY_COMPARE(logWithoutTimes(f), QStringList{"TESTHOST\tapp.service\tStopped"});
+        QTRY_COMPARE(f.logLines(), QStringList{"TESTHOST\tapp.service\tStopped"});
         f.sim.clock.advance(5000); // the restart's wait
         QTRY_VERIFY(!f.program->checkcycle->scanRunning());
-        QCOMPARE(logWithoutTimes(f), (QStringList{"TESTHOST\tapp.service\tStopped",
+        QCOMPARE(f.logLines(), (QStringList{"TESTHOST\tapp.service\tStopped",
                                                   "Attemp to restart service : app.service Successfull",
                                                   "TESTHOST\tdb.service\tRunning"}));
         QCOMPARE(f.program->logandalerts->alertwindow()->ListView1->topLevelItemCount(), 1);

@@ -54,17 +54,6 @@ void select(shell::MainWindow& w, const QString& name)
     w.selectServer();
 }
 
-// The job log without the timestamps that open check and server lines.
-QStringList logLines(const WindowFixture& f)
-{
-    QStringList out;
-    for (const QString& line : QString::fromUtf8(f.readBytes("Jobs.log")).split("\r\n", Qt::SkipEmptyParts)) {
-        const qsizetype tab = line.indexOf('\t');
-        out << (tab < 0 ? line : line.mid(tab + 1));
-    }
-    return out;
-}
-
 bool dimmed(const shell::MainWindow& w, const QString& name)
 {
     const QTreeWidgetItem* item = w.findServer(name);
@@ -258,7 +247,7 @@ private slots:
         QCOMPARE(serverNames(w), QStringList{"DC1"});
         QCOMPARE(w.Combo1->count(), 1);
         QCOMPARE(w.Combo1->itemText(0), QStringLiteral("DC1"));
-        const QStringList log = logLines(f);
+        const QStringList log = f.logLines();
         QCOMPARE(log, (QStringList{"velmora\t" + core::reservedNameLogText("velmora"),
                                    "COMPUTERS\t" + core::reservedNameLogText("Computers"),
                                    "settings\t" + core::reservedNameLogText("Settings"),
@@ -268,7 +257,7 @@ private slots:
 
         // The next scans pass over them silently.
         f.sim.clock.advance(30 * 60 * 1000);
-        QCOMPARE(logLines(f).mid(log.size()), QStringList{"DC1\tnginx.service\tRunning"});
+        QCOMPARE(f.logLines().mid(log.size()), QStringList{"DC1\tnginx.service\tRunning"});
 
         w.close();
         QCOMPARE(f.readBytes("Computerlist"), crlf({"DC1\tmonitored"}));
@@ -388,7 +377,7 @@ private slots:
         const QString checked = "WEB1\tnginx.service\tRunning";
         const QString skipped = "WEB1\tServer is in Maintenance Mode";
         const QString ended = "WEB1\tMaintenance Mode ended, the server is monitored again";
-        QCOMPARE(logLines(f), QStringList{checked});
+        QCOMPARE(f.logLines(), QStringList{checked});
 
         // Only monitored servers; leaving maintenance needs no monitored flag.
         select(w, "FS1");
@@ -408,13 +397,13 @@ private slots:
         QVERIFY(f.program->servers.find("WEB1")->maintenance);
         QVERIFY(dimmed(w, "WEB1"));
         f.sim.clock.advance(5 * 3600 * 1000);
-        QCOMPARE(logLines(f), (QStringList{checked} + QStringList(10, skipped)));
+        QCOMPARE(f.logLines(), (QStringList{checked} + QStringList(10, skipped)));
         w.mnuoutmaintenance->trigger();
         QVERIFY(!f.program->servers.find("WEB1")->maintenance);
         QVERIFY(!dimmed(w, "WEB1"));
         f.sim.clock.advance(30 * 60 * 1000);
-        QCOMPARE(logLines(f).size(), 12);
-        QCOMPARE(logLines(f).last(), checked);
+        QCOMPARE(f.logLines().size(), 12);
+        QCOMPARE(f.logLines().last(), checked);
 
         // For one hour, set in the second of a scan: the scan half an hour later passes it
         // over, and the one at the hour's end checks it again, after the line that says the
@@ -424,14 +413,14 @@ private slots:
         QCOMPARE(f.program->servers.find("WEB1")->maintenanceEnd, start.addSecs(3600));
         QVERIFY(w.findServer("WEB1")->toolTip(0).contains("Alerting stops until"));
         f.sim.clock.advance(3600 * 1000 - 1000);
-        QCOMPARE(logLines(f).mid(12), QStringList{skipped});
+        QCOMPARE(f.logLines().mid(12), QStringList{skipped});
         QVERIFY(dimmed(w, "WEB1"));
         f.sim.clock.advance(1000);
-        QCOMPARE(logLines(f).mid(12), (QStringList{skipped, ended, checked}));
+        QCOMPARE(f.logLines().mid(12), (QStringList{skipped, ended, checked}));
         QVERIFY(!dimmed(w, "WEB1"));
         QVERIFY(!f.program->servers.find("WEB1")->maintenanceEnd.isValid());
         f.sim.clock.advance(3600 * 1000);
-        QCOMPARE(logLines(f).mid(12), (QStringList{skipped, ended, checked, checked, checked}));
+        QCOMPARE(f.logLines().mid(12), (QStringList{skipped, ended, checked, checked, checked}));
 
         // Until a time the user picks; switching it off first leaves no line.
         w.mnumaintenanceuntil->trigger();
@@ -446,8 +435,8 @@ private slots:
         f.sim.clock.advance(3600 * 1000);
         w.mnuoutmaintenance->trigger();
         f.sim.clock.advance(4 * 3600 * 1000);
-        QVERIFY(!logLines(f).mid(17).contains(ended));
-        QCOMPARE(logLines(f).mid(17).count(checked), 8);
+        QVERIFY(!f.logLines().mid(17).contains(ended));
+        QCOMPARE(f.logLines().mid(17).count(checked), 8);
 
         // Never stored.
         w.close();

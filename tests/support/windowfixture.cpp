@@ -47,6 +47,16 @@ shell::MainWindow& WindowFixture::start()
     return *window;
 }
 
+QStringList WindowFixture::logLines() const
+{
+    QStringList out;
+    for (const QString& line : QString::fromUtf8(readBytes("Jobs.log")).split("\r\n", Qt::SkipEmptyParts)) {
+        const qsizetype tab = line.indexOf('\t');
+        out << (tab < 0 ? line : line.mid(tab + 1));
+    }
+    return out;
+}
+
 QByteArray crlf(const QStringList& lines)
 {
     QByteArray out;

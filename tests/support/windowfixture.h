@@ -24,6 +24,8 @@ public:
     QByteArray readBytes(const QString& name) const;
     bool fileExists(const QString& name) const;
     QString path(const QString& name) const;
+    // The job log's lines without the timestamps that open check and server lines.
+    QStringList logLines() const;
 
     // Builds the program and runs its start-up, including the second's pause.
     shell::MainWindow& start();
