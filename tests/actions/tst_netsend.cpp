@@ -7,6 +7,8 @@
 #include "platform/linux/smbmessenger.h"
 #include "platform/sim/simplatform.h"
 
+#include "support/smbdprocess.h"
+
 #include <QDirIterator>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -80,25 +82,8 @@ public:
             return false;
         f.write(conf.toUtf8());
         f.close();
-        proc_.setProcessChannelMode(QProcess::MergedChannels);
-        proc_.start(smbd, {QStringLiteral("-F"), QStringLiteral("-s"), config(),
-                           QStringLiteral("--debug-stdout"), QStringLiteral("-d"), QStringLiteral("1")});
-        if (!proc_.waitForStarted(10000)) {
-            *why = QStringLiteral("smbd did not start");
-            return false;
-        }
         // Ready once it accepts connections on the NetBIOS session port.
-        for (int i = 0; i < 200; ++i) {
-            QTcpSocket probe;
-            probe.connectToHost(QHostAddress::LocalHost, 139);
-            if (probe.waitForConnected(100))
-                return true;
-            if (proc_.state() == QProcess::NotRunning)
-                break;
-            QTest::qWait(50);
-        }
-        *why = QStringLiteral("smbd did not listen: ") + QString::fromLocal8Bit(proc_.readAll());
-        return false;
+        return testsupport::startSmbd(proc_, smbd, config(), 139, why);
     }
     QString config() const { return dir_.filePath(QStringLiteral("smb.conf")); }
     QString messageFolder() const { return dir_.filePath(QStringLiteral("msgs")); }

@@ -6,6 +6,8 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include "support/smbdprocess.h"
+
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTcpSocket>
@@ -85,24 +87,7 @@ public:
             *why = QStringLiteral("smbpasswd could not add the user: ") + QString::fromLocal8Bit(add.readAll());
             return false;
         }
-        proc_.setProcessChannelMode(QProcess::MergedChannels);
-        proc_.start(smbd, {QStringLiteral("-F"), QStringLiteral("-s"), config(), QStringLiteral("--debug-stdout"),
-                           QStringLiteral("-d"), QStringLiteral("1")});
-        if (!proc_.waitForStarted(10000)) {
-            *why = QStringLiteral("smbd did not start");
-            return false;
-        }
-        for (int i = 0; i < 200; ++i) {
-            QTcpSocket probe;
-            probe.connectToHost(QHostAddress::LocalHost, 445);
-            if (probe.waitForConnected(100))
-                return true;
-            if (proc_.state() == QProcess::NotRunning)
-                break;
-            QTest::qWait(50);
-        }
-        *why = QStringLiteral("smbd did not listen: ") + QString::fromLocal8Bit(proc_.readAll());
-        return false;
+        return testsupport::startSmbd(proc_, smbd, config(), 445, why);
     }
     QString config() const { return dir_.filePath(QStringLiteral("smb.conf")); }
 
