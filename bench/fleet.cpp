@@ -69,14 +69,8 @@ int runProgram(int argc, char** argv, const QString& folder)
     p.instance = &only;
 
     QElapsedTimer clock;
-    qint64 shownMs = -1, iconsMs = -1, maxStall = 0, lastTick = 0;
-    QTimer stallProbe;
-    stallProbe.setInterval(2);
-    QObject::connect(&stallProbe, &QTimer::timeout, [&] {
-        const qint64 now = clock.elapsed();
-        maxStall = std::max(maxStall, now - lastTick);
-        lastTick = now;
-    });
+    qint64 shownMs = -1, iconsMs = -1;
+    bench::StallProbe stallProbe(clock);
 
     clock.start();
     shell::Program program(p);
@@ -102,8 +96,6 @@ int runProgram(int argc, char** argv, const QString& folder)
         return 1;
     }
     QTimer::singleShot(0, &app, [&] { shownMs = clock.elapsed(); });
-    maxStall = clock.elapsed();
-    lastTick = clock.elapsed();
     stallProbe.start();
     QTimer::singleShot(60000, &app, [&] {
         failed = true;
@@ -123,7 +115,7 @@ int runProgram(int argc, char** argv, const QString& folder)
     std::printf("silent: %d\n", silent);
     std::printf("window_shown_ms: %lld\n", static_cast<long long>(shownMs));
     std::printf("icons_set_ms: %lld\n", static_cast<long long>(iconsMs));
-    std::printf("max_stall_ms: %lld\n", static_cast<long long>(maxStall));
+    std::printf("max_stall_ms: %lld\n", static_cast<long long>(stallProbe.max()));
     std::printf("timer9_cpu_ms: %.1f\n", median(perPeriod));
     std::printf("rss_mb: %.1f\n", residentMb());
     std::fflush(stdout);

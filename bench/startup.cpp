@@ -6,6 +6,7 @@
 #include "platform/sim/simplatform.h"
 #include "shell/mainwindow.h"
 #include "shell/program.h"
+#include "support/benchsupport.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -42,14 +43,8 @@ int main(int argc, char** argv)
     p.worker = real.platform().worker;
 
     QElapsedTimer clock;
-    qint64 shownMs = -1, iconsMs = -1, maxStall = 0, lastTick = 0;
-    QTimer stallProbe;
-    stallProbe.setInterval(2);
-    QObject::connect(&stallProbe, &QTimer::timeout, [&] {
-        const qint64 now = clock.elapsed();
-        maxStall = std::max(maxStall, now - lastTick);
-        lastTick = now;
-    });
+    qint64 shownMs = -1, iconsMs = -1;
+    bench::StallProbe stallProbe(clock);
 
     clock.start();
     shell::Program program(p);
@@ -61,8 +56,6 @@ int main(int argc, char** argv)
     program.load();
     // load() returns once the window is shown and filled; the pings go on in the background.
     QTimer::singleShot(0, &app, [&] { shownMs = clock.elapsed(); });
-    maxStall = clock.elapsed();
-    lastTick = clock.elapsed();
     stallProbe.start();
     QTimer::singleShot(10000, &app, [&] { app.quit(); });
     app.exec();
@@ -76,7 +69,7 @@ int main(int argc, char** argv)
     std::printf("unreachable: %d\n", unreachable);
     std::printf("window_shown_ms: %lld\n", static_cast<long long>(shownMs));
     std::printf("icons_set_ms: %lld\n", static_cast<long long>(iconsMs));
-    std::printf("max_stall_ms: %lld\n", static_cast<long long>(maxStall));
+    std::printf("max_stall_ms: %lld\n", static_cast<long long>(stallProbe.max()));
     window.menuExit();
     return 0;
 }

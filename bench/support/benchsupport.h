@@ -5,11 +5,13 @@
 #include "platform/system.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QMap>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QStringList>
+#include <QTimer>
 
 #include <algorithm>
 #include <functional>
@@ -18,6 +20,34 @@
 #include <vector>
 
 namespace velmora::bench {
+
+// The longest time the event loop stood still, probed every 2 ms against clock. start() takes
+// all the time since the clock started as the first stall, so that a start-up that ran before
+// the event loop (load()) counts whole.
+class StallProbe {
+public:
+    explicit StallProbe(const QElapsedTimer& clock) : clock_(clock)
+    {
+        timer_.setInterval(2);
+        QObject::connect(&timer_, &QTimer::timeout, [this] {
+            const qint64 now = clock_.elapsed();
+            max_ = std::max(max_, now - last_);
+            last_ = now;
+        });
+    }
+    void start()
+    {
+        max_ = last_ = clock_.elapsed();
+        timer_.start();
+    }
+    void stop() { timer_.stop(); }
+    qint64 max() const { return max_; }
+
+private:
+    const QElapsedTimer& clock_;
+    QTimer timer_;
+    qint64 max_ = 0, last_ = 0;
+};
 
 // The middle value (the upper one of an even count), or -1 when there is none.
 inline double median(std::vector<double> v)
