@@ -1,20 +1,24 @@
 #include "platform/linux/linuxicmp.h"
 
+#include "platform/linux/icmpecho.h"
+
 #include <QFile>
-#include <QRandomGenerator>
+#include <QFileInfo>
 
 #include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <linux/errqueue.h>
-#include <linux/icmp.h>
+#include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <pthread.h>
 #include <resolv.h>
+#include <signal.h>
+#include <spawn.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,350 +32,194 @@ namespace velmora::platform {
 
 namespace {
 
-constexpr int StatusSuccess = 0;
-constexpr int StatusBadAddress = -1;
-constexpr int StatusNetUnreachable = 11002;
-constexpr int StatusHostUnreachable = 11003;
-constexpr int StatusProtocolUnreachable = 11004;
-constexpr int StatusPortUnreachable = 11005;
-constexpr int StatusTimedOut = 11010;
-constexpr int StatusTtlExpired = 11013;
-constexpr int StatusGeneralFailure = 11050;
+constexpr int StatusGeneralFailure = icmpecho::StatusGeneralFailure;
 
-constexpr uint8_t TypeEchoReply = 0;
-constexpr uint8_t TypeDestUnreachable = 3;
-constexpr uint8_t TypeEchoRequest = 8;
-constexpr uint8_t TypeTimeExceeded = 11;
-
-// One request per address may be outstanding; the sequence number holds the low 16 bits of the
-// address's index and, on a raw socket, the identifier the high bits on top of a base.
-constexpr size_t SequenceSpan = 0x10000;
-
-int statusForUnreachableCode(int code)
+bool dottedAddress(const QString& text)
 {
-    switch (code) {
-    case 0: case 6: case 9: case 11: return StatusNetUnreachable;
-    case 2: return StatusProtocolUnreachable;
-    case 3: return StatusPortUnreachable;
-    default: return StatusHostUnreachable; // 1, 7, 10, 12 and the other "cannot reach it" codes
-    }
+    const QByteArray latin = text.toLatin1();
+    in_addr a{};
+    return !latin.isEmpty() && inet_pton(AF_INET, latin.constData(), &a) == 1;
 }
 
-int statusForIcmpError(int type, int code)
-{
-    return type == TypeTimeExceeded ? StatusTtlExpired : statusForUnreachableCode(code);
-}
+using Clock = std::chrono::steady_clock;
 
-int statusForErrno(int err)
-{
-    switch (err) {
-    case ENETUNREACH: return StatusNetUnreachable;
-    case EHOSTUNREACH: return StatusHostUnreachable;
-    default: return StatusGeneralFailure;
-    }
-}
-
-uint16_t internetChecksum(const uint8_t* p, size_t len)
-{
-    uint32_t sum = 0;
-    for (; len > 1; p += 2, len -= 2)
-        sum += uint32_t(p[0]) << 8 | p[1];
-    if (len)
-        sum += uint32_t(p[0]) << 8;
-    while (sum >> 16)
-        sum = (sum & 0xffff) + (sum >> 16);
-    return uint16_t(~sum);
-}
-
-uint16_t read16(const uint8_t* p) { return uint16_t(p[0] << 8 | p[1]); }
-
-// Identifiers of raw-socket calls: distinct per call so that concurrent calls in this process
-// (each with its own socket, but every raw socket sees every ICMP packet) ignore each other's
-// replies, and random so that other programs' pings are unlikely to share them.
-std::atomic<uint16_t> nextIdentifier{uint16_t(QRandomGenerator::global()->generate())};
-
-class EchoSession {
+// One run of the ping helper: started with an empty environment and nothing open but a socket
+// that is its standard input and output; ended (and reaped) with the object.
+class HelperRun {
 public:
-    EchoSession(const QStringList& addresses, const QByteArray& data, LinuxIcmp::SocketKind kind)
-        : data_(data), replies_(size_t(addresses.size())), targets_(size_t(addresses.size())),
-          waiting_(size_t(addresses.size()), false)
+    explicit HelperRun(const QString& program)
     {
-        for (size_t i = 0; i < targets_.size(); ++i) {
-            const QByteArray text = addresses[qsizetype(i)].toLatin1();
-            in_addr a{};
-            if (text.isEmpty() || inet_pton(AF_INET, text.constData(), &a) != 1) {
-                replies_[i].status = StatusBadAddress;
-                continue;
-            }
-            targets_[i] = a;
-            toSend_.push_back(i);
-        }
-        if (toSend_.empty())
+        int pair[2];
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0)
             return;
-        openSocket(kind);
-        if (fd_ < 0) {
-            // Without any ICMP socket nothing can be asked, and nobody counts as answering.
-            for (size_t i : toSend_)
-                replies_[i].status = StatusGeneralFailure;
-            toSend_.clear();
+        const QByteArray path = QFile::encodeName(program);
+        posix_spawn_file_actions_t actions;
+        posix_spawnattr_t attr;
+        ::posix_spawn_file_actions_init(&actions);
+        ::posix_spawn_file_actions_adddup2(&actions, pair[1], 0);
+        ::posix_spawn_file_actions_adddup2(&actions, pair[1], 1);
+        ::posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+        ::posix_spawn_file_actions_addclosefrom_np(&actions, 3);
+        ::posix_spawnattr_init(&attr);
+        sigset_t none, all;
+        sigemptyset(&none);
+        sigfillset(&all);
+        ::posix_spawnattr_setsigmask(&attr, &none);
+        ::posix_spawnattr_setsigdefault(&attr, &all);
+        ::posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+        char* argv[] = {const_cast<char*>(path.constData()), nullptr};
+        char* envp[] = {nullptr};
+        if (::posix_spawn(&pid_, path.constData(), &actions, &attr, argv, envp) != 0)
+            pid_ = -1;
+        ::posix_spawn_file_actions_destroy(&actions);
+        ::posix_spawnattr_destroy(&attr);
+        ::close(pair[1]);
+        if (pid_ > 0) {
+            fd_ = pair[0];
+            ::fcntl(fd_, F_SETFL, ::fcntl(fd_, F_GETFL) | O_NONBLOCK);
+        } else {
+            ::close(pair[0]);
         }
     }
-    ~EchoSession()
+    ~HelperRun()
     {
         if (fd_ >= 0)
             ::close(fd_);
-    }
-
-    std::vector<LinuxIcmp::Reply> run(int timeoutMs)
-    {
-        if (fd_ < 0)
-            return std::move(replies_);
-        using Clock = std::chrono::steady_clock;
-        const auto deadline = Clock::now() + std::chrono::milliseconds(std::max(timeoutMs, 0));
-        size_t next = 0;
-        for (;;) {
-            const bool blocked = !sendFrom(next);
-            drain();
-            if (next == toSend_.size() && outstanding_ == 0)
-                break;
-            const auto now = Clock::now();
-            if (now >= deadline)
-                break;
-            int waitMs = int(std::chrono::ceil<std::chrono::milliseconds>(deadline - now).count());
-            // A full send queue frees up without telling poll() on every path (ENOBUFS), so
-            // look again soon.
-            if (blocked)
-                waitMs = std::min(waitMs, 2);
-            pollfd p{fd_, short(POLLIN | (blocked ? POLLOUT : 0)), 0};
-            ::poll(&p, 1, waitMs);
-        }
-        for (size_t k = next; k < toSend_.size(); ++k)
-            replies_[toSend_[k]].status = StatusGeneralFailure; // never left this machine
-        for (size_t i = 0; i < waiting_.size(); ++i)
-            if (waiting_[i])
-                replies_[i].status = StatusTimedOut;
-        return std::move(replies_);
-    }
-
-private:
-    void openSocket(LinuxIcmp::SocketKind kind)
-    {
-        if (kind == LinuxIcmp::SocketKind::Automatic) {
-            fd_ = ::socket(AF_INET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_ICMP);
-            if (fd_ >= 0) {
-                raw_ = true;
-                // Let through only what answers an echo: the kernel then keeps our own requests
-                // on loopback and all other ICMP traffic out of the receive queue.
-                icmp_filter filter{};
-                filter.data = ~((1u << TypeEchoReply) | (1u << TypeDestUnreachable) | (1u << TypeTimeExceeded));
-                ::setsockopt(fd_, SOL_RAW, ICMP_FILTER, &filter, sizeof filter);
-                identifierBase_ = nextIdentifier.fetch_add(
-                    uint16_t(1 + targets_.size() / SequenceSpan), std::memory_order_relaxed);
+        if (pid_ > 0) {
+            ::kill(pid_, SIGKILL);
+            while (::waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
             }
         }
-        if (fd_ < 0) {
-            fd_ = ::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_ICMP);
-            if (fd_ < 0)
-                return;
-            // Unreachable and time-exceeded answers reach a datagram socket only through its
-            // error queue.
-            const int on = 1;
-            ::setsockopt(fd_, SOL_IP, IP_RECVERR, &on, sizeof on);
-        }
-        // Room for a thousand replies arriving together, larger than the default when allowed.
-        const int size = 4 * 1024 * 1024;
-        if (::setsockopt(fd_, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0)
-            ::setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
     }
+    bool started() const { return fd_ >= 0; }
 
-    // Sends the requests from position next on; false when the socket cannot take more now.
-    bool sendFrom(size_t& next)
+    bool send(const QByteArray& bytes, Clock::time_point deadline)
     {
-        std::vector<uint8_t> packet(8 + size_t(data_.size()));
-        if (!data_.isEmpty())
-            std::memcpy(packet.data() + 8, data_.constData(), size_t(data_.size()));
-        while (next < toSend_.size()) {
-            const size_t index = toSend_[next];
-            const uint16_t identifier = uint16_t(identifierBase_ + index / SequenceSpan);
-            const uint16_t sequence = uint16_t(index % SequenceSpan);
-            packet[0] = TypeEchoRequest;
-            packet[1] = 0;
-            packet[2] = packet[3] = 0;
-            packet[4] = uint8_t(identifier >> 8);
-            packet[5] = uint8_t(identifier);
-            packet[6] = uint8_t(sequence >> 8);
-            packet[7] = uint8_t(sequence);
-            const uint16_t sum = internetChecksum(packet.data(), packet.size());
-            packet[2] = uint8_t(sum >> 8);
-            packet[3] = uint8_t(sum);
-            sockaddr_in to{};
-            to.sin_family = AF_INET;
-            to.sin_addr = targets_[index];
-            // A datagram socket hands a pending asynchronous error (an earlier request's
-            // unreachable answer, which is also read from the error queue) to the next send:
-            // one retry gives this request its own result.
-            int err = 0;
-            for (int attempt = 0; attempt < 2;) {
-                const ssize_t r = ::sendto(fd_, packet.data(), packet.size(), MSG_NOSIGNAL,
-                                           reinterpret_cast<const sockaddr*>(&to), sizeof to);
-                err = r < 0 ? errno : 0;
-                if (err == EINTR)
-                    continue;
-                if (err == 0 || err == EAGAIN || err == EWOULDBLOCK || err == ENOBUFS)
-                    break;
-                ++attempt;
+        qsizetype sent = 0;
+        while (sent < bytes.size()) {
+            const ssize_t n = ::send(fd_, bytes.constData() + sent, size_t(bytes.size() - sent), MSG_NOSIGNAL);
+            if (n > 0) {
+                sent += n;
+                continue;
             }
-            if (err == EAGAIN || err == EWOULDBLOCK || err == ENOBUFS)
+            if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)
                 return false;
-            if (err != 0) {
-                replies_[index].status = statusForErrno(err);
-            } else {
-                waiting_[index] = true;
-                ++outstanding_;
-            }
-            ++next;
+            if (!wait(POLLOUT, deadline))
+                return false;
         }
         return true;
     }
 
-    // Reads every answer that has arrived so far.
-    void drain()
-    {
-        uint8_t buf[65536];
-        for (;;) {
-            const ssize_t n = ::recv(fd_, buf, sizeof buf, MSG_DONTWAIT);
-            if (n < 0) {
-                if (errno == EINTR)
-                    continue;
-                break;
-            }
-            if (raw_)
-                takeRawPacket(buf, size_t(n));
-            else
-                takeDatagram(buf, size_t(n));
-        }
-        if (!raw_)
-            drainErrorQueue();
-    }
-
-    // The position of the address an (identifier, sequence) pair belongs to, if still waiting.
-    std::optional<size_t> waitingIndex(uint16_t identifier, uint16_t sequence, bool checkIdentifier) const
-    {
-        if (checkIdentifier) {
-            const size_t block = uint16_t(identifier - identifierBase_);
-            const size_t index = block * SequenceSpan + sequence;
-            if (index < waiting_.size() && waiting_[index])
-                return index;
-            return std::nullopt;
-        }
-        // The kernel picks a datagram socket's identifier itself, and only this socket's
-        // answers reach it: the sequence alone decides.
-        for (size_t index = sequence; index < waiting_.size(); index += SequenceSpan)
-            if (waiting_[index])
-                return index;
-        return std::nullopt;
-    }
-
-    void settle(size_t index, int status, QByteArray data = {})
-    {
-        waiting_[index] = false;
-        --outstanding_;
-        replies_[index].status = status;
-        replies_[index].data = std::move(data);
-    }
-
-    void takeRawPacket(const uint8_t* p, size_t n)
-    {
-        if (n < 20)
-            return;
-        const size_t ihl = size_t(p[0] & 0x0f) * 4;
-        if (n < ihl + 8)
-            return;
-        const uint8_t* icmp = p + ihl;
-        const size_t icmpLen = n - ihl;
-        const uint8_t type = icmp[0];
-        if (type == TypeEchoReply) {
-            if (auto index = waitingIndex(read16(icmp + 4), read16(icmp + 6), true))
-                settle(*index, StatusSuccess,
-                       QByteArray(reinterpret_cast<const char*>(icmp + 8), qsizetype(icmpLen - 8)));
-            return;
-        }
-        if (type != TypeDestUnreachable && type != TypeTimeExceeded)
-            return; // our own requests on loopback, and anything else
-        // The error quotes the IP header and the first 8 bytes of the request it is about.
-        const uint8_t* inner = icmp + 8;
-        const size_t innerLen = icmpLen - 8;
-        if (innerLen < 20 || inner[9] != IPPROTO_ICMP)
-            return;
-        const size_t innerIhl = size_t(inner[0] & 0x0f) * 4;
-        if (innerLen < innerIhl + 8)
-            return;
-        const uint8_t* request = inner + innerIhl;
-        if (request[0] != TypeEchoRequest)
-            return;
-        auto index = waitingIndex(read16(request + 4), read16(request + 6), true);
-        if (!index || std::memcmp(inner + 16, &targets_[*index], 4) != 0)
-            return;
-        settle(*index, statusForIcmpError(type, icmp[1]));
-    }
-
-    void takeDatagram(const uint8_t* icmp, size_t n)
-    {
-        if (n < 8 || icmp[0] != TypeEchoReply)
-            return;
-        if (auto index = waitingIndex(0, read16(icmp + 6), false))
-            settle(*index, StatusSuccess, QByteArray(reinterpret_cast<const char*>(icmp + 8), qsizetype(n - 8)));
-    }
-
-    void drainErrorQueue()
+    // The next line, without its end; false when the helper ended or deadline passed first.
+    bool readLine(QByteArray& line, Clock::time_point deadline)
     {
         for (;;) {
-            uint8_t payload[512];
-            alignas(cmsghdr) char control[512];
-            sockaddr_in offender{};
-            iovec iov{payload, sizeof payload};
-            msghdr msg{};
-            msg.msg_name = &offender;
-            msg.msg_namelen = sizeof offender;
-            msg.msg_iov = &iov;
-            msg.msg_iovlen = 1;
-            msg.msg_control = control;
-            msg.msg_controllen = sizeof control;
-            const ssize_t n = ::recvmsg(fd_, &msg, MSG_ERRQUEUE | MSG_DONTWAIT);
-            if (n < 0) {
-                if (errno == EINTR)
-                    continue;
-                return;
+            const qsizetype end = buffer_.indexOf('\n', scanned_);
+            if (end >= 0) {
+                line = buffer_.mid(scanned_, end - scanned_);
+                scanned_ = end + 1;
+                if (scanned_ > 65536) {
+                    buffer_.remove(0, scanned_);
+                    scanned_ = 0;
+                }
+                return true;
             }
-            // The payload is the request the error is about, from its ICMP header on.
-            if (n < 8 || payload[0] != TypeEchoRequest)
+            char chunk[65536];
+            const ssize_t n = ::recv(fd_, chunk, sizeof chunk, 0);
+            if (n > 0) {
+                buffer_.append(chunk, n);
                 continue;
-            const sock_extended_err* ee = nullptr;
-            for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c; c = CMSG_NXTHDR(&msg, c))
-                if (c->cmsg_level == SOL_IP && c->cmsg_type == IP_RECVERR)
-                    ee = reinterpret_cast<const sock_extended_err*>(CMSG_DATA(c));
-            if (!ee)
-                continue;
-            auto index = waitingIndex(0, read16(payload + 6), false);
-            if (!index)
-                continue;
-            if (ee->ee_origin == SO_EE_ORIGIN_ICMP)
-                settle(*index, statusForIcmpError(ee->ee_type, ee->ee_code));
-            else if (ee->ee_origin == SO_EE_ORIGIN_LOCAL)
-                settle(*index, statusForErrno(int(ee->ee_errno)));
+            }
+            if (n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR))
+                return false;
+            if (!wait(POLLIN, deadline))
+                return false;
         }
     }
 
-    QByteArray data_;
-    std::vector<LinuxIcmp::Reply> replies_;
-    std::vector<in_addr> targets_;
-    std::vector<bool> waiting_;
-    std::vector<size_t> toSend_; // positions of the valid addresses, in order
-    size_t outstanding_ = 0;
+private:
+    bool wait(short events, Clock::time_point deadline)
+    {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        if (left <= 0)
+            return false;
+        pollfd p{fd_, events, 0};
+        return ::poll(&p, 1, int(left)) >= 0;
+    }
+
+    pid_t pid_ = -1;
     int fd_ = -1;
-    bool raw_ = false;
-    uint16_t identifierBase_ = 0;
+    QByteArray buffer_;
+    qsizetype scanned_ = 0;
 };
+
+// Why the helper cannot ping (its first line), or an empty text when it is ready.
+QString helperProblem(HelperRun& run, Clock::time_point deadline, const QString& program)
+{
+    QByteArray line;
+    if (!run.started())
+        return QStringLiteral("the ping helper %1 could not be started (%2)")
+            .arg(program, QFile::exists(program) ? QStringLiteral("not executable") : QStringLiteral("missing"));
+    if (!run.readLine(line, deadline))
+        return QStringLiteral("the ping helper %1 did not start properly").arg(program);
+    if (line == "ready")
+        return {};
+    if (line.startsWith("unavailable "))
+        return QStringLiteral("the ping helper %1 may not open a raw ICMP socket either (%2; it needs the "
+                              "capability cap_net_raw)")
+            .arg(program, QString::fromLocal8Bit(std::strerror(line.mid(12).toInt())));
+    return QStringLiteral("the ping helper %1 did not start properly").arg(program);
+}
+
+std::vector<LinuxIcmp::Reply> echoThroughHelper(const QString& program, const QStringList& addresses,
+                                                const QByteArray& data, int timeoutMs)
+{
+    std::vector<LinuxIcmp::Reply> replies(size_t(addresses.size()));
+    QByteArray request;
+    std::vector<size_t> asked; // positions of the addresses sent to the helper
+    for (qsizetype i = 0; i < addresses.size(); ++i) {
+        if (!dottedAddress(addresses[i])) {
+            replies[size_t(i)].status = icmpecho::StatusBadAddress;
+            continue;
+        }
+        asked.push_back(size_t(i));
+        request += addresses[i].toLatin1() + '\n';
+    }
+    if (asked.empty())
+        return replies;
+    for (size_t i : asked)
+        replies[i].status = StatusGeneralFailure; // until the helper says otherwise
+    timeoutMs = std::clamp(timeoutMs, 0, 60000);
+    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs + LinuxIcmp::helperGraceMs);
+    HelperRun run(program);
+    if (!helperProblem(run, deadline, program).isEmpty())
+        return replies;
+    request.prepend(QByteArray::number(qulonglong(asked.size())) + ' ' + QByteArray::number(timeoutMs) + ' '
+                    + data.toHex() + '\n');
+    if (!run.send(request, deadline))
+        return replies;
+    QByteArray line;
+    for (size_t i : asked) {
+        if (!run.readLine(line, deadline))
+            break;
+        const qsizetype space = line.indexOf(' ');
+        bool ok = false;
+        const int status = line.left(space < 0 ? line.size() : space).toInt(&ok);
+        if (!ok)
+            break;
+        replies[i].status = status;
+        if (space >= 0)
+            replies[i].data = QByteArray::fromHex(line.mid(space + 1));
+    }
+    return replies;
+}
+
+QString programFolder()
+{
+    char exe[4096] = {};
+    const ssize_t n = ::readlink("/proc/self/exe", exe, sizeof exe - 1);
+    return n > 0 ? QFileInfo(QString::fromLocal8Bit(exe, n)).absolutePath() : QString();
+}
 
 } // namespace
 
@@ -453,6 +301,11 @@ bool startLookupThread(const std::shared_ptr<LookupBatch>& batch)
 
 } // namespace
 
+LinuxIcmp::LinuxIcmp(SocketKind kind, const QString& helper)
+    : kind_(kind), helper_(helper.isEmpty() ? programFolder() + QStringLiteral("/velmora-ping") : helper)
+{
+}
+
 QString LinuxIcmp::resolve(const QString& name)
 {
     return resolveAll({name}, resolveTimeoutMs).value(0);
@@ -505,44 +358,53 @@ QStringList LinuxIcmp::resolveAll(const QStringList& names, int timeoutMs)
 
 QString LinuxIcmp::unavailableReason()
 {
-    int rawError = EPERM;
-    if (kind_ == SocketKind::Automatic) {
-        const int fd = ::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
+    int datagramError = EPERM;
+    if (kind_ != SocketKind::Helper) {
+        const int fd = icmpecho::openSocket(false);
         if (fd >= 0) {
             ::close(fd);
             return {};
         }
-        rawError = errno;
+        datagramError = errno;
     }
-    const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_ICMP);
-    if (fd >= 0) {
-        ::close(fd);
-        return {};
+    QString helperText = QStringLiteral("no ping helper is used");
+    if (kind_ != SocketKind::Datagram) {
+        HelperRun run(helper_);
+        helperText = helperProblem(run, Clock::now() + std::chrono::milliseconds(helperGraceMs), helper_);
+        if (helperText.isEmpty())
+            return {};
     }
-    const int datagramError = errno;
     QString range;
     QFile rangeFile(QStringLiteral("/proc/sys/net/ipv4/ping_group_range"));
     if (rangeFile.open(QIODevice::ReadOnly))
         range = QString::fromLatin1(rangeFile.readAll()).simplified();
-    char exe[4096] = {};
-    const ssize_t n = ::readlink("/proc/self/exe", exe, sizeof exe - 1);
-    const QString program = n > 0 ? QString::fromLocal8Bit(exe, n) : QStringLiteral("<program>");
+    const QString group = QString::number(::getgid());
     return QStringLiteral(
-               "Servers cannot be pinged: this user may open neither a raw ICMP socket (%1; it needs "
-               "the capability cap_net_raw) nor a datagram ICMP socket (%2; the user's group %3 "
-               "is not in net.ipv4.ping_group_range \"%4\"). Every server is shown as not "
-               "answering. To allow pinging, give the program the capability as root: "
-               "setcap cap_net_raw+ep %5 - or let the user's group ping: "
-               "sysctl -w net.ipv4.ping_group_range=\"%6 %6\" (in /etc/sysctl.d to keep it).")
-        .arg(QString::fromLocal8Bit(std::strerror(rawError)), QString::fromLocal8Bit(std::strerror(datagramError)),
-             QString::number(::getgid()), range, program, QString::number(::getgid()));
+               "Servers cannot be pinged: this user may not open a datagram ICMP socket (%1; the user's "
+               "group %2 is not in net.ipv4.ping_group_range \"%3\"), and %4. Every server is shown as "
+               "not answering. To allow pinging, let the user's group ping as root: "
+               "sysctl -w net.ipv4.ping_group_range=\"%2 %2\" (in /etc/sysctl.d to keep it) - or give "
+               "the ping helper the capability: setcap cap_net_raw+ep %5")
+        .arg(QString::fromLocal8Bit(std::strerror(datagramError)), group, range, helperText, helper_);
 }
 
 std::vector<LinuxIcmp::Reply> LinuxIcmp::echoReplies(const QStringList& addresses, const QByteArray& data,
                                                      int timeoutMs)
 {
-    EchoSession session(addresses, data, kind_);
-    return session.run(timeoutMs);
+    const int fd = kind_ == SocketKind::Helper ? -1 : icmpecho::openSocket(false);
+    if (fd < 0 && kind_ != SocketKind::Datagram)
+        return echoThroughHelper(helper_, addresses, data, timeoutMs);
+    std::vector<std::string> texts;
+    texts.reserve(size_t(addresses.size()));
+    for (const QString& a : addresses)
+        texts.push_back(dottedAddress(a) ? a.toLatin1().toStdString() : std::string());
+    std::vector<Reply> replies;
+    replies.reserve(texts.size());
+    for (icmpecho::Reply& r : icmpecho::echo(fd, false, texts, data.toStdString(), timeoutMs))
+        replies.push_back({r.status, QByteArray::fromStdString(r.data)});
+    if (fd >= 0)
+        ::close(fd);
+    return replies;
 }
 
 std::vector<int> LinuxIcmp::echo(const QStringList& addresses, const QByteArray& data, int timeoutMs)

@@ -3,21 +3,27 @@
 
 namespace velmora::platform {
 
-// ICMP echo through a raw socket, or an unprivileged datagram ICMP socket where raw sockets
-// are not allowed.
+// ICMP echo through the unprivileged datagram ICMP socket (net.ipv4.ping_group_range), or,
+// where the system gives this user none, through velmora-ping: a small program of its own that
+// alone carries cap_net_raw. This process never opens a raw socket.
 class LinuxIcmp : public Icmp {
 public:
     enum class SocketKind {
-        Automatic, // raw socket, falling back to the datagram socket
-        Datagram,  // only the unprivileged datagram socket (net.ipv4.ping_group_range)
+        Automatic, // the datagram socket, else the helper
+        Datagram,  // only the datagram socket
+        Helper,    // only the helper
     };
     // The status of one address and, when a reply came, the data it echoed.
     struct Reply {
         int status = 11010;
         QByteArray data;
     };
+    // How much longer than a batch's time-out the helper may take (its start on a loaded
+    // machine) before it is ended and its addresses count as not asked (11050).
+    static constexpr int helperGraceMs = 5000;
 
-    explicit LinuxIcmp(SocketKind kind = SocketKind::Automatic) : kind_(kind) {}
+    // helper: the helper program; empty: velmora-ping in the folder of this program's file.
+    explicit LinuxIcmp(SocketKind kind = SocketKind::Automatic, const QString& helper = {});
 
     QString resolve(const QString& name) override;
     // The lookups run on threads of the call's own: 64 to begin with, and 64 more every 10 ms
@@ -26,15 +32,18 @@ public:
     QStringList resolveAll(const QStringList& names, int timeoutMs) override;
     static constexpr int maxLookupThreads = 4096;
     std::vector<int> echo(const QStringList& addresses, const QByteArray& data, int timeoutMs) override;
-    // Tries to open the sockets echo() would use; when none opens, names the two ways out: the
-    // capability cap_net_raw for the program file, or a net.ipv4.ping_group_range that holds
-    // one of the user's groups.
+    // Tries the datagram socket, then the helper; when neither may ping, names the two ways
+    // out: a net.ipv4.ping_group_range that holds one of the user's groups, or the capability
+    // cap_net_raw for the helper.
     QString unavailableReason() override;
     // echo() with the echoed data of every reply.
     std::vector<Reply> echoReplies(const QStringList& addresses, const QByteArray& data, int timeoutMs);
 
+    const QString& helper() const { return helper_; }
+
 private:
     SocketKind kind_;
+    QString helper_;
 };
 
 } // namespace velmora::platform
