@@ -88,9 +88,9 @@ EmailOptionsDialog::EmailOptionsDialog(Mailing& owner, QWidget* parent) : QDialo
     Text6 = named(new QLineEdit, "Text6");
     Text6->setEchoMode(QLineEdit::Password);
     Combo1 = named(new QComboBox, "Combo1");
-    Combo1->addItem(QStringLiteral("STARTTLS when the server offers it"), int(SmtpTls::StartTls));
+    Combo1->addItem(QStringLiteral("STARTTLS (required)"), int(SmtpTls::StartTls));
     Combo1->addItem(QStringLiteral("TLS from the first byte (port 465)"), int(SmtpTls::Implicit));
-    Combo1->addItem(QStringLiteral("No encryption"), int(SmtpTls::None));
+    Combo1->addItem(QStringLiteral("No encryption: password and mail go in clear"), int(SmtpTls::None));
     Check3 = named(new QCheckBox(QStringLiteral("Accept this server's certificate")), "Check3");
     Label8 = named(new QLabel, "Label8");
     Label8->setTextInteractionFlags(Qt::TextSelectableByMouse);
@@ -132,9 +132,11 @@ EmailOptionsDialog::EmailOptionsDialog(Mailing& owner, QWidget* parent) : QDialo
     connect(Option1, &QRadioButton::clicked, this, &EmailOptionsDialog::option1Click);
     connect(Option2, &QRadioButton::clicked, this, &EmailOptionsDialog::option2Click);
     connect(Check2, &QCheckBox::clicked, this, &EmailOptionsDialog::check2Click);
+    // Ticking the box accepts the certificate the server showed last (or, when none was
+    // refused yet, the next one it shows); unticking forgets the accepted one.
     connect(Check3, &QCheckBox::clicked, this, [this] {
-        if (!Check3->isChecked())
-            Label8->clear();
+        shownFingerprint_ = Check3->isChecked() ? offeredFingerprint_ : QByteArray();
+        showFingerprint();
     });
     connect(Text3, &QLineEdit::textChanged, this, [this](const QString& text) {
         if (!text.isEmpty() && !numeric(text))
@@ -152,6 +154,12 @@ void EmailOptionsDialog::showEvent(QShowEvent* event)
 {
     activate();
     QDialog::showEvent(event);
+}
+
+void EmailOptionsDialog::hideEvent(QHideEvent* event)
+{
+    Text6->clear();
+    QDialog::hideEvent(event);
 }
 
 // A field in use is enabled on the window background; one that is not is emptied, disabled and
@@ -223,11 +231,26 @@ void EmailOptionsDialog::showSmtpOptions(const SmtpOptions& o)
     Text5->setText(o.user);
     Text6->clear();
     Combo1->setCurrentIndex(std::max(0, Combo1->findData(int(o.tls))));
-    Check3->setChecked(o.acceptCertificate);
-    shownFingerprint_ = o.acceptCertificate ? o.fingerprint : QByteArray();
-    Label8->setText(shownFingerprint_.isEmpty() ? QString()
-                                                : QStringLiteral("Accepted certificate (SHA-256): ")
-                                                      + QString::fromLatin1(shownFingerprint_));
+    // A certificate the server showed and the send refused is offered for acceptance: the box
+    // is shown unticked then, even when another certificate was accepted before.
+    offeredFingerprint_ = o.on ? owner_.refusedCertificate(shownServer_) : QByteArray();
+    const bool offered = !offeredFingerprint_.isEmpty() && offeredFingerprint_ != o.fingerprint;
+    Check3->setChecked(o.acceptCertificate && !offered);
+    shownFingerprint_ = Check3->isChecked() ? o.fingerprint : QByteArray();
+    if (!offered)
+        offeredFingerprint_.clear();
+    showFingerprint();
+}
+
+void EmailOptionsDialog::showFingerprint()
+{
+    if (!shownFingerprint_.isEmpty())
+        Label8->setText(QStringLiteral("Accepted certificate (SHA-256): ") + QString::fromLatin1(shownFingerprint_));
+    else if (!offeredFingerprint_.isEmpty() && !Check3->isChecked())
+        Label8->setText(QStringLiteral("The server shows a certificate not accepted (SHA-256): ")
+                        + QString::fromLatin1(offeredFingerprint_));
+    else
+        Label8->clear();
 }
 
 void EmailOptionsDialog::enableSmtpOptions()
@@ -283,6 +306,22 @@ bool EmailOptionsDialog::saveSmtpOptions()
                                          MsgIcon::Critical);
                      });
     return true;
+}
+
+void EmailOptionsDialog::offerPasswordRemoval(const QString& server, const QString& user)
+{
+    platform::Platform& p = owner_.state().platform;
+    if (!p.secrets
+        || p.boxes->show(QStringLiteral("Remove the SMTP password of %1 on %2 from the secret store as well?").arg(user, server),
+                         MsgIcon::Question, MsgButtons::YesNo)
+               != MsgAnswer::Yes)
+        return;
+    platform::MessageBoxes* boxes = p.boxes;
+    p.secrets->remove(this, smtpPasswordKey(server, user), [boxes](const platform::SecretStore::Result& r) {
+        if (!r.ok())
+            boxes->show(QStringLiteral("The SMTP password could not be removed from the secret store:\n") + r.text,
+                        MsgIcon::Critical);
+    });
 }
 
 void EmailOptionsDialog::check1Click()
@@ -380,8 +419,12 @@ void EmailOptionsDialog::okStepsOnFiles(bool test)
             && p.boxes->show(kDisableQuestion, MsgIcon::Question, MsgButtons::OkCancel) != MsgAnswer::Cancel)
             remove(profileFile);
         if (files.exists(smtpFile)
-            && p.boxes->show(kDisableQuestion, MsgIcon::Question, MsgButtons::OkCancel) != MsgAnswer::Cancel)
-            removeSmtp();
+            && p.boxes->show(kDisableQuestion, MsgIcon::Question, MsgButtons::OkCancel) != MsgAnswer::Cancel) {
+            const SmtpOptions options = owner_.smtpOptions();
+            const QString server = core::readSmtpSettings(files, smtpFile).server;
+            if (removeSmtp() && !options.user.isEmpty())
+                offerPasswordRemoval(server, options.user);
+        }
         hide();
         return;
     }

@@ -32,7 +32,7 @@ public:
     // Beside the SMTP fields: the dialogue for servers that need a name, encryption or login.
     QCheckBox* Check2 = nullptr;               // "Server needs a name, encryption or login"
     QLineEdit *Text5 = nullptr, *Text6 = nullptr; // user, password (never shown, never in a file)
-    QComboBox* Combo1 = nullptr;               // encryption: STARTTLS when offered, TLS, none
+    QComboBox* Combo1 = nullptr;               // encryption: STARTTLS (required), TLS, none (in clear)
     QCheckBox* Check3 = nullptr;               // "Accept this server's certificate"
     QLabel* Label8 = nullptr;                  // the accepted certificate's fingerprint
 
@@ -56,6 +56,8 @@ public slots:
 
 protected:
     void showEvent(QShowEvent* event) override;
+    // A typed password never stays in the hidden dialog, however it was closed.
+    void hideEvent(QHideEvent* event) override;
 
 private:
     void okSteps(bool test);
@@ -70,10 +72,15 @@ private:
     // secret store, which answers later and says so in a box when it fails). False, after a
     // box, when the options file could not be written.
     bool saveSmtpOptions();
+    // Label8: the accepted certificate, or the one the server showed and the last send refused.
+    void showFingerprint();
+    // Asks whether the password of user on server goes too, and removes it when so.
+    void offerPasswordRemoval(const QString& server, const QString& user);
 
     Mailing& owner_;
     QString shownServer_; // the server whose options are shown (an accepted certificate is its)
-    QByteArray shownFingerprint_;
+    QByteArray shownFingerprint_;   // accepted on OK (empty with the box ticked: the next one)
+    QByteArray offeredFingerprint_; // refused at the last send, accepted by ticking the box
 };
 
 } // namespace velmora::actions

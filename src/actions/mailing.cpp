@@ -184,33 +184,56 @@ void Mailing::smtpSecurity(const QString& server,
     }
     platform::SecretStore* store = state_.platform.secrets;
     if (!store) {
-        done(security, QStringLiteral("no secret store is running, so the password of %1 cannot be read").arg(security.user));
+        done(security, passwordNotReadText(security.user, platform::SecretStore::Status::NoStore));
         return;
     }
+    // A read never waits on an unlock prompt and ends within a few seconds, so a scan that
+    // sends this mail goes on with its other actions and services whatever the store does.
     store->read(this, smtpPasswordKey(server, security.user), [security, done](const platform::SecretStore::Result& r) mutable {
-        using S = platform::SecretStore::Status;
-        switch (r.status) {
-        case S::Ok:
+        if (r.ok())
             security.password = r.secret;
-            done(security, {});
-            return;
-        case S::NotFound:
-            done(security, QStringLiteral("the secret store holds no password for %1; enter it in the Email Options")
-                               .arg(security.user));
-            return;
-        case S::NoStore:
-            done(security, QStringLiteral("no secret store is running, so the password of %1 cannot be read")
-                               .arg(security.user));
-            return;
-        case S::Failed:
-            done(security, QStringLiteral("the secret store did not give the password of %1: %2").arg(security.user, r.text));
-            return;
-        }
+        done(security, r.ok() ? QString() : passwordNotReadText(security.user, r.status, r.text));
     });
+}
+
+QString Mailing::passwordNotReadText(const QString& user, platform::SecretStore::Status status, const QString& text)
+{
+    using S = platform::SecretStore::Status;
+    switch (status) {
+    case S::Ok:
+    case S::Failed:
+        break;
+    case S::NotFound:
+        return QStringLiteral("the secret store holds no entry for the password of %1; enter it in the Email Options")
+            .arg(user);
+    case S::NoStore:
+        return QStringLiteral("no secret store is running, so the password of %1 cannot be read").arg(user);
+    case S::Locked:
+        return QStringLiteral("the secret store is locked, so the password of %1 was not read; unlock the keyring "
+                              "and the next alert mail reads it")
+            .arg(user);
+    case S::TimedOut:
+        return QStringLiteral("the secret store did not answer within %1 seconds, so the password of %2 was not read")
+            .arg(platform::SecretStore::readTimeoutMs / 1000)
+            .arg(user);
+    }
+    return QStringLiteral("the secret store did not give the password of %1: %2").arg(user, text);
+}
+
+void Mailing::rememberRefusedCertificate(const QString& server, const QByteArray& fingerprint)
+{
+    refusedServer_ = server.trimmed();
+    refusedFingerprint_ = fingerprint;
+}
+
+QByteArray Mailing::refusedCertificate(const QString& server) const
+{
+    return server.trimmed().compare(refusedServer_, Qt::CaseInsensitive) == 0 ? refusedFingerprint_ : QByteArray();
 }
 
 void Mailing::rememberCertificate(const QByteArray& fingerprint)
 {
+    refusedFingerprint_.clear();
     SmtpOptions options = smtpOptions();
     if (!options.acceptCertificate)
         return;

@@ -92,11 +92,18 @@ public:
     core::WriteResult saveSmtpOptions(const SmtpOptions& options);
     // The settings of one send to server: the stored options, this computer's name and, when a
     // user is set, the password from the secret store. done(security, failure) runs once;
-    // failure is empty when security can be used, else it says why not (the secret store is
-    // not running, holds no password for the user, or refused).
+    // failure is empty when security can be used, else it says why not (passwordNotReadText).
     void smtpSecurity(const QString& server, std::function<void(const SmtpSecurity&, const QString& failure)> done);
+    // Why the password of user could not be read: no store, locked, no answer in time, no
+    // entry, or the store's own words (text).
+    static QString passwordNotReadText(const QString& user, platform::SecretStore::Status status,
+                                       const QString& text = {});
     // Keeps fingerprint as the accepted certificate of the stored options.
     void rememberCertificate(const QByteArray& fingerprint);
+    // The certificate server showed when a send refused it (in this run), offered by the
+    // options dialog for acceptance; empty when none was refused since the last acceptance.
+    void rememberRefusedCertificate(const QString& server, const QByteArray& fingerprint);
+    QByteArray refusedCertificate(const QString& server) const;
 
     // The message shown when no secret store runs on this desktop.
     static const QString kNoSecretStore;
@@ -120,6 +127,8 @@ private:
     QPointer<SmtpMailWindow> form7_;
     QPointer<ProfileMailWindow> form8_;
     QPointer<EmailOptionsDialog> dialog_;
+    QString refusedServer_;
+    QByteArray refusedFingerprint_;
 };
 
 } // namespace velmora::actions

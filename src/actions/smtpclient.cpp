@@ -198,6 +198,8 @@ SmtpClient::SmtpClient(platform::TcpSocket* socket, platform::Timer* timer, cons
                                      .arg(QString::fromLatin1(mail_.security.acceptedFingerprint))
                                : QString())
                     + QStringLiteral(" To trust it, tick \"Accept this server's certificate\" in the Email Options.");
+                if (certificateRefused)
+                    certificateRefused(mail_.host, fingerprint);
                 pump();
             });
     connect(socket_, &platform::TcpSocket::failed, this, [this](const QString& text) {
@@ -598,6 +600,17 @@ void SmtpClient::handleReply(const Reply& reply)
 void SmtpClient::afterEhlo()
 {
     const SmtpSecurity& sec = mail_.security;
+    // Only "No encryption", chosen by name in the Email Options, lets a byte of the login or
+    // the mail go out before TLS is up; a server that does not offer STARTTLS is never
+    // quietly talked to in clear.
+    if (sec.tls != SmtpTls::None && !socket_->isEncrypted()) {
+        fail(sec.user.isEmpty()
+                 ? QStringLiteral("the server offers no STARTTLS, which the Email Options require, so the mail was not sent")
+                 : QStringLiteral("the server offers no STARTTLS, which the Email Options require, so the password "
+                                  "of %1 and the mail were not sent")
+                       .arg(sec.user));
+        return;
+    }
     if (sec.user.isEmpty()) {
         mailFrom();
         return;

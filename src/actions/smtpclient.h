@@ -5,8 +5,9 @@
 //   quit. Each reply is awaited on a one-second timer for up to 16 ticks; only the first three
 //   characters of the latest data received count.
 // - the one for servers that need a name, encryption or login (SmtpSecurity::on): EHLO with
-//   this computer's name, STARTTLS when offered or TLS from the first byte, AUTH PLAIN or LOGIN
-//   when a user is set, and a MIME message in UTF-8. Replies are read whole (multi-line ones
+//   this computer's name, STARTTLS or TLS from the first byte (nothing but EHLO and STARTTLS
+//   goes out before TLS is up, unless "No encryption" is chosen), AUTH PLAIN or LOGIN when a
+//   user is set, and a MIME message in UTF-8. Replies are read whole (multi-line ones
 //   included) and waited for on the same timer; the mail counts as delivered on the 250 after
 //   the message, whatever happens on QUIT. Any failure ends it with a job-log line saying why.
 //
@@ -23,7 +24,7 @@ namespace velmora::actions {
 
 // How the second dialogue encrypts the connection.
 enum class SmtpTls {
-    StartTls, // STARTTLS when the server offers it, else plain
+    StartTls, // STARTTLS, required: a server that does not offer it gets nothing
     Implicit, // TLS from the first byte (port 465)
     None,     // never
 };
@@ -98,6 +99,9 @@ public:
     // The second dialogue accepted a certificate on the user's word (acceptNextCertificate);
     // its fingerprint, to be kept as the one accepted from now on.
     std::function<void(const QByteArray& fingerprint)> certificateAccepted;
+    // The second dialogue refused the certificate host showed (not trusted, or not the one
+    // accepted before); its fingerprint, for the user to accept.
+    std::function<void(const QString& host, const QByteArray& fingerprint)> certificateRefused;
 
     // Whether a dialogue runs (the sending flag).
     bool sending() const { return sending_; }

@@ -88,6 +88,9 @@ SmtpMailWindow::SmtpMailWindow(Mailing& owner, QWidget* parent) : QWidget(parent
     };
     client_->setstatus = [this](const QString& text) { setstatus(text); };
     client_->certificateAccepted = [this](const QByteArray& fingerprint) { owner_.rememberCertificate(fingerprint); };
+    client_->certificateRefused = [this](const QString& host, const QByteArray& fingerprint) {
+        owner_.rememberRefusedCertificate(host, fingerprint);
+    };
 
     connect(Command1, &QPushButton::clicked, this, &SmtpMailWindow::sendClicked);
     connect(Command2, &QPushButton::clicked, this, &QWidget::hide);

@@ -21,7 +21,7 @@ struct RunState {
 
     // Mail settings from "SMTPServer" and "MailProfile".
     QString smtpserver;
-    qint16 smtpport = 0;
+    int smtpport = 0;
     QString smtpsender;
     QString mailprofile;
     bool usesmtp = true;

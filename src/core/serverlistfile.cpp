@@ -82,7 +82,7 @@ SmtpSettings readSmtpSettings(platform::TextFiles& files, const QString& path)
         s.server = lines->at(0);
     if (lines->size() > 1) {
         bool ok = false;
-        const short port = lines->at(1).trimmed().toShort(&ok);
+        const ushort port = lines->at(1).trimmed().toUShort(&ok);
         s.port = ok ? port : 0;
     }
     if (lines->size() > 2)

@@ -35,10 +35,10 @@ QString readIntervalText(platform::TextFiles& files, const QString& path);
 
 struct SmtpSettings {
     QString server;
-    qint16 port = 0;
+    int port = 0;
     QString sender;
 };
-// The three lines of "SMTPServer"; a port that is not a 16-bit number reads as 0.
+// The three lines of "SMTPServer"; a port that is not a number from 0 to 65535 reads as 0.
 SmtpSettings readSmtpSettings(platform::TextFiles& files, const QString& path);
 
 } // namespace velmora::core

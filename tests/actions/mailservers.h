@@ -143,15 +143,16 @@ inline TestCertificate makeTestCertificate(const QTemporaryDir& dir)
 }
 
 // An SMTP server on a QTcpServer whose answers the test chooses: each step's answer (an empty
-// text: none), or a hang-up instead of an answer.
+// text: none), or a hang-up instead of an answer. It keeps every byte it received.
 class ScriptedSmtpServer {
 public:
-    enum Step { Greeting, Helo, MailFrom, RcptTo, Data, Message, Quit, Other, StepCount };
+    enum Step { Greeting, Helo, MailFrom, RcptTo, Data, Message, Quit, Auth, Other, StepCount };
     QString answer[StepCount] = {
         QStringLiteral("220 scripted ready"), QStringLiteral("250 hello"), QStringLiteral("250 sender ok"),
         QStringLiteral("250 recipient ok"), QStringLiteral("354 go ahead"), QStringLiteral("250 queued"),
-        QStringLiteral("221 bye"), QStringLiteral("500 what")};
+        QStringLiteral("221 bye"), QStringLiteral("235 accepted"), QStringLiteral("500 what")};
     int hangUpAt = -1;
+    QByteArray wire; // everything received, in order
     QStringList commands;
     QList<QByteArray> messages;
     int connections = 0;
@@ -189,7 +190,9 @@ private:
     }
     void received(QTcpSocket* s)
     {
-        buffer_ += s->readAll();
+        const QByteArray bytes = s->readAll();
+        wire += bytes;
+        buffer_ += bytes;
         for (;;) {
             if (inData_) {
                 const qsizetype at = buffer_.indexOf("\r\n.\r\n");
@@ -219,6 +222,8 @@ private:
                 step = Data;
             else if (verb == QLatin1String("QUIT"))
                 step = Quit;
+            else if (verb == QLatin1String("AUTH"))
+                step = Auth;
             if (step == Data && answer[Data].startsWith(QLatin1String("354")) && hangUpAt != Data)
                 inData_ = true;
             respond(s, step);

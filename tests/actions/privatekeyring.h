@@ -1,12 +1,15 @@
 #pragma once
 // A private D-Bus session bus for the test process, and GNOME Keyring serving the Secret
 // Service on it with a fresh, unlocked keyring in a folder of the test's own. The bus activates
-// nothing by itself, so until startKeyring() no secret store runs on it.
+// nothing by itself, so until startKeyring() no secret store runs on it. The keyring can be
+// locked (as on a desktop that logged in without the keyring's password) and unlocked again,
+// and its daemon stopped in its tracks (it keeps its name on the bus and answers nothing).
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 #include <memory>
+#include <signal.h>
 
 namespace velmora::test {
 
@@ -95,6 +98,29 @@ public:
         }
         return QStringLiteral("gnome-keyring-daemon did not come up on the bus");
     }
+
+    // Locks the login keyring; returns why it could not, or an empty text.
+    QString lock()
+    {
+        QProcess p;
+        p.start(QStringLiteral("dbus-send"),
+                {QStringLiteral("--bus=") + QString::fromUtf8(address_), QStringLiteral("--print-reply"),
+                 QStringLiteral("--dest=org.freedesktop.secrets"), QStringLiteral("/org/freedesktop/secrets"),
+                 QStringLiteral("org.freedesktop.Secret.Service.Lock"),
+                 QStringLiteral("array:objpath:/org/freedesktop/secrets/collection/login")});
+        if (!p.waitForFinished(10000) || p.exitCode() != 0)
+            return QStringLiteral("the keyring could not be locked: ") + QString::fromLocal8Bit(p.readAllStandardError());
+        return {};
+    }
+    // Unlocks it again: the daemon starts anew, unlocking the keyring with its password.
+    QString unlock()
+    {
+        keyring_->terminate();
+        keyring_->waitForFinished(10000);
+        return startKeyring();
+    }
+    // Stops the daemon (true) or lets it go on (false).
+    void freeze(bool frozen) { ::kill(pid_t(keyring_->processId()), frozen ? SIGSTOP : SIGCONT); }
 
     // The files the keyring keeps (for checking that a secret is not written in clear elsewhere).
     QString folder() const { return dir_.path(); }

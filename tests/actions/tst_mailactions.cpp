@@ -119,7 +119,7 @@ private slots:
         platform::QtTcpNetwork realTcp;
         rig.state.platform.tcp = &realTcp;
         rig.state.smtpserver = QStringLiteral("127.0.0.1");
-        rig.state.smtpport = qint16(sink.port());
+        rig.state.smtpport = sink.port();
         rig.build();
         QVERIFY(rig.run({QStringLiteral("Alert"), QStringLiteral("Send Email to: admin@corp.test"), QString(), QString(),
                          QString()}));

@@ -629,6 +629,12 @@ private slots:
         QCOMPARE(d->Text6->text(), QString());
         d->OKButton->click();
         QCOMPARE(world.fx.sim.secrets.writes, 1);
+        // A password typed and cancelled stays in no widget.
+        world.options();
+        d->Text6->setText(QStringLiteral("typed-pw"));
+        d->CancelButton->click();
+        QCOMPARE(d->Text6->text(), QString());
+        QCOMPARE(world.fx.sim.secrets.writes, 1);
 
         // The options go with the SMTP server when the profile takes over.
         world.fx.sim.profilemail.profiles = {QStringLiteral("Office")};
@@ -638,6 +644,33 @@ private slots:
         d->OKButton->click();
         QVERIFY(!world.fx.fileExists("SMTPServer") && !world.fx.fileExists("SMTPOptions"));
         QVERIFY(world.boxes().isEmpty());
+    }
+
+    void switchingEmailOffAsksWhetherTheStoredPasswordGoesToo_data()
+    {
+        QTest::addColumn<int>("answer");
+        QTest::addColumn<bool>("kept");
+        QTest::newRow("yes") << int(MsgAnswer::Yes) << false;
+        QTest::newRow("no") << int(MsgAnswer::No) << true;
+    }
+    void switchingEmailOffAsksWhetherTheStoredPasswordGoesToo()
+    {
+        QFETCH(int, answer);
+        QFETCH(bool, kept);
+        World world("SMTPServer", {"mail.corp.test", "587", "a@corp.test"});
+        world.fx.writeFile("SMTPOptions", {"modern=1", "user=alerts", "tls=starttls"});
+        const QString key = QStringLiteral("smtp:alerts@mail.corp.test");
+        world.fx.sim.secrets.secrets.insert(key, QStringLiteral("secret-pw"));
+        actions::EmailOptionsDialog* d = world.options();
+        d->Check1->click();
+        world.fx.sim.boxes.script(MsgAnswer::Ok);
+        world.fx.sim.boxes.script(MsgAnswer(answer));
+        d->OKButton->click();
+        QCOMPARE(world.texts(),
+                 (QStringList{kQuestion, "Remove the SMTP password of alerts on mail.corp.test from the secret store as well?"}));
+        QCOMPARE(world.boxes()[1].buttons, MsgButtons::YesNo);
+        QVERIFY(!world.fx.fileExists("SMTPServer"));
+        QCOMPARE(world.fx.sim.secrets.secrets.contains(key), kept);
     }
 
     // ---- start-up ----

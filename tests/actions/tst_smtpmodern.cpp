@@ -274,6 +274,45 @@ private slots:
                                       + "the server offers no login by PLAIN or LOGIN without encryption"});
     }
 
+    void noByteOfThePasswordGoesOutBeforeTls_data()
+    {
+        QTest::addColumn<int>("tls");
+        QTest::addColumn<QString>("user");
+        QTest::addColumn<QString>("logged"); // the job-log line after the failure prefix; empty: delivered
+        QTest::newRow("STARTTLS required, login")
+            << int(SmtpTls::StartTls) << "alerts"
+            << "the server offers no STARTTLS, which the Email Options require, so the password of alerts and the "
+               "mail were not sent";
+        QTest::newRow("STARTTLS required, no login")
+            << int(SmtpTls::StartTls) << ""
+            << "the server offers no STARTTLS, which the Email Options require, so the mail was not sent";
+        QTest::newRow("no encryption, chosen by name") << int(SmtpTls::None) << "alerts" << "";
+    }
+    void noByteOfThePasswordGoesOutBeforeTls()
+    {
+        QFETCH(int, tls);
+        QFETCH(QString, user);
+        QFETCH(QString, logged);
+        // A server of the test's own that offers a login without STARTTLS and keeps every byte:
+        // aiosmtpd never offers AUTH before TLS, so it cannot show a client that sends it then.
+        test::ScriptedSmtpServer server;
+        server.answer[test::ScriptedSmtpServer::Other] = QStringLiteral("250-scripted.test\r\n250-AUTH PLAIN LOGIN\r\n250 8BITMIME");
+        QVERIFY(server.listen());
+        const QString password = QStringLiteral("pw-\u00e4-secret");
+        Rig rig;
+        QCOMPARE(rig.send(modernMail(server.port(), SmtpTls(tls), user, password)), logged.isEmpty());
+        QCOMPARE(rig.log, logged.isEmpty() ? QStringList() : QStringList{SmtpClient::kFailurePrefix + logged});
+        const QByteArray token = (QByteArray(1, '\0') + user.toUtf8() + '\0' + password.toUtf8()).toBase64();
+        if (logged.isEmpty()) {
+            // Only the explicit choice sends the login in clear.
+            QVERIFY(server.wire.contains("AUTH PLAIN " + token));
+            QCOMPARE(server.messages.size(), 1);
+        } else {
+            QCOMPARE(server.commands, QStringList{"EHLO adminpc.corp.test"});
+            QVERIFY(!server.wire.contains("AUTH") && !server.wire.contains(password.toUtf8()));
+        }
+    }
+
     void tlsFromTheFirstByte()
     {
         if (!cert_.ok())

@@ -1,18 +1,21 @@
 // The SMTP password in the desktop's secret store: GNOME Keyring on a private session bus of the
-// test's own, reached through QtKeychain; first with no secret store running, then with one.
-// At the end an alert mail goes from the e-mail options, as the user sets them, to aiosmtpd
-// with STARTTLS and a login, the password read back from the keyring.
+// test's own, reached over the Secret Service API; first with no secret store running, then
+// with one: unlocked, locked, and stopped in its tracks, while a scan sends alert mails. At the
+// end an alert mail goes from the e-mail options, as the user sets them, to aiosmtpd with
+// STARTTLS and a login, the password read back from the keyring.
 #include "actions/emailoptionsdialog.h"
 #include "actions/mailing.h"
 #include "actions/mailservers.h"
 #include "actions/privatekeyring.h"
 #include "actions/smtpoptions.h"
-#include "platform/linux/keychainsecrets.h"
+#include "platform/linux/secretservice.h"
 #include "platform/linux/qttcpsocket.h"
 #include "platform/sim/simplatform.h"
+#include "support/windowfixture.h"
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QLabel>
 #include <QDirIterator>
 #include <QJsonArray>
 #include <QLineEdit>
@@ -61,7 +64,8 @@ class TestSmtpSecrets : public QObject {
 
     test::PrivateKeyring keyring_;
     QString busMissing_, keyringMissing_ = QStringLiteral("not started");
-    platform::KeychainSecrets secrets_;
+    platform::sim::SimWorker worker_;
+    platform::SecretServiceStore secrets_{worker_};
     QObject context_;
 
     void needKeyring()
@@ -137,6 +141,63 @@ private slots:
         QVERIFY(await([&](SecretStore::Done d) { secrets_.remove(&context_, key, d); }).ok());
     }
 
+    void aLockedSilentOrEmptyStoreFailsOnlyThatMailAndTheScanGoesOn_data()
+    {
+        QTest::addColumn<QString>("store");
+        QTest::addColumn<QString>("why"); // the job-log line after the failure prefix
+        QTest::newRow("locked") << "locked"
+                                << "the secret store is locked, so the password of alerts was not read; unlock the "
+                                   "keyring and the next alert mail reads it";
+        QTest::newRow("silent") << "silent"
+                                << "the secret store did not answer within 3 seconds, so the password of alerts was "
+                                   "not read";
+        QTest::newRow("no entry") << "empty"
+                                  << "the secret store holds no entry for the password of alerts; enter it in the "
+                                     "Email Options";
+    }
+    void aLockedSilentOrEmptyStoreFailsOnlyThatMailAndTheScanGoesOn()
+    {
+        QFETCH(QString, store);
+        QFETCH(QString, why);
+        needKeyring();
+        const QString key = actions::smtpPasswordKey(QStringLiteral("127.0.0.1"), QStringLiteral("alerts"));
+        QVERIFY(await([&](SecretStore::Done d) { secrets_.write(&context_, key, kPassword, d); }).ok());
+        if (store == "empty")
+            QVERIFY(await([&](SecretStore::Done d) { secrets_.remove(&context_, key, d); }).ok());
+        else if (store == "locked")
+            QCOMPARE(keyring_.lock(), QString());
+
+        // Two stopped services, each sending an alert mail (which needs the password) and then
+        // a network message.
+        test::WindowFixture f;
+        f.secrets = &secrets_;
+        const QString actions = QStringLiteral(";Send Email to: admin@corp.test;Net Message Send to: PC9;;;;");
+        f.writeFile("Computerlist", {"WEB1\tmonitored"});
+        f.writeFile("Computers", {"WEB1"});
+        f.writeFile("WEB1", {"Web server;nginx.service" + actions, "Jobs;cron.service" + actions});
+        f.writeFile("Interval", {"30"});
+        f.writeFile("SMTPServer", {"127.0.0.1", "25", "alerts@corp.test"});
+        f.writeFile("SMTPOptions", {"modern=1", "user=alerts", "tls=starttls"});
+        f.sim.icmp.addComputer("WEB1", "10.4.0.1", 0);
+        for (const char* unit : {"nginx.service", "cron.service"})
+            f.sim.services.addService("WEB1", {.name = unit, .state = platform::svcstate::stopped});
+        if (store == "silent")
+            keyring_.freeze(true);
+        f.start();
+        const QString mailLine = actions::SmtpClient::kFailurePrefix + why;
+        const QString netLine = QStringLiteral("The Net Message was successfully sent to PC9.");
+        QTRY_COMPARE_WITH_TIMEOUT(f.logLines(), (QStringList{"WEB1\tnginx.service\tStopped", mailLine, netLine,
+                                                             "WEB1\tcron.service\tStopped", mailLine, netLine}),
+                                  20000);
+        if (store == "silent")
+            keyring_.freeze(false);
+        else if (store == "locked")
+            QCOMPARE(keyring_.unlock(), QString());
+        // The store never asked to be unlocked; once it answers, the password is there.
+        QTRY_COMPARE_WITH_TIMEOUT(await([&](SecretStore::Done d) { secrets_.read(&context_, key, d); }).status,
+                                  store == "empty" ? SecretStore::Status::NotFound : SecretStore::Status::Ok, 20000);
+    }
+
     void alertMailFromTheDialogsSettingsReachesAiosmtpdWithStartTlsAndLogin()
     {
         needKeyring();
@@ -201,9 +262,36 @@ private slots:
         QCOMPARE(r.value("subject").toString(), QStringLiteral("Service Status SRV1 Spooler Stopped"));
 
         // The certificate accepted on the user's word is the one kept from now on.
-        const QSslCertificate shown = QSslCertificate::fromPath(cert.cert).value(0);
-        QCOMPARE(mailing.smtpOptions().fingerprint, shown.digest(QCryptographicHash::Sha256).toHex());
+        auto fingerprintOf = [](const QString& file) {
+            return QSslCertificate::fromPath(file).value(0).digest(QCryptographicHash::Sha256).toHex();
+        };
+        QCOMPARE(mailing.smtpOptions().fingerprint, fingerprintOf(cert.cert));
         QVERIFY(!anyFileHolds(data.path(), kPassword));
+
+        // The server gets a new certificate: the next mail is refused, and ticking the box once
+        // and OK accepts the new one.
+        QTemporaryDir otherDir;
+        const test::TestCertificate other = test::makeTestCertificate(otherDir);
+        const int port = sink.port();
+        sink.stop();
+        test::SmtpSink renewed;
+        QVERIFY(other.ok() && renewed.start(QStringLiteral("127.0.0.1"), port,
+                                            {"--stock", "--auth", QStringLiteral("alerts:") + kPassword, "--cert",
+                                             other.cert, "--key", other.key}));
+        auto send = [&] {
+            std::optional<bool> ok;
+            mailing.sendemail(QStringLiteral("admin@corp.test"), {QStringLiteral("s"), QStringLiteral("b")},
+                              [&](bool r) { ok = r; });
+            return QTest::qWaitFor([&] { return ok.has_value(); }, 30000) && *ok;
+        };
+        QVERIFY(!send());
+        mailing.showOptions();
+        QVERIFY(!d->Check3->isChecked());
+        QVERIFY(d->Label8->text().contains(QString::fromLatin1(fingerprintOf(other.cert))));
+        d->Check3->click();
+        d->OKButton->click();
+        QVERIFY(send());
+        QCOMPARE(mailing.smtpOptions().fingerprint, fingerprintOf(other.cert));
     }
 };
 

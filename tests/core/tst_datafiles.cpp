@@ -246,18 +246,21 @@ private slots:
         putBytes(smtp, "mail.example.org\r\n587\r\nvelmora@example.org");
         auto s = readSmtpSettings(disk, file(files::smtpserver));
         QCOMPARE(s.server, QString("mail.example.org"));
-        QCOMPARE(s.port, qint16(587));
+        QCOMPARE(s.port, 587);
         QCOMPARE(s.sender, QString("velmora@example.org"));
-        for (const QByteArray& port : {QByteArray("70000"), QByteArray("32768"), QByteArray("25x"), QByteArray("")}) {
+        // Every port a server can listen on is kept, up to 65535.
+        putBytes(smtp, "host\r\n40000\r\n");
+        QCOMPARE(readSmtpSettings(disk, smtp).port, 40000);
+        for (const QByteArray& port : {QByteArray("65536"), QByteArray("-1"), QByteArray("25x"), QByteArray("")}) {
             putBytes(smtp, "host\r\n" + port + "\r\nme@example.org\r\n");
             s = readSmtpSettings(disk, smtp);
-            QCOMPARE(s.port, qint16(0));
+            QCOMPARE(s.port, 0);
             QCOMPARE(s.sender, QString("me@example.org"));
         }
         putBytes(smtp, "host\r\n");
         s = readSmtpSettings(disk, smtp);
         QCOMPARE(s.server, QString("host"));
-        QCOMPARE(s.port, qint16(0));
+        QCOMPARE(s.port, 0);
         QCOMPARE(s.sender, QString());
     }
 

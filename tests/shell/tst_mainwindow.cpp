@@ -511,7 +511,7 @@ private slots:
         QVERIFY(!w.state.settings.reportascending);
         QCOMPARE(w.state.settings.reportinterval, QString());
         QCOMPARE(w.state.smtpserver, QStringLiteral("mail.example.org"));
-        QCOMPARE(w.state.smtpport, qint16(0));
+        QCOMPARE(w.state.smtpport, 0);
         QCOMPARE(w.state.checkinterval, QString());
         w.close();
         QVERIFY(f.fileExists("Settings"));

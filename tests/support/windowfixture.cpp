@@ -34,7 +34,10 @@ bool WindowFixture::fileExists(const QString& name) const { return QFile::exists
 
 shell::MainWindow& WindowFixture::create()
 {
-    program = std::make_unique<shell::Program>(sim.platform());
+    platform::Platform p = sim.platform();
+    if (secrets)
+        p.secrets = secrets;
+    program = std::make_unique<shell::Program>(p);
     window = program->window.get();
     return *window;
 }

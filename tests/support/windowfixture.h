@@ -33,6 +33,8 @@ public:
     shell::MainWindow& create();
 
     platform::sim::SimPlatform sim;
+    // A real secret store in place of the simulated one, when set before create().
+    platform::SecretStore* secrets = nullptr;
     QTemporaryDir dir;
     std::unique_ptr<shell::Program> program;
     shell::MainWindow* window = nullptr;

@@ -9,7 +9,7 @@
 #include "platform/linux/msmtpmail.h"
 #include "platform/linux/qtcredentialsprompt.h"
 #include "platform/linux/qtfiledialogs.h"
-#include "platform/linux/keychainsecrets.h"
+#include "platform/linux/secretservice.h"
 #include "platform/linux/qttcpsocket.h"
 #include "platform/linux/smbmessenger.h"
 #include "platform/linux/sshconnections.h"
@@ -284,7 +284,7 @@ struct LinuxPlatform::Impl {
     // ssh runs this program again as its askpass helper (main() calls askpassMain()).
     SshConnections ssh{{}, QStringLiteral("ssh"), &prompt};
     SystemdServices systemd{servicesThrough(ssh)};
-    KeychainSecrets secrets;
+    SecretServiceStore secrets{worker};
     // Which servers are Windows servers: the program installs its "ServerTypes" file here.
     ServerKindsSlot serverTypes;
     std::function<bool(const QString&)> isWindows = [this](const QString& server) {

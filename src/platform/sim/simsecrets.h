@@ -1,6 +1,6 @@
 #pragma once
 // A simulated secret store: a map in memory that the test can inspect, switch off (no store
-// running) or make fail. Completions run at once.
+// running), lock or make fail. Completions run at once.
 #include "platform/secretstore.h"
 
 #include <QMap>
@@ -13,20 +13,24 @@ public:
     QMap<QString, QString> secrets;
     bool running = true;   // false: every call ends with NoStore
     bool failing = false;  // true: every call ends with Failed
+    bool locked = false;   // true: every read of a stored secret ends with Locked
     int reads = 0, writes = 0, removals = 0;
 
-    void read(QObject* context, const QString& key, Done done) override
+    Result readNow(const QString& key) override
     {
         ++reads;
         Result r = outcome();
         if (r.ok()) {
-            if (secrets.contains(key))
-                r.secret = secrets.value(key);
+            if (!secrets.contains(key))
+                r = {Status::NotFound, {}, QStringLiteral("no entry")};
+            else if (locked)
+                r = {Status::Locked, {}, QStringLiteral("the secret store is locked")};
             else
-                r = {Status::NotFound, {}, QStringLiteral("Entry not found")};
+                r.secret = secrets.value(key);
         }
-        finish(context, done, r);
+        return r;
     }
+    void read(QObject* context, const QString& key, Done done) override { finish(context, done, readNow(key)); }
     void write(QObject* context, const QString& key, const QString& secret, Done done) override
     {
         ++writes;
