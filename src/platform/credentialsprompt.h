@@ -25,9 +25,14 @@ public:
     };
 
     virtual ~CredentialsPrompt() = default;
+    // What a user name and password are asked for.
+    enum class Logon {
+        Ssh,     // an ssh connection to a Linux server
+        Windows, // the service manager of a Windows server
+    };
     // Asks for the user name and password to log on to server with; user is the name tried so
     // far, refused says that the last answer was not accepted. answer(nullopt): cancelled.
-    virtual void askCredentials(const QString& server, const QString& user, bool refused,
+    virtual void askCredentials(Logon logon, const QString& server, const QString& user, bool refused,
                                 std::function<void(std::optional<Credentials>)> answer) = 0;
     // Asks whether a host key nobody has confirmed yet may be trusted from now on.
     virtual void askTrust(const HostKey& key, std::function<void(bool trust)> answer) = 0;

@@ -31,12 +31,23 @@ T* shown(const QString& name)
 class TestCredentialsPrompt : public QObject {
     Q_OBJECT
 private slots:
+    void credentialsDialogGivesWhatWasTypedWithoutBlockingTheCaller_data()
+    {
+        QTest::addColumn<int>("logon");
+        QTest::addColumn<QString>("speaksOf");
+        QTest::addColumn<QString>("never");
+        QTest::newRow("ssh") << int(CredentialsPrompt::Logon::Ssh) << "over ssh" << "Windows";
+        QTest::newRow("Windows") << int(CredentialsPrompt::Logon::Windows) << "the Windows server SRV1" << "ssh";
+    }
     void credentialsDialogGivesWhatWasTypedWithoutBlockingTheCaller()
     {
+        QFETCH(int, logon);
+        QFETCH(QString, speaksOf);
+        QFETCH(QString, never);
         QtCredentialsPrompt prompt;
         std::optional<CredentialsPrompt::Credentials> given;
         bool answered = false;
-        prompt.askCredentials("SRV1", "root", false, [&](std::optional<CredentialsPrompt::Credentials> c) {
+        prompt.askCredentials(CredentialsPrompt::Logon(logon), "SRV1", "root", false, [&](std::optional<CredentialsPrompt::Credentials> c) {
             given = c;
             answered = true;
         });
@@ -45,7 +56,8 @@ private slots:
         QDialog* dialog = nullptr;
         QTRY_VERIFY((dialog = shown<QDialog>("credentialsDialog")));
         QVERIFY(dialog->isModal());
-        QVERIFY(dialog->findChild<QLabel*>("explanation")->text().contains("SRV1"));
+        const QString explanation = dialog->findChild<QLabel*>("explanation")->text();
+        QVERIFY2(explanation.contains(speaksOf) && !explanation.contains(never), qPrintable(explanation));
         auto* user = dialog->findChild<QLineEdit*>("user");
         auto* password = dialog->findChild<QLineEdit*>("password");
         QCOMPARE(user->text(), QString("root"));
@@ -58,6 +70,10 @@ private slots:
         QCOMPARE(given->user, QString("admin"));
         QCOMPARE(given->password, QString(" secret "));
         QTRY_VERIFY(!shown<QDialog>("credentialsDialog"));
+        // Once answered, no widget holds the password.
+        for (const QWidget* w : QApplication::allWidgets())
+            if (const auto* field = qobject_cast<const QLineEdit*>(w))
+                QVERIFY(field->text() != " secret ");
     }
 
     void cancelledOrClosedCredentialsDialogGivesNothing()
@@ -65,7 +81,7 @@ private slots:
         QtCredentialsPrompt prompt;
         int answers = 0;
         std::optional<CredentialsPrompt::Credentials> given{CredentialsPrompt::Credentials{}};
-        prompt.askCredentials("SRV1", "root", true, [&](std::optional<CredentialsPrompt::Credentials> c) {
+        prompt.askCredentials(CredentialsPrompt::Logon::Ssh, "SRV1", "root", true, [&](std::optional<CredentialsPrompt::Credentials> c) {
             given = c;
             ++answers;
         });
@@ -77,7 +93,7 @@ private slots:
         QCOMPARE(answers, 1);
         QVERIFY(!given);
 
-        prompt.askCredentials("SRV1", "root", false, [&](std::optional<CredentialsPrompt::Credentials> c) {
+        prompt.askCredentials(CredentialsPrompt::Logon::Ssh, "SRV1", "root", false, [&](std::optional<CredentialsPrompt::Credentials> c) {
             given = c;
             ++answers;
         });

@@ -1,7 +1,7 @@
 // The Windows service backend against Samba's smbd in a network namespace of the test's own:
 // listing, details, start and stop of Spooler, Windows error codes, logons, and the time-outs
-// of a helper that stops answering; the connection step with its password in the secret store;
-// and the routing of each server to systemd or Windows by the ServerTypes file.
+// of a helper that stops answering; the connection step with its password in the secret store,
+// and a program started anew whose scans log on with it without asking; and the routing of each server to systemd or Windows by the ServerTypes file.
 #include "core/servertypes.h"
 #include "platform/connectionrouter.h"
 #include "platform/linux/disktextfiles.h"
@@ -238,7 +238,6 @@ private slots:
 
         // Next time the stored password logs on without a question.
         logons.cancel(kHost);
-        QVERIFY(!logons.logonFor(kHost));
         prompt.asked.clear();
         QCOMPARE(connect({}, {}), err::ok);
         QVERIFY(prompt.asked.isEmpty());
@@ -250,6 +249,45 @@ private slots:
         int code = -1;
         logons.add(&context, QStringLiteral("127.0.0.2"), kUser, kPassword, [&](int c) { code = c; });
         QCOMPARE(code, 53);
+    }
+
+    void aProgramStartedAnewChecksWithTheStoredLogonWithoutAsking_data()
+    {
+        QTest::addColumn<QString>("stored"); // the secret store's "user" newline "password"
+        QTest::addColumn<int>("code");       // of each check
+        QTest::addColumn<int>("logons");     // logons tried over two checks
+        QTest::newRow("right logon stored") << kUser + "\n" + kPassword << err::ok << 1;
+        QTest::newRow("refused logon stored") << kUser + "\nwrong" << err::accessDenied << 1;
+        QTest::newRow("nothing stored") << QString() << err::accessDenied << 0;
+    }
+    void aProgramStartedAnewChecksWithTheStoredLogonWithoutAsking()
+    {
+        QFETCH(QString, stored);
+        QFETCH(int, code);
+        QFETCH(int, logons);
+        // What a fresh run has: the secret store and nothing in memory; nobody double-clicked.
+        platform::sim::SimPlatform sim;
+        if (!stored.isEmpty())
+            sim.secrets.secrets.insert(platform::WindowsConnections::secretKey(kHost), stored);
+        platform::sim::SimCredentialsPrompt prompt;
+        std::unique_ptr<WindowsServices> w;
+        platform::WindowsConnections connections(
+            [&w](const QString& server, const WindowsServices::Logon& l) { return w->tryLogon(server, l); }, sim.secrets,
+            prompt, sim.worker);
+        int tried = 0;
+        WindowsServices::Options o = test::windowsOptions([&](const QString& server) {
+            auto logon = connections.logonFor(server);
+            tried += logon.has_value();
+            return logon;
+        });
+        o.logonRefused = [&](const QString& server) { connections.logonRefused(server); };
+        w = std::make_unique<WindowsServices>(o);
+        // Two checks, as two scans open the manager ("Open Service Manager failed" on an error);
+        // a refused logon is not tried again (an account may lock after a few).
+        for (int check = 0; check < 2; ++check)
+            QCOMPARE(w->openManager(kHost).error, code);
+        QCOMPARE(tried, logons);
+        QVERIFY(prompt.asked.isEmpty());
     }
 
     void eachServerGoesToTheManagerOfItsType()

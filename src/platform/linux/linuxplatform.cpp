@@ -260,12 +260,14 @@ SystemdServices::Options servicesThrough(const SshConnections& net)
     return options;
 }
 
-// Windows servers log on with what their connections hold; the helper lives beside the program.
-WindowsServices::Options windowsServicesThrough(const WindowsConnections& logons)
+// Windows servers log on with what their connections hold, at a server's first check with the
+// logon the secret store keeps; the helper lives beside the program.
+WindowsServices::Options windowsServicesThrough(WindowsConnections& logons)
 {
     WindowsServices::Options options;
     options.helper = QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("velmora-svcctl"));
     options.logon = [&logons](const QString& server) { return logons.logonFor(server); };
+    options.logonRefused = [&logons](const QString& server) { logons.logonRefused(server); };
     return options;
 }
 

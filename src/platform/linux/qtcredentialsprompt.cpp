@@ -12,7 +12,7 @@
 
 namespace velmora::platform {
 
-void QtCredentialsPrompt::askCredentials(const QString& server, const QString& user, bool refused,
+void QtCredentialsPrompt::askCredentials(Logon logon, const QString& server, const QString& user, bool refused,
                                          std::function<void(std::optional<Credentials>)> answer)
 {
     auto* dialog = new QDialog(QApplication::activeWindow());
@@ -24,9 +24,16 @@ void QtCredentialsPrompt::askCredentials(const QString& server, const QString& u
     auto* text = new QLabel(dialog);
     text->setObjectName(QStringLiteral("explanation"));
     text->setWordWrap(true);
-    text->setText(refused
-        ? QStringLiteral("%1 did not accept the user name or password. Enter them again to connect over ssh.").arg(server)
-        : QStringLiteral("%1 accepted neither an ssh key nor the ssh agent. Enter a user name and password to connect over ssh.").arg(server));
+    if (logon == Logon::Windows)
+        text->setText(refused
+            ? QStringLiteral("The Windows server %1 did not accept the user name or password. Enter them again to "
+                             "log on to its service manager.").arg(server)
+            : QStringLiteral("Enter a user name (user or DOMAIN\\user) and password to log on to the service "
+                             "manager of the Windows server %1. They are kept in the desktop's secret store.").arg(server));
+    else
+        text->setText(refused
+            ? QStringLiteral("%1 did not accept the user name or password. Enter them again to connect over ssh.").arg(server)
+            : QStringLiteral("%1 accepted neither an ssh key nor the ssh agent. Enter a user name and password to connect over ssh.").arg(server));
     auto* userEdit = new QLineEdit(user, dialog);
     userEdit->setObjectName(QStringLiteral("user"));
     auto* passwordEdit = new QLineEdit(dialog);

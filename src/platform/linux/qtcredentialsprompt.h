@@ -9,7 +9,7 @@ namespace velmora::platform {
 // loop when the user has closed it.
 class QtCredentialsPrompt : public CredentialsPrompt {
 public:
-    void askCredentials(const QString& server, const QString& user, bool refused,
+    void askCredentials(Logon logon, const QString& server, const QString& user, bool refused,
                         std::function<void(std::optional<Credentials>)> answer) override;
     void askTrust(const HostKey& key, std::function<void(bool trust)> answer) override;
     void hostKeyChanged(const HostKey& key) override;

@@ -572,7 +572,7 @@ void SshConnections::handleQuestion(QLocalSocket* socket, const QString& path, c
     const bool refused = master.passwordGiven;
     const QString server = master.server;
     queueQuestion({path, token, guard, [this, alive, path, token, guard, server, tried, refused](std::function<void()> asked) {
-        prompt_->askCredentials(server, tried, refused,
+        prompt_->askCredentials(CredentialsPrompt::Logon::Ssh, server, tried, refused,
                                 [this, alive, path, token, guard, tried, asked](std::optional<CredentialsPrompt::Credentials> given) {
             if (alive.expired())
                 return;

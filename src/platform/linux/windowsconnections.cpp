@@ -37,13 +37,43 @@ QString WindowsConnections::secretKey(const QString& server)
     return QStringLiteral("windows-logon/") + server.trimmed().toLower();
 }
 
-std::optional<WindowsServices::Logon> WindowsConnections::logonFor(const QString& server) const
+namespace {
+
+// A stored logon: "user" newline "password".
+std::optional<WindowsServices::Logon> storedLogon(const SecretStore::Result& r)
+{
+    const qsizetype newline = r.secret.indexOf(QLatin1Char('\n'));
+    if (!r.ok() || newline < 0)
+        return std::nullopt;
+    return WindowsServices::Logon{r.secret.left(newline), r.secret.mid(newline + 1)};
+}
+
+} // namespace
+
+std::optional<WindowsServices::Logon> WindowsConnections::logonFor(const QString& server)
+{
+    const QString key = server.trimmed().toLower();
+    {
+        std::lock_guard lock(mutex_);
+        if (const auto it = logons_.constFind(key); it != logons_.constEnd())
+            return *it;
+        if (storeRead_.contains(key))
+            return std::nullopt;
+    }
+    const SecretStore::Result r = secrets_.readNow(secretKey(server));
+    const std::optional<WindowsServices::Logon> stored = storedLogon(r);
+    std::lock_guard lock(mutex_);
+    if (r.ok() || r.status == SecretStore::Status::NotFound)
+        storeRead_.insert(key);
+    if (stored && !logons_.contains(key))
+        logons_.insert(key, *stored);
+    return logons_.contains(key) ? std::optional(logons_.value(key)) : std::nullopt;
+}
+
+void WindowsConnections::logonRefused(const QString& server)
 {
     std::lock_guard lock(mutex_);
-    const auto it = logons_.constFind(server.trimmed().toLower());
-    if (it == logons_.constEnd())
-        return std::nullopt;
-    return *it;
+    logons_.remove(server.trimmed().toLower());
 }
 
 bool WindowsConnections::current(const Attempt& a) const
@@ -68,13 +98,11 @@ void WindowsConnections::add(QObject* context, const QString& server, const QStr
         tryWith(a, {user, password}, false);
         return;
     }
-    // The stored user name and password: "user" newline "password".
     secrets_.read(context, secretKey(a->server), [this, a, user](const SecretStore::Result& r) {
         if (!current(*a))
             return a->done(1223);
-        const qsizetype newline = r.secret.indexOf(QLatin1Char('\n'));
-        if (r.ok() && newline >= 0)
-            tryWith(a, {r.secret.left(newline), r.secret.mid(newline + 1)}, true);
+        if (const auto stored = storedLogon(r))
+            tryWith(a, *stored, true);
         else
             ask(a, user, false);
     });
@@ -105,7 +133,7 @@ void WindowsConnections::tryWith(const std::shared_ptr<Attempt>& a, const Window
 
 void WindowsConnections::ask(const std::shared_ptr<Attempt>& a, const QString& user, bool refused)
 {
-    prompt_.askCredentials(a->server, user, refused, [this, a](std::optional<CredentialsPrompt::Credentials> given) {
+    prompt_.askCredentials(CredentialsPrompt::Logon::Windows, a->server, user, refused, [this, a](std::optional<CredentialsPrompt::Credentials> given) {
         if (!given || !current(*a))
             return a->done(1223);
         tryWith(a, {given->user, given->password}, false);

@@ -2,8 +2,9 @@
 // The connection step for Windows servers: a logon to the server's service manager with a user
 // name and password. The password of a server comes from the desktop's secret store; when none is
 // stored, or the stored one is refused, the user is asked, and a password that logs on is stored
-// there for the next run. While the program runs the logon is kept in memory only, for the
-// service backend's helper, which gets it over its standard input.
+// there for the next run. A scan needs no connection step: at the first check of a server in a
+// run, logonFor() takes the stored logon without asking anybody. While the program runs the logon
+// is kept in memory only, for the service backend's helper, which gets it over its standard input.
 #include "platform/credentialsprompt.h"
 #include "platform/linux/windowsservices.h"
 #include "platform/netconnections.h"
@@ -11,6 +12,7 @@
 #include "platform/worker.h"
 
 #include <QHash>
+#include <QSet>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -34,8 +36,13 @@ public:
     void cancel(const QString& server) override;
     void closeAll() override;
 
-    // The logon that last succeeded for server in this run. Any thread.
-    std::optional<WindowsServices::Logon> logonFor(const QString& server) const;
+    // The logon for server: the one that last succeeded in this run, else the one the secret
+    // store holds (read once per run, quietly and within its time-out; a locked or silent store
+    // is read again next time). Any thread; may block for the store.
+    std::optional<WindowsServices::Logon> logonFor(const QString& server);
+    // The service manager of server refused the logon logonFor() gave: it is not tried again
+    // until the user logs on anew.
+    void logonRefused(const QString& server);
 
     // The secret store's key for a server's user name and password.
     static QString secretKey(const QString& server);
@@ -54,6 +61,7 @@ private:
     mutable std::mutex mutex_;
     QHash<QString, WindowsServices::Logon> logons_; // by lower-case server name
     QHash<QString, int> generation_;                // counts adds and cancels per server
+    QSet<QString> storeRead_;                       // servers whose stored logon was looked up
 };
 
 } // namespace velmora::platform

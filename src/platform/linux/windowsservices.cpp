@@ -206,7 +206,12 @@ int WindowsServices::ensureLoggedOn(Helper& h, const QString& computer)
     if (!logon)
         return svcerror::accessDenied;
     const int code = logOn(h, computer, *logon);
-    return code == 1326 ? svcerror::accessDenied : code;
+    if (code != 1326)
+        return code;
+    // A refused password is not tried again at every check (an account may lock after a few).
+    if (options_.logonRefused)
+        options_.logonRefused(computer);
+    return svcerror::accessDenied;
 }
 
 int WindowsServices::tryLogon(const QString& server, const Logon& logon)

@@ -39,6 +39,8 @@ public:
         // The user and password to log on to a server with; nullopt: none known yet (the calls
         // answer 5). Called from any thread.
         std::function<std::optional<Logon>(const QString& server)> logon;
+        // Told that the manager of server refused the logon that logon() gave. Any thread.
+        std::function<void(const QString& server)> logonRefused;
     };
 
     explicit WindowsServices(Options options);

@@ -25,7 +25,7 @@ public:
     QStringList asked;
     std::vector<HostKey> keys; // the host keys of the trust and changed entries, in order
 
-    void askCredentials(const QString& server, const QString& user, bool refused,
+    void askCredentials(Logon, const QString& server, const QString& user, bool refused,
                         std::function<void(std::optional<Credentials>)> answer) override
     {
         asked << QStringLiteral("credentials %1 %2%3").arg(server, user, refused ? QStringLiteral(" refused") : QString());
