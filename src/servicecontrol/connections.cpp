@@ -14,15 +14,9 @@ Connections::Connections(platform::NetConnections& net, platform::ServiceManager
 {
 }
 
-void Connections::setCredentials(const QString& user, const QString& password)
-{
-    user_ = user;
-    password_ = password;
-}
-
 void Connections::validate(const QString& server, std::function<void()> done)
 {
-    net_.add(this, server, user_, password_, [this, server, done](int code) {
+    net_.add(this, server, {}, {}, [this, server, done](int code) {
         if (code != 0) {
             boxes_.show(QStringLiteral("ERROR: ") + QString::number(code) + QStringLiteral("   Connection to Server:  ") +
                             server + QStringLiteral("  Failed!        "),

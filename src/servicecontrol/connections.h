@@ -17,10 +17,8 @@ public:
 
     // This computer's name: its connection is never closed.
     void setLocalComputer(const QString& name) { localcomputer_ = name; }
-    // The credentials a new connection uses (empty: the login user, keys or the agent).
-    void setCredentials(const QString& user, const QString& password);
-
-    // Opens a connection to server and shows the outcome in a box; then done.
+    // Opens a connection to server (as the login user, with keys or the agent, else as the
+    // connection layer asks the user) and shows the outcome in a box; then done.
     void validate(const QString& server, std::function<void()> done = {});
     // Closes the connection to computername, and the service manager's connection through it.
     void unvalidate(const QString& computername);
@@ -29,7 +27,7 @@ private:
     platform::NetConnections& net_;
     platform::ServiceManager& services_;
     platform::MessageBoxes& boxes_;
-    QString localcomputer_, user_, password_;
+    QString localcomputer_;
 };
 
 } // namespace velmora::servicecontrol

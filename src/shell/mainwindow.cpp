@@ -135,14 +135,13 @@ void MainWindow::buildControls()
     commands->addWidget(Command4);
     top->addLayout(commands);
 
-    // Hidden fields: the current server, the data folder, the connection's user and password,
-    // and the monitored servers.
+    // Hidden fields: the current server, the data folder and the monitored servers. A
+    // connection's user name and password are never kept in a widget: the connection layer
+    // holds them for the run, the secret store beyond it.
     Text1 = named(new QLineEdit(central), "Text1");
     Text7 = named(new QLineEdit(central), "Text7");
-    Text8 = named(new QLineEdit(central), "Text8");
-    Text9 = named(new QLineEdit(central), "Text9");
     Combo1 = named(new QComboBox(central), "Combo1");
-    for (QWidget* w : std::initializer_list<QWidget*>{Text1, Text7, Text8, Text9, Combo1})
+    for (QWidget* w : std::initializer_list<QWidget*>{Text1, Text7, Combo1})
         w->hide();
 
     setCentralWidget(central);
@@ -236,8 +235,6 @@ void MainWindow::connectControls()
         state.currentserver = upper;
         services->setComputer(upper);
     });
-    connect(Text8, &QLineEdit::textChanged, this, [this] { connections_.setCredentials(Text9->text(), Text8->text()); });
-    connect(Text9, &QLineEdit::textChanged, this, [this] { connections_.setCredentials(Text9->text(), Text8->text()); });
     connect(Combo1, &QComboBox::currentIndexChanged, this, [this](int index) {
         if (index >= 0)
             Text1->setText(Combo1->currentText());
@@ -364,8 +361,6 @@ void MainWindow::load()
     readsettings();
     // 4
     Timer6->setEnabled(false);
-    Text8->clear();
-    Text9->clear();
     // 6
     const int platformId = p_.system->platformId();
     const QString osName = platformId == 1   ? QStringLiteral("Windows 95/98")

@@ -53,7 +53,7 @@ public:
     QGroupBox* Frame1 = nullptr;
     QTreeWidget* ListView2 = nullptr; // servers
     QLabel *Label2 = nullptr, *Label9 = nullptr, *Label10 = nullptr, *Label11 = nullptr;
-    QLineEdit *Text1 = nullptr, *Text7 = nullptr, *Text8 = nullptr, *Text9 = nullptr;
+    QLineEdit *Text1 = nullptr, *Text7 = nullptr;
     QComboBox* Combo1 = nullptr; // hidden: the monitored servers
     QPushButton *Command3 = nullptr, *Command4 = nullptr, *Command8 = nullptr, *Command9 = nullptr,
                 *Command10 = nullptr, *Command11 = nullptr, *Command12 = nullptr, *Command13 = nullptr,
