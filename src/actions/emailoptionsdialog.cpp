@@ -94,7 +94,7 @@ EmailOptionsDialog::EmailOptionsDialog(Mailing& owner, QWidget* parent) : QDialo
     Check3 = named(new QCheckBox(QStringLiteral("Accept this server's certificate")), "Check3");
     Label8 = named(new QLabel, "Label8");
     Label8->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    Label8->setWordWrap(true);
+    Label8->setWordWrap(false);
     f2->addWidget(Check2, 4, 0, 1, 3);
     f2->addWidget(new QLabel(QStringLiteral("User:")), 5, 0);
     f2->addWidget(Text5, 5, 1, 1, 2);
@@ -112,6 +112,8 @@ EmailOptionsDialog::EmailOptionsDialog(Mailing& owner, QWidget* parent) : QDialo
     OKButton->setDefault(true);
 
     auto* layout = new QVBoxLayout(this);
+    // The window grows with the fingerprint label instead of cutting it off.
+    layout->setSizeConstraint(QLayout::SetMinimumSize);
     layout->addWidget(Check1);
     layout->addWidget(Option1);
     layout->addWidget(Frame1);
@@ -244,11 +246,18 @@ void EmailOptionsDialog::showSmtpOptions(const SmtpOptions& o)
 
 void EmailOptionsDialog::showFingerprint()
 {
+    // On a line of its own, in groups of 16 digits.
+    auto grouped = [](const QByteArray& fingerprint) {
+        QStringList groups;
+        for (qsizetype i = 0; i < fingerprint.size(); i += 16)
+            groups << QString::fromLatin1(fingerprint.mid(i, 16));
+        return groups.join(QLatin1Char(' '));
+    };
     if (!shownFingerprint_.isEmpty())
-        Label8->setText(QStringLiteral("Accepted certificate (SHA-256): ") + QString::fromLatin1(shownFingerprint_));
+        Label8->setText(QStringLiteral("Accepted certificate (SHA-256):\n") + grouped(shownFingerprint_));
     else if (!offeredFingerprint_.isEmpty() && !Check3->isChecked())
-        Label8->setText(QStringLiteral("The server shows a certificate not accepted (SHA-256): ")
-                        + QString::fromLatin1(offeredFingerprint_));
+        Label8->setText(QStringLiteral("The server shows a certificate not accepted yet (SHA-256):\n")
+                        + grouped(offeredFingerprint_));
     else
         Label8->clear();
 }
