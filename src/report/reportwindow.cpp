@@ -175,6 +175,7 @@ void ReportWindow::buildMenus()
     menuSeparator(mnucontext, "mnucontextseparator");
     mnuaknowledge = menuItem(mnucontext, "mnuaknowledge", QStringLiteral("Acknowledge"));
     mnushowproperties = menuItem(mnucontext, "mnushowproperties", QStringLiteral("Properties..."));
+    mnuavailability = menuItem(mnucontext, "mnuavailability", QStringLiteral("Availability..."));
 
     connect(mnuexport, &QAction::triggered, this, [this] { exportreport(); });
     connect(mnuclose, &QAction::triggered, this, &ReportWindow::exitReport);
@@ -194,6 +195,10 @@ void ReportWindow::buildMenus()
     connect(mnugotoservice, &QAction::triggered, this, &ReportWindow::gotoservice);
     connect(mnuaknowledge, &QAction::triggered, this, &ReportWindow::acknowledge);
     connect(mnushowproperties, &QAction::triggered, this, &ReportWindow::showproperties);
+    connect(mnuavailability, &QAction::triggered, this, [this] {
+        if (const int row = selectedRow(); row >= 0)
+            emit availabilityRequested(rows_.at(row).texts[ComputerColumn], rows_.at(row).texts[ServiceColumn]);
+    });
 }
 
 FilterDialog* ReportWindow::filterDialog()
@@ -290,12 +295,14 @@ void ReportWindow::listRightButton(const QPoint& globalPos)
         mnuaknowledge->setEnabled(false);
         mnushowproperties->setEnabled(false);
         mnugotoservice->setEnabled(false);
+        mnuavailability->setEnabled(false);
         mnucontext->popup(globalPos);
     } else if (row < 0) {
         state_.platform.boxes->show(QStringLiteral("Please select an Item "), MsgIcon::Information);
     } else {
         mnushowproperties->setEnabled(true);
         mnugotoservice->setEnabled(true);
+        mnuavailability->setEnabled(true);
         mnucontext->popup(globalPos);
     }
 }

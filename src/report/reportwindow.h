@@ -58,7 +58,8 @@ public:
     QAction *mnuexport = nullptr, *mnuclose = nullptr;
     QAction *mnustopreport = nullptr, *mnustartreport = nullptr, *mnufilter = nullptr, *mnuautomate = nullptr,
             *mnuclear = nullptr;
-    QAction *mnugotoservice = nullptr, *mnuaknowledge = nullptr, *mnushowproperties = nullptr;
+    QAction *mnugotoservice = nullptr, *mnuaknowledge = nullptr, *mnushowproperties = nullptr,
+            *mnuavailability = nullptr;
 
     // ---- operations ----
     // "Export in Textfile...": asks for a file and writes the rows; done learns what became of it.
@@ -91,6 +92,8 @@ signals:
     void gotoServiceRequested(const QString& server, const QString& service);
     // "Properties...": the server properties of a row's server.
     void propertiesRequested(const QString& server);
+    // "Availability...": the availability of a row's service.
+    void availabilityRequested(const QString& server, const QString& service);
 
 protected:
     bool event(QEvent* e) override;

@@ -172,6 +172,8 @@ void MainWindow::buildMenus()
     mnushowlogfile = menuItem(mnulog, "mnushowlogfile", QStringLiteral("Show Logfile"));
     menuSeparator(mnulog, "d1");
     mnudeletelogfile = menuItem(mnulog, "mnudeletelogfile", QStringLiteral("Delele Logfile"));
+    menuSeparator(mnulog, "d2");
+    mnuavailability = menuItem(mnulog, "mnuavailability", QStringLiteral("Availability..."));
 
     mnuemailoptions = named(bar->addMenu(QStringLiteral("&Email Options")), "mnuemailoptions");
     mnusetemailoptions = menuItem(mnuemailoptions, "mnusetemailoptions", QStringLiteral("Set Email Options"));

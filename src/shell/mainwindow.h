@@ -67,7 +67,7 @@ public:
     QAction *mnuChecknow = nullptr, *mnuServicemonitor = nullptr, *mnuAllservices = nullptr,
             *mnuActiveservices = nullptr, *mnureport = nullptr;
     QAction* mnuHide = nullptr;
-    QAction *mnushowlogfile = nullptr, *mnudeletelogfile = nullptr;
+    QAction *mnushowlogfile = nullptr, *mnudeletelogfile = nullptr, *mnuavailability = nullptr;
     QAction* mnusetemailoptions = nullptr;
     QAction *mnuAbout = nullptr, *mnuhelp = nullptr;
     // pop-up menus

@@ -3,6 +3,8 @@
 #include "actions/dispatcher.h"
 #include "core/datafolder.h"
 #include "actions/mailing.h"
+#include "history/availabilitywindow.h"
+#include "history/loghistory.h"
 #include "joblog/alertwindow.h"
 #include "joblog/logandalerts.h"
 #include "monitoring/alertsetupwindow.h"
@@ -50,6 +52,7 @@ Program::Program(const platform::Platform& platform)
     connectInfo();
     connectServerManagement();
     connectReport();
+    connectAvailability();
 }
 
 Program::~Program()
@@ -199,6 +202,8 @@ report::ReportWindow* Program::reportWindow()
         QObject::connect(report_, &report::ReportWindow::gotoServiceRequested, window.get(), &MainWindow::gotoService);
         QObject::connect(report_, &report::ReportWindow::propertiesRequested, window.get(),
                          &MainWindow::openPropertiesFor);
+        QObject::connect(report_, &report::ReportWindow::availabilityRequested, window.get(),
+                         [this](const QString& server, const QString& service) { showAvailability(server, service); });
     }
     return report_;
 }
@@ -220,6 +225,42 @@ void Program::connectReport()
     // loaded for it, unseen, and makes its first scan.
     QObject::connect(checkcycle, &monitoring::CheckCycle::reportPaused, w,
                      [this](bool paused) { reportWindow()->pauseTimer(paused); });
+}
+
+history::AvailabilityWindow* Program::availabilityWindow()
+{
+    if (!availability_) {
+        joblog::LogAndAlerts* m = logandalerts;
+        history_ = new history::LogHistory(*state.platform.worker, *state.platform.clock,
+                                           [m] { return m->joblog().path(); }, window.get());
+        availability_ = new history::AvailabilityWindow(state.platform, *history_, window.get());
+    }
+    return availability_;
+}
+
+void Program::showAvailability(const QString& server, const QString& service)
+{
+    history::AvailabilityWindow* a = availabilityWindow();
+    // Until a service's own checks tell its interval, the monitoring interval is the best guess.
+    if (const int minutes = monitoring::leadingNumber(state.checkinterval); minutes > 0)
+        history_->setDefaultInterval(qint64(minutes) * 60);
+    if (server.isEmpty())
+        a->open();
+    else
+        a->openOn(server, service);
+}
+
+void Program::connectAvailability()
+{
+    MainWindow* w = window.get();
+    QObject::connect(w->mnuavailability, &QAction::triggered, w, [this] { showAvailability(); });
+    // What the program writes to the log (and "Delele Logfile") shows at once in an open window.
+    const auto changed = [this] {
+        if (availability_)
+            availability_->logChanged();
+    };
+    QObject::connect(checkcycle, &monitoring::CheckCycle::scanFinished, w, changed);
+    QObject::connect(w->mnudeletelogfile, &QAction::triggered, w, changed);
 }
 
 } // namespace velmora::shell

@@ -13,6 +13,7 @@
 #include <memory>
 
 namespace velmora::actions { class ActionDispatcher; class Mailing; }
+namespace velmora::history { class AvailabilityWindow; class LogHistory; }
 namespace velmora::joblog { class LogAndAlerts; }
 namespace velmora::monitoring { class CheckCycle; class SetupWindow; }
 namespace velmora::report { class ReportWindow; }
@@ -61,6 +62,10 @@ public:
     report::ReportWindow* loadedReportWindow() const;
     // "Show Report": shows the report window, loading it first when needed.
     void showReport();
+    // Form12, the availability window, with the job log's history it reads; both built on first use.
+    history::AvailabilityWindow* availabilityWindow();
+    // "Availability...": the window over all services, or on one service of the report.
+    void showAvailability(const QString& server = {}, const QString& service = {});
 
 private:
     void connectJobLog();
@@ -70,9 +75,12 @@ private:
     void connectInfo();
     void connectServerManagement();
     void connectReport();
+    void connectAvailability();
 
     monitoring::SetupWindow* setupWindow_ = nullptr;
     QPointer<report::ReportWindow> report_;
+    history::LogHistory* history_ = nullptr;
+    history::AvailabilityWindow* availability_ = nullptr;
 };
 
 } // namespace velmora::shell

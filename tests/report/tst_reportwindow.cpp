@@ -175,7 +175,8 @@ private slots:
         for (QAction* a : r.mnucontext->actions())
             menus << a->objectName() + "=" + a->text();
         QCOMPARE(menus, (QStringList{"mnugotoservice=Goto Service...", "mnucontextseparator=",
-                                     "mnuaknowledge=Acknowledge", "mnushowproperties=Properties..."}));
+                                     "mnuaknowledge=Acknowledge", "mnushowproperties=Properties...",
+                                     "mnuavailability=Availability..."}));
         QCOMPARE(r.mnuexport->text() + "|" + r.mnuclose->text(), "Export in Textfile...|Exit");
     }
 
