@@ -206,7 +206,7 @@ QList<OutageRef> outagesIn(const History& h, int service, qint64 from, qint64 to
         const ServiceHistory& s = h.services[size_t(i)];
         for (int k = 0; k < s.outages.size(); ++k) {
             const Outage& o = s.outages[k];
-            if (o.start < to && outageSpan(s, o, now).end >= from)
+            if (o.start <= to && outageSpan(s, o, now).end >= from)
                 out.append({i, k});
         }
     };

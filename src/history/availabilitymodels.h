@@ -66,7 +66,7 @@ private:
     Qt::SortOrder sortOrder_ = Qt::DescendingOrder;
 };
 
-// The outages of one service (or of all when service is -1) that overlap [from, to), seen at
+// The outages of one service (or of all when service is -1) that overlap [from, to], seen at
 // now, newest first.
 QList<OutageRef> outagesIn(const History& h, int service, qint64 from, qint64 to, qint64 now);
 

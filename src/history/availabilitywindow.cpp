@@ -157,7 +157,7 @@ AvailabilityWindow::AvailabilityWindow(const platform::Platform& platform, LogHi
     auto* split = new QSplitter(Qt::Vertical);
     split->addWidget(upper);
     split->addWidget(lower);
-    split->setStretchFactor(0, 3);
+    split->setStretchFactor(0, 2);
     split->setStretchFactor(1, 1);
     split->setChildrenCollapsible(false);
 
@@ -308,7 +308,10 @@ void AvailabilityWindow::historyUpdated()
         span_.to += shift;
     }
     span_.now = now;
+    const bool first = services_->rowCount() == 0;
     services_->historyChanged();
+    if (first)
+        fitNameColumns();
     updateScrollBar();
     updateOutages();
     updateStatus();
@@ -316,6 +319,18 @@ void AvailabilityWindow::historyUpdated()
     ListView1->horizontalHeader()->viewport()->update();
     if (wanted_)
         selectWanted();
+}
+
+void AvailabilityWindow::fitNameColumns()
+{
+    // As wide as the longest server name (within reason), in both lists.
+    const QFontMetrics fm = ListView1->fontMetrics();
+    int width = fm.horizontalAdvance(QStringLiteral("Server")) + 24;
+    for (const ServiceHistory& s : history_.history().services)
+        width = std::max(width, fm.horizontalAdvance(s.server) + 16);
+    width = std::min(width, 280);
+    ListView1->setColumnWidth(ServicesModel::ServerColumn, width);
+    ListView2->setColumnWidth(OutagesModel::ServerColumn, width);
 }
 
 void AvailabilityWindow::selectWanted()
@@ -378,7 +393,7 @@ void AvailabilityWindow::updateStatus()
     if (h.skipped > 0) {
         QStringList numbers;
         for (qint64 n : h.skippedLines)
-            numbers << locale.toString(n);
+            numbers << QString::number(n);
         text += QStringLiteral("; %1 skipped, not readable (line %2%3)")
                     .arg(h.skipped == 1 ? QStringLiteral("1 line") : locale.toString(h.skipped) + QStringLiteral(" lines"),
                          numbers.join(QStringLiteral(", ")),

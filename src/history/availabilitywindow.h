@@ -71,6 +71,7 @@ private:
     void updateScrollBar();
     void updateStatus();
     void selectWanted();
+    void fitNameColumns();
     qint64 logStart() const;
 
     platform::Platform p_;
