@@ -14,6 +14,7 @@
 #include <QSortFilterProxyModel>
 #include <QSplitter>
 #include <QTableView>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <QWheelEvent>
 
@@ -223,7 +224,8 @@ void AvailabilityWindow::showEvent(QShowEvent* e)
 {
     QWidget::showEvent(e);
     Timer1->setEnabled(true);
-    history_.refresh();
+    // The read starts once the window has drawn itself, so that it does not compete with that.
+    QTimer::singleShot(0, &history_, &LogHistory::refresh);
 }
 
 void AvailabilityWindow::hideEvent(QHideEvent* e)

@@ -69,6 +69,8 @@ private slots:
         f.window->mnuavailability->trigger();
         AvailabilityWindow* a = f.availability();
         QVERIFY(a && a->isVisible());
+        // The log is read once the window has drawn itself.
+        QTRY_COMPARE(a->ListView1->model()->rowCount(), 2);
         // The least available service first.
         QCOMPARE(Web1::rows(a->ListView1, 5),
                  (QStringList{"WEB1|nginx.service|75.00 %|75.00 %|75.00 %", "WEB1|cron.service|100 %|100 %|100 %"}));
@@ -110,6 +112,7 @@ private slots:
 
         AvailabilityWindow* a = f.availability();
         QVERIFY(a && a->isVisible());
+        QTRY_VERIFY(a->ListView1->currentIndex().isValid());
         const QModelIndex current = a->ListView1->currentIndex();
         QCOMPARE(a->ListView1->model()->index(current.row(), 1).data().toString(), "nginx.service");
         QVERIFY(a->ListView1->selectionModel()->isRowSelected(current.row(), {}));
