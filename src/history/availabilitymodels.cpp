@@ -31,9 +31,29 @@ QString serviceText(const ServiceHistory& s)
 
 } // namespace
 
+HistoryTable::HistoryTable(const History& history, QStringList captions, QObject* parent)
+    : QAbstractTableModel(parent), history_(history), captions_(std::move(captions))
+{
+}
+
+int HistoryTable::columnCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : int(captions_.size()); }
+
+QVariant HistoryTable::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
+        return {};
+    return captions_.value(section);
+}
+
 // ---- services ----
 
-ServicesModel::ServicesModel(const History& history, QObject* parent) : QAbstractTableModel(parent), history_(history) {}
+ServicesModel::ServicesModel(const History& history, QObject* parent)
+    : HistoryTable(history,
+                   {QStringLiteral("Server"), QStringLiteral("Service"), QStringLiteral("Day"), QStringLiteral("Week"),
+                    QStringLiteral("Month"), QString()},
+                   parent)
+{
+}
 
 void ServicesModel::historyChanged()
 {
@@ -54,7 +74,6 @@ void ServicesModel::historyChanged()
 }
 
 int ServicesModel::rowCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : rows_; }
-int ServicesModel::columnCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : ColumnCount; }
 
 QVariant ServicesModel::data(const QModelIndex& index, int role) const
 {
@@ -82,18 +101,16 @@ QVariant ServicesModel::data(const QModelIndex& index, int role) const
     return {};
 }
 
-QVariant ServicesModel::headerData(int section, Qt::Orientation orientation, int role) const
-{
-    if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
-        return {};
-    static const QStringList captions{QStringLiteral("Server"), QStringLiteral("Service"), QStringLiteral("Day"),
-                                      QStringLiteral("Week"), QStringLiteral("Month"), QString()};
-    return captions.value(section);
-}
-
 // ---- outages ----
 
-OutagesModel::OutagesModel(const History& history, QObject* parent) : QAbstractTableModel(parent), history_(history) {}
+OutagesModel::OutagesModel(const History& history, QObject* parent)
+    : HistoryTable(history,
+                   {QStringLiteral("Server"), QStringLiteral("Service"), QStringLiteral("Start"), QStringLiteral("End"),
+                    QStringLiteral("Down"), QStringLiteral("Not checked"), QStringLiteral("States seen"),
+                    QStringLiteral("Actions run"), QStringLiteral("Note")},
+                   parent)
+{
+}
 
 void OutagesModel::setOutages(QList<OutageRef> outages, qint64 now)
 {
@@ -156,7 +173,6 @@ void OutagesModel::sortRows()
 }
 
 int OutagesModel::rowCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : int(outages_.size()); }
-int OutagesModel::columnCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : ColumnCount; }
 
 QVariant OutagesModel::data(const QModelIndex& index, int role) const
 {
@@ -186,17 +202,6 @@ QVariant OutagesModel::data(const QModelIndex& index, int role) const
     case NoteColumn: return outageNote(o);
     default: return {};
     }
-}
-
-QVariant OutagesModel::headerData(int section, Qt::Orientation orientation, int role) const
-{
-    if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
-        return {};
-    static const QStringList captions{QStringLiteral("Server"), QStringLiteral("Service"), QStringLiteral("Start"),
-                                      QStringLiteral("End"), QStringLiteral("Down"), QStringLiteral("Not checked"),
-                                      QStringLiteral("States seen"), QStringLiteral("Actions run"),
-                                      QStringLiteral("Note")};
-    return captions.value(section);
 }
 
 QList<OutageRef> outagesIn(const History& h, int service, qint64 from, qint64 to, qint64 now)

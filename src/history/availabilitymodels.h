@@ -16,7 +16,22 @@ inline constexpr int kOutageRole = Qt::UserRole + 2;
 // "99.95 %", never rounded up to 100 % while anything was down; "-" when nothing was checked.
 QString uptimeText(double uptime);
 
-class ServicesModel : public QAbstractTableModel {
+// A table of the history under fixed column captions.
+class HistoryTable : public QAbstractTableModel {
+    Q_OBJECT
+public:
+    HistoryTable(const History& history, QStringList captions, QObject* parent);
+    int columnCount(const QModelIndex& parent = {}) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+
+protected:
+    const History& history_;
+
+private:
+    QStringList captions_;
+};
+
+class ServicesModel : public HistoryTable {
     Q_OBJECT
 public:
     enum Column { ServerColumn, ServiceColumn, DayColumn, WeekColumn, MonthColumn, TimelineColumn, ColumnCount };
@@ -27,16 +42,13 @@ public:
     void historyChanged();
 
     int rowCount(const QModelIndex& parent = {}) const override;
-    int columnCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
-    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 private:
-    const History& history_;
     int rows_ = 0;
 };
 
-class OutagesModel : public QAbstractTableModel {
+class OutagesModel : public HistoryTable {
     Q_OBJECT
 public:
     enum Column { ServerColumn, ServiceColumn, StartColumn, EndColumn, DownColumn, UncheckedColumn,
@@ -52,12 +64,9 @@ public:
     void sort(int column, Qt::SortOrder order) override;
 
     int rowCount(const QModelIndex& parent = {}) const override;
-    int columnCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
-    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 private:
-    const History& history_;
     void sortRows();
 
     QList<OutageRef> outages_;

@@ -126,7 +126,6 @@ AvailabilityWindow::AvailabilityWindow(const platform::Platform& platform, LogHi
     for (int c : {ServicesModel::DayColumn, ServicesModel::WeekColumn, ServicesModel::MonthColumn})
         ListView1->setColumnWidth(c, 72);
     ListView1->viewport()->installEventFilter(this);
-    ListView1->setToolTip(QString());
     HScroll1 = named(new QScrollBar(Qt::Horizontal), "HScroll1");
 
     Label2 = named(new QLabel, "Label2");

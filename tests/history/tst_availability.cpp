@@ -226,7 +226,8 @@ private slots:
 
     void followsTheLog_data()
     {
-        QTest::addColumn<QStringList>("steps");    // "append:", "replace:" (both with log lines), "truncate", "read"
+        // "append:" and "replace:" with log lines, "bytes:" appended as they are, "truncate", "read"
+        QTest::addColumn<QStringList>("steps");
         QTest::addColumn<QStringList>("expected"); // after each step: bytes read, then the outages
 
         QTest::newRow("only what was appended is read")
