@@ -395,7 +395,7 @@ private slots:
         QTest::newRow("lone continuation") << QByteArray("a\x80") << false;
         // Long plain runs before, around and after the bytes that decide.
         QTest::newRow("latin byte after a long run") << QByteArray("Server DC1 Service Spooler K\xF6ln") << false;
-        QTest::newRow("sequence across eight bytes") << QByteArray("1234567\xC3\xBC890123456789") << true;
+        QTest::newRow("sequence across eight bytes") << QByteArray("1234567\xC3\xBC" "890123456789") << true;
         QTest::newRow("lone continuation at eight") << QByteArray("12345678\x80" "12345678") << false;
         QTest::newRow("cut after a long run") << QByteArray("1234567812345678\xE2\x82") << false;
     }

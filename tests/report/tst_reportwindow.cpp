@@ -399,7 +399,6 @@ private slots:
         Fleet f;
         ReportWindow& r = f.open([](core::SettingsRecord& s) { s.reportrunning = s.reporterrors = false; });
         r.rows().acknowledge(0);
-        r.rows().at(0);
         f.sim.filedialogs.scriptSave(f.path(typed));
         r.mnuexport->trigger();
         const auto& request = f.sim.filedialogs.saveRequests.last();

@@ -35,7 +35,8 @@ shell::MainWindow& startActive(WindowFixture& f)
 {
     auto& w = f.start();
     QApplication::setActiveWindow(&w);
-    QTest::qWaitFor([&] { return f.sim.tray.shown(); });
+    if (!QTest::qWaitFor([&] { return f.sim.tray.shown(); }))
+        QTest::qFail("the activation added no tray icon", __FILE__, __LINE__);
     return w;
 }
 
