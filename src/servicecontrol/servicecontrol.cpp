@@ -204,6 +204,18 @@ void ServiceControl::setComputer(const QString& name)
 void ServiceControl::clearServiceSide()
 {
     listing_.clear();
+    clearShownServices();
+}
+
+void ServiceControl::clearShownServices()
+{
+    {
+        const QSignalBlocker blockList(ListView1);
+        const QSignalBlocker blockNames(List1);
+        ListView1->clear();
+        List1->clear();
+        List3->clear();
+    }
     Label1->setText(QStringLiteral("Services:"));
     List2->clear();
     for (QLineEdit* t : {Text2, Text3, Text4, Text5, Text6})

@@ -56,8 +56,12 @@ public:
 
     // Command2 / Command6: lists all or the active services of the current server.
     void showServices(bool all);
-    // Sets the service side back to empty.
+    // Sets the service side back to empty, the listing with it (the monitoring setup window's
+    // service list too).
     void clearServiceSide();
+    // Empties this window's service side only: the listing stays, so the monitoring setup
+    // window keeps the services of the server it edits.
+    void clearShownServices();
     // A click on a service: its details and dependents.
     void selectService();
     // Selects the listed service with this key name (or, failing that, display name) and shows it

@@ -619,14 +619,19 @@ QTreeWidgetItem* MainWindow::findServer(const QString& name) const
     return row < 0 ? nullptr : ListView2->topLevelItem(row);
 }
 
+const core::ServerEntry* MainWindow::selectedEntry() const
+{
+    // The selected item, not the focused one: the list keeps a focused item after Ctrl+click
+    // has deselected it, and has one before the user ever clicked.
+    const QList<QTreeWidgetItem*> selected = ListView2->selectedItems();
+    const int row = selected.isEmpty() ? -1 : ListView2->indexOfTopLevelItem(selected.first());
+    return row >= 0 && row < servers_.count() ? &servers_.at(row) : nullptr;
+}
+
 QString MainWindow::selectedServer() const
 {
-    if (QTreeWidgetItem* item = ListView2->currentItem()) {
-        const int row = ListView2->indexOfTopLevelItem(item);
-        if (row >= 0 && row < servers_.count())
-            return servers_.at(row).name;
-    }
-    return Text1->text();
+    const core::ServerEntry* entry = selectedEntry();
+    return entry ? entry->name : Text1->text();
 }
 
 void MainWindow::pingserver(const QString& name, std::function<void(bool)> done)
@@ -668,14 +673,11 @@ void MainWindow::repingServers()
 
 void MainWindow::selectServer()
 {
-    QTreeWidgetItem* item = ListView2->currentItem();
-    if (!item)
+    const core::ServerEntry* entry = selectedEntry();
+    if (!entry)
         return;
-    const int row = ListView2->indexOfTopLevelItem(item);
-    if (row < 0 || row >= servers_.count())
-        return;
-    Text1->setText(servers_.at(row).name.toUpper());
-    services->clearServiceSide();
+    Text1->setText(entry->name.toUpper());
+    services->clearShownServices();
 }
 
 void MainWindow::gotoService(const QString& server, const QString& service)
@@ -760,14 +762,15 @@ void MainWindow::serverListMousePress(Qt::MouseButton button, const QPoint& glob
         selectServer();
     if (button != Qt::RightButton)
         return;
-    const QList<QAction*> serverItems{mnumonwin,         mnuremoveserver, mnushowall,       mnushowactive,
-                                      mnuproperties,     mnuoutmaintenance, mnumaintenance, mnumaintenance1h,
-                                      mnumaintenance4h, mnumaintenanceuntil};
+    // Over an empty list only "Add Server..." is usable.
+    const QList<QAction*> serverItems{mnumonwin,     mnuremoveserver,   mnushowall,
+                                      mnushowactive, mnuproperties,     mnuoutmaintenance,
+                                      mnumaintenance, mnumaintenancefor->menuAction()};
     if (ListView2->topLevelItemCount() == 0) {
         for (QAction* a : serverItems)
             a->setEnabled(false);
         mnushowmonitor->popup(globalPos);
-    } else if (!ListView2->currentItem()) {
+    } else if (!selectedEntry()) {
         p_.boxes->show(QStringLiteral("Please select an Item "), MsgIcon::Information);
     } else {
         for (QAction* a : serverItems)
@@ -782,7 +785,7 @@ void MainWindow::serverListMousePress(Qt::MouseButton button, const QPoint& glob
 void MainWindow::buildServerManagementMenus()
 {
     // Maintenance with an end, right after "Stop Alerting for this server".
-    auto* until = new QMenu(QStringLiteral("Stop Alerting for a while"), mnushowmonitor);
+    auto* until = mnumaintenancefor = new QMenu(QStringLiteral("Stop Alerting for a while"), mnushowmonitor);
     until->setObjectName(QStringLiteral("mnumaintenancefor"));
     mnumaintenance1h = menuItem(until, "mnumaintenance1h", QStringLiteral("For 1 Hour"));
     mnumaintenance4h = menuItem(until, "mnumaintenance4h", QStringLiteral("For 4 Hours"));
@@ -882,14 +885,13 @@ bool MainWindow::addServer(const QString& name)
 
 void MainWindow::removeServer()
 {
-    QTreeWidgetItem* item = ListView2->currentItem();
-    const int row = item ? ListView2->indexOfTopLevelItem(item) : -1;
-    if (row < 0 || row >= servers_.count()) {
+    const core::ServerEntry* selected = selectedEntry();
+    if (!selected) {
         emit removeWithoutSelection();
         p_.boxes->show(QStringLiteral("Please select an Item "), MsgIcon::Information);
         return;
     }
-    const core::ServerEntry entry = servers_.at(row);
+    const core::ServerEntry entry = *selected;
     const QString name = entry.name;
     if (entry.monitored) {
         if (p_.boxes->show(QStringLiteral("The Server to be removed is beeing monitored. Are you sure to remove the "
@@ -906,13 +908,13 @@ void MainWindow::removeServer()
             connections_.unvalidate(name);
         }
         servers_.remove(name);
-        services->clearServiceSide();
+        services->clearShownServices();
     } else {
         if (p_.boxes->show(QStringLiteral("Are you sure to remove the Server?     "), MsgIcon::Question,
                            platform::MsgButtons::OkCancel) != platform::MsgAnswer::Ok)
             return;
         servers_.remove(name);
-        services->clearServiceSide();
+        services->clearShownServices();
         monitored_.removeFile(name);
     }
     // A server of the same name added later starts as a systemd server unless the user says
@@ -924,11 +926,10 @@ void MainWindow::removeServer()
 
 void MainWindow::maintenanceOn(const QDateTime& end)
 {
-    QTreeWidgetItem* item = ListView2->currentItem();
-    const int row = item ? ListView2->indexOfTopLevelItem(item) : -1;
-    if (row < 0 || row >= servers_.count())
+    const core::ServerEntry* selected = selectedEntry();
+    if (!selected)
         return;
-    const core::ServerEntry& entry = servers_.at(row);
+    const core::ServerEntry& entry = *selected;
     if (!entry.monitored) {
         p_.boxes->show(QStringLiteral("Only monitored Servers can be put in Maintenance!  "), MsgIcon::Information);
         return;
@@ -938,11 +939,10 @@ void MainWindow::maintenanceOn(const QDateTime& end)
 
 void MainWindow::askMaintenanceEnd()
 {
-    QTreeWidgetItem* item = ListView2->currentItem();
-    const int row = item ? ListView2->indexOfTopLevelItem(item) : -1;
-    if (row < 0 || row >= servers_.count())
+    const core::ServerEntry* selected = selectedEntry();
+    if (!selected)
         return;
-    const core::ServerEntry& entry = servers_.at(row);
+    const core::ServerEntry& entry = *selected;
     if (!entry.monitored) {
         p_.boxes->show(QStringLiteral("Only monitored Servers can be put in Maintenance!  "), MsgIcon::Information);
         return;
@@ -962,10 +962,8 @@ void MainWindow::askMaintenanceEnd()
 
 void MainWindow::maintenanceOff()
 {
-    QTreeWidgetItem* item = ListView2->currentItem();
-    const int row = item ? ListView2->indexOfTopLevelItem(item) : -1;
-    if (row >= 0 && row < servers_.count())
-        servers_.setMaintenance(servers_.at(row).name, false);
+    if (const core::ServerEntry* entry = selectedEntry())
+        servers_.setMaintenance(entry->name, false);
 }
 
 void MainWindow::endDueMaintenance()

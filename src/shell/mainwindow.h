@@ -25,7 +25,7 @@ class QPushButton;
 class QTreeWidget;
 class QTreeWidgetItem;
 
-namespace velmora::core { class ServerList; class MonitoredServices; }
+namespace velmora::core { class ServerList; class MonitoredServices; struct ServerEntry; }
 namespace velmora::servicecontrol { class ServiceControl; class Connections; }
 
 namespace velmora::shell {
@@ -78,6 +78,7 @@ public:
             *mnuremoveserver = nullptr, *mnumaintenance = nullptr, *mnuoutmaintenance = nullptr,
             *mnuproperties = nullptr;
     // Maintenance that ends by itself, beside "Stop Alerting for this server".
+    QMenu* mnumaintenancefor = nullptr; // "Stop Alerting for a while"
     QAction *mnumaintenance1h = nullptr, *mnumaintenance4h = nullptr, *mnumaintenanceuntil = nullptr;
 
     // ---- the server list as shown ----
@@ -87,6 +88,8 @@ public:
     static int serverIcon(const QTreeWidgetItem* item);
     // The server selected in the list, else the one in Text1.
     QString selectedServer() const;
+    // The entry of the server selected in the list, null when none is selected.
+    const core::ServerEntry* selectedEntry() const;
 
     // ---- operations ----
     bool writecomputerlist();

@@ -584,6 +584,8 @@ private slots:
 
     // The main window re-lists the server's services while Form2 is open: each row Form2 shows
     // still carries its own key, so the record names the unit the user picked.
+    // A new listing reaches the open window, row by row with its keys; clicking another server
+    // in the main window empties only the main window's list, not that of the server edited.
     void relistingWhileOpenKeepsEachRowsKey()
     {
         Fleet f;
@@ -591,6 +593,13 @@ private slots:
         QCOMPARE(f.form2().ListView1->topLevelItemCount(), 4);
         f.w().services->Command6->click(); // "Show active Services"
         QTRY_COMPARE(f.w().services->ListView1->topLevelItemCount(), 3);
+        QTreeWidget* servers = f.w().ListView2;
+        QTest::mouseClick(servers->viewport(), Qt::LeftButton, {},
+                          servers->visualItemRect(f.w().findServer("SRV2")).center());
+        QCOMPARE(f.w().Text1->text(), QStringLiteral("SRV2"));
+        QCOMPARE(f.w().services->ListView1->topLevelItemCount(), 0);
+        QCOMPARE(f.form2().Label6->text(), QStringLiteral("SRV1"));
+        QCOMPARE(f.form2().ListView1->topLevelItemCount(), 3);
         for (const QString display : {QStringLiteral("Print Spooler Extra"),
                                       QStringLiteral("Regular background program processing daemon")}) {
             f.selectService(display);

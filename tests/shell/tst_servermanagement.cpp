@@ -15,6 +15,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMenu>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTest>
@@ -351,14 +352,62 @@ private slots:
         QVERIFY(f.fileExists("WEB1"));
         QCOMPARE(f.sim.net.cancelled, QStringList{"DC1"});
         f.sim.files.clearFailures();
+    }
 
-        // Nothing selected: the setup window's action list is emptied and the user told.
+    // The list has a focused item before the user ever clicks, and keeps it after Ctrl+click
+    // has deselected it: the commands go by the selection, so with none they act on nothing.
+    void commandsActOnTheSelectedServerNotTheFocusedOne_data()
+    {
+        QTest::addColumn<bool>("clicked");
+        QTest::addColumn<QString>("command");
+        QTest::addColumn<QStringList>("boxes");
+        const QStringList select{"Please select an Item "};
+        for (bool clicked : {false, true}) {
+            const char* way = clicked ? "click, Ctrl+click" : "no click";
+            QTest::addRow("%s, Remove Server", way) << clicked << "Command14" << select;
+            QTest::addRow("%s, Stop Alerting", way) << clicked << "mnumaintenance" << QStringList();
+            QTest::addRow("%s, right click", way) << clicked << "right click" << select;
+        }
+    }
+    void commandsActOnTheSelectedServerNotTheFocusedOne()
+    {
+        QFETCH(bool, clicked);
+        QFETCH(QString, command);
+        QFETCH(QStringList, boxes);
+        WindowFixture f;
+        f.writeFile("Computerlist", {"VM\tmonitored", "LOST\tmonitored", "FS1"});
+        f.writeFile("Computers", {"VM"});
+        f.writeFile("VM", QStringList{"Web;nginx.service;;;;;;"} + kEmptyBlock);
+        auto& w = f.start();
+        auto* setup = f.program->setupWindow();
         setup->List7->addItem("Alert");
-        w.ListView2->setCurrentItem(nullptr);
-        w.Command14->click();
-        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Please select an Item "));
-        QCOMPARE(setup->List7->count(), 0);
-        QCOMPARE(serverNames(w), QStringList{"WEB1"});
+        w.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&w));
+        w.ListView2->setFocus(Qt::TabFocusReason);
+        if (clicked) {
+            const QPoint at = w.ListView2->visualItemRect(w.findServer("FS1")).center();
+            QTest::mouseClick(w.ListView2->viewport(), Qt::LeftButton, {}, at);
+            QCOMPARE(w.ListView2->selectedItems().size(), 1);
+            QTest::mouseClick(w.ListView2->viewport(), Qt::LeftButton, Qt::ControlModifier, at);
+        }
+        QVERIFY(w.ListView2->currentItem());
+        QVERIFY(w.ListView2->selectedItems().isEmpty());
+
+        if (command == "right click")
+            QTest::mousePress(w.ListView2->viewport(), Qt::RightButton, {},
+                              QPoint(5, w.ListView2->viewport()->height() - 5));
+        else if (command == "Command14")
+            w.Command14->click();
+        else
+            w.mnumaintenance->trigger();
+        QCOMPARE(f.sim.boxes.texts(), boxes);
+        QVERIFY(!w.mnushowmonitor->isVisible());
+        QCOMPARE(serverNames(w), (QStringList{"VM", "LOST", "FS1"}));
+        QVERIFY(f.fileExists("VM"));
+        QCOMPARE(f.readBytes("Computers"), crlf({"VM"}));
+        QVERIFY(!f.program->servers.find("VM")->maintenance);
+        // Remove Server without a selection empties the setup window's action list.
+        QCOMPARE(setup->List7->count(), command == "Command14" ? 0 : 1);
     }
 
     // Maintenance dims the server and the timed scan passes over it; one with an end stops by
