@@ -6,6 +6,7 @@
 #include "core/serverlist.h"
 #include "core/serverlistfile.h"
 #include "monitoring/alertsetupwindow.h"
+#include "monitoring/checkcycle.h"
 #include "platform/formcontrols.h"
 #include "platform/icons.h"
 #include "platform/platform.h"
@@ -24,6 +25,7 @@
 #include <QMenu>
 #include <QMouseEvent>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QScrollBar>
 #include <QTreeWidget>
 #include <QVBoxLayout>
@@ -464,15 +466,26 @@ void SetupWindow::replaceEntry(int position, const QStringList& actions)
 
 void SetupWindow::showInterval(const QString& minutes)
 {
-    bool isNumber = false;
-    int value = minutes.trimmed().toInt(&isNumber);
-    if (!isNumber)
-        value = 30;
-    // The file's value is shown as it is (an interval of 0 scans on every tick); only the
-    // spinner keeps to its range. Negative values make no sense and read as 0.
-    value = std::max(value, 0);
+    const QString text = minutes.trimmed();
+    const bool hasNumber = text.contains(QRegularExpression(QStringLiteral("^[-+]?\\d")));
+    const int read = hasNumber ? leadingNumber(text) : 30;
+    const int value = std::clamp(read, kMinInterval, kMaxInterval);
+    // Never a scan on every tick for a value below 1, never one months away: the interval the
+    // spinner can show, and the user hears why, once for each text the file brings.
+    if ((!hasNumber || value != read) && minutes != toldInterval_) {
+        toldInterval_ = minutes;
+        state_.platform.boxes->show(QStringLiteral("The check interval in the file Interval, \"%1\", is no number of "
+                                                   "minutes from %2 to %3. Services are checked every %4 minutes "
+                                                   "until another interval is chosen in \"Setup services for "
+                                                   "monitoring\".")
+                                        .arg(minutes)
+                                        .arg(kMinInterval)
+                                        .arg(kMaxInterval)
+                                        .arg(value),
+                                    MsgIcon::Exclamation);
+    }
     const QSignalBlocker block(VScroll1);
-    VScroll1->setValue(-std::clamp(value, kMinInterval, kMaxInterval));
+    VScroll1->setValue(-value);
     Label5->setText(QString::number(value));
     emit intervalShown(Label5->text());
 }

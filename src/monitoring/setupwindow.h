@@ -77,9 +77,10 @@ public:
     void ok();     // Command3
     void cancel(); // Command4
 
-    // Shows an interval (minutes, as text) in Label5 and the spinner. A text that is no whole
-    // number from 1 to 240 is brought into that range (30 when it is no number at all), so the
-    // check cycle, which reads Label5, always finds a usable interval.
+    // Shows an interval (minutes, as text) in Label5 and the spinner. The text is read as the
+    // check cycle reads it, by its leading whole number ("15 Minutes" is 15, "2.5" is 2); one
+    // outside the spinner's 1 to 240 is brought into that range (30 when it holds no number at
+    // all), and the user is told so once for each such text.
     void showInterval(const QString& minutes);
 
     // Form3, the alert setup, created on first use.
@@ -123,6 +124,7 @@ private:
     actions::ActionDispatcher& dispatcher_;
     std::vector<core::MonitoredService> entries_;
     AlertSetupWindow* alertSetup_ = nullptr;
+    QString toldInterval_; // the last interval text the user was told could not be shown
 };
 
 } // namespace velmora::monitoring

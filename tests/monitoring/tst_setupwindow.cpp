@@ -689,30 +689,48 @@ private slots:
         QCOMPARE(f.form2().Label5->text(), QStringLiteral("31"));
     }
 
-    void intervalIsReadAtStartAndStaysFrom1To240()
+    // The interval file is read by its leading whole number, as the scheduler reads it; a value
+    // the spinner cannot show is brought into its range and said once.
+    void intervalIsReadByItsLeadingNumberAndKeptFrom1To240_data()
     {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<int>("minutes");
+        QTest::addColumn<bool>("told");
+        QTest::newRow("number") << "15" << 15 << false;
+        QTest::newRow("number and a word") << "15 Minutes" << 15 << false;
+        QTest::newRow("fraction") << "2.5" << 2 << false;
+        QTest::newRow("too many") << "99999" << 240 << true;
+        QTest::newRow("negative") << "-5" << 1 << true;
+        QTest::newRow("zero") << "0" << 1 << true;
+        QTest::newRow("no number") << "garbage" << 30 << true;
+    }
+    void intervalIsReadByItsLeadingNumberAndKeptFrom1To240()
+    {
+        QFETCH(QString, file);
+        QFETCH(int, minutes);
+        QFETCH(bool, told);
         Fleet f({"SRV1"}, false);
-        f.writeFile("Interval", {"15", "ignored"});
+        f.writeFile("Interval", {file, "ignored"});
         f.launch();
         QScrollBar* spin = f.form2().VScroll1;
-        QCOMPARE(f.form2().Label5->text(), QStringLiteral("15"));
-        QCOMPARE(spin->value(), -15);
-        QCOMPARE(f.w().state.checkinterval, QStringLiteral("15"));
-        spin->setValue(-1);
-        spin->triggerAction(QAbstractSlider::SliderSingleStepAdd); // the down arrow
-        QCOMPARE(f.form2().Label5->text(), QStringLiteral("1"));
-        spin->setValue(-240);
+        QCOMPARE(f.form2().Label5->text(), QString::number(minutes));
+        QCOMPARE(spin->value(), -minutes);
+        QCOMPARE(f.sim.boxes.texts().size(), told ? 1 : 0);
+        if (told)
+            QVERIFY(f.sim.boxes.texts().first().contains("\"" + file + "\""));
+        // The scheduler goes by the same number: the next scan is that many minutes on.
+        const QDateTime first = f.w().state.nextscan;
+        f.sim.clock.advance(qint64(minutes) * 60000);
+        QCOMPARE(first.secsTo(f.w().state.nextscan), qint64(minutes) * 60);
+        // Opening the window again says nothing more; the spinner's arrows stay in its range,
+        // the up arrow raising the number.
+        f.open();
+        QCOMPARE(f.sim.boxes.texts().size(), told ? 1 : 0);
         spin->triggerAction(QAbstractSlider::SliderSingleStepSub);
-        QCOMPARE(f.form2().Label5->text(), QStringLiteral("240"));
-        spin->setValue(-500);
-        QCOMPARE(f.form2().Label5->text(), QStringLiteral("240"));
-        f.form2().showInterval("0"); // a hand-edited 0 is shown; only the spinner keeps its range
-        QCOMPARE(f.form2().Label5->text(), QStringLiteral("0"));
-        QCOMPARE(spin->value(), -1);
-        f.form2().showInterval("garbage");
-        QCOMPARE(f.form2().Label5->text(), QStringLiteral("30"));
-        f.form2().showInterval("90");
-        QCOMPARE(spin->value(), -90);
+        QCOMPARE(f.form2().Label5->text(), QString::number(std::min(minutes + 1, 240)));
+        spin->setValue(-1);
+        spin->triggerAction(QAbstractSlider::SliderSingleStepAdd);
+        QCOMPARE(f.form2().Label5->text(), QStringLiteral("1"));
     }
 
     void monitorServiceFromTheMainWindow()
