@@ -66,10 +66,9 @@ struct CheckCycle::Server {
     bool checkServices = false; // decided once the pings are in
     bool queried = false;
     std::vector<ServiceCheck> checks; // one per record, in file order
-    std::vector<QDateTime> checkedAt; // when each answer was read
-    // An action of this scan ran on the server after the answers of the records still to come
-    // were read: they are read again before they are applied.
-    bool stale = false;
+    // How many actions of the scan had run when the answers still to come were asked for; when
+    // more have run since, the answers are read again before they are applied.
+    int readAfterActions = 0;
     bool headerDone = false;
     size_t nextRecord = 0;
 };
@@ -80,6 +79,7 @@ struct CheckCycle::Scan {
     size_t current = 0;
     bool pingsIn = false;
     bool waitingForActions = false;
+    int actionsRun = 0; // failures whose actions have run in this scan
     std::function<void()> done;
 };
 
@@ -220,26 +220,24 @@ void CheckCycle::queryServices(const std::shared_ptr<Scan>& scan, size_t index, 
 {
     Server& server = scan->servers[index];
     server.queried = false;
+    server.readAfterActions = scan->actionsRun;
+    const int asked = scan->actionsRun;
     const QString computer = server.name;
     QStringList keys;
     for (size_t n = from; n < server.records.size(); ++n)
         keys << server.records[n].servicename;
     platform::ServiceManager* sm = state_.platform.services;
-    platform::Clock* clock = state_.platform.clock;
-    state_.platform.worker->run(this, [this, scan, index, from, computer, keys, sm, clock]() -> std::function<void()> {
+    state_.platform.worker->run(this, [this, scan, index, from, asked, computer, keys, sm]() -> std::function<void()> {
         std::vector<ServiceCheck> checks;
-        std::vector<QDateTime> times;
         checks.reserve(size_t(keys.size()));
-        for (const QString& key : keys) {
+        for (const QString& key : keys)
             checks.push_back(servicecontrol::openAndQuery(*sm, computer, key));
-            times.push_back(clock->now());
-        }
-        return [this, scan, index, from, checks = std::move(checks), times = std::move(times)] {
+        return [this, scan, index, from, asked, checks = std::move(checks)] {
             Server& s = scan->servers[index];
+            if (asked != s.readAfterActions)
+                return; // read before an action; the answers asked for since then count
             s.checks.resize(s.records.size());
-            s.checkedAt.resize(s.records.size());
             std::copy(checks.begin(), checks.end(), s.checks.begin() + qsizetype(from));
-            std::copy(times.begin(), times.end(), s.checkedAt.begin() + qsizetype(from));
             s.queried = true;
             if (scan_ == scan && scan->pingsIn && !scan->waitingForActions)
                 advance();
@@ -274,11 +272,11 @@ void CheckCycle::advance()
             continue;
         }
         while (s.nextRecord < s.records.size()) {
-            if (s.stale) {
+            if (s.readAfterActions != scan->actionsRun) {
                 // What an action just did (a restart that pulled up a dependency, say) shows in
-                // the services still to come: read them again, now.
-                s.stale = false;
-                queryServices(scan, scan->current, s.nextRecord);
+                // every service still to come, on this server and on the others, which may be
+                // this machine under another name: read them all again, now, together.
+                rereadRest(scan);
                 return;
             }
             const size_t n = s.nextRecord++;
@@ -288,7 +286,7 @@ void CheckCycle::advance()
                 monitorimmediate(s, record, s.checkServices ? &s.checks[n] : nullptr);
                 continue;
             }
-            if (monitorservice(scan, s, record, s.checks[n], s.checkedAt[n]))
+            if (monitorservice(scan, s, record, s.checks[n]))
                 return;
         }
         ++scan->current;
@@ -296,20 +294,30 @@ void CheckCycle::advance()
     finishScan();
 }
 
+void CheckCycle::rereadRest(const std::shared_ptr<Scan>& scan)
+{
+    for (size_t i = scan->current; i < scan->servers.size(); ++i) {
+        Server& s = scan->servers[i];
+        if (s.checkServices && s.nextRecord < s.records.size() && s.readAfterActions != scan->actionsRun)
+            queryServices(scan, i, s.nextRecord);
+    }
+}
+
 bool CheckCycle::monitorservice(const std::shared_ptr<Scan>& scan, Server& s, const core::MonitoredService& record,
-                                const ServiceCheck& c, const QDateTime& checkedAt)
+                                const ServiceCheck& c)
 {
     log_.ensurejoblog();
     const QString result = checkResultText(c, false);
+    // A check line carries the time it is written, so the log never goes back in time.
+    const QDateTime now = log_.now();
     if (c.failed()) {
-        log_.appendjobline(joblog::checkLineText(checkedAt, s.name, record.servicename, result));
+        log_.appendjobline(joblog::checkLineText(now, s.name, record.servicename, result));
         state_.lasterror = result;
         return false;
     }
     if (!result.isEmpty())
         state_.currentstate = result;
-    // The line carries the time the state was read, not the time it is written.
-    log_.appendjobline(joblog::checkLineText(checkedAt, s.name, record.servicename, state_.currentstate));
+    log_.appendjobline(joblog::checkLineText(now, s.name, record.servicename, state_.currentstate));
     if (state_.currentstate == kRunning)
         return false;
     alerts_.updatelogsize(joblog::SizeCaption::CheckRun);
@@ -318,7 +326,7 @@ bool CheckCycle::monitorservice(const std::shared_ptr<Scan>& scan, Server& s, co
     alerts_.addalertrow(s.name, record.servicename, state_.currentstate, joinactions(record));
     scan->waitingForActions = true;
     if (std::any_of(record.actions.begin(), record.actions.end(), [](const QString& a) { return !a.isEmpty(); }))
-        s.stale = true;
+        ++scan->actionsRun;
     // Actions that end inside the call (an alert, say) let the scan go on; those that end later
     // resume it from their completion.
     auto insideCall = std::make_shared<bool>(true);

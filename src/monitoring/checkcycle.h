@@ -96,7 +96,9 @@ private:
     // The timed check of one service: its check line, and for a failure the alert row and the
     // actions. Returns true when it waits for the actions to end.
     bool monitorservice(const std::shared_ptr<Scan>& scan, Server& server, const core::MonitoredService& record,
-                        const ServiceCheck& check, const QDateTime& checkedAt);
+                        const ServiceCheck& check);
+    // Reads again every state of the scan not yet applied, on every server still to come.
+    void rereadRest(const std::shared_ptr<Scan>& scan);
     // The immediate check of one service: the server's icon, the alert row, the report.
     void monitorimmediate(Server& server, const core::MonitoredService& record, const ServiceCheck* check);
     void finishScan();

@@ -3,6 +3,7 @@
 #include "core/serverlist.h"
 #include "joblog/alertsink.h"
 #include "joblog/alertwindow.h"
+#include "joblog/joblog.h"
 #include "joblog/logandalerts.h"
 #include "monitoring/checkcycle.h"
 #include "monitoring/setupwindow.h"
@@ -212,6 +213,8 @@ private slots:
         QCOMPARE(state.lasterror, QStringLiteral("Could not reach Server, Server not available."));
     }
 
+    // Answers that arrive in any order, and later than they were read, give the same log, each
+    // line with the time it was written: the log never goes back in time.
     void answersInAnyOrderGiveTheSameLog()
     {
         QStringList reference;
@@ -229,10 +232,44 @@ private slots:
             program.load();
             program.servers.setMaintenance("LAB3", true);
             f.sim.clock.advance(1000);
+            // The pings come in and the services are read now; their answers arrive 7 s later.
+            auto pings = std::move(worker.held);
+            worker.held.clear();
+            for (auto& ping : pings)
+                ping();
+            const QDateTime applied = f.sim.clock.now().addSecs(7);
+            f.sim.clock.setNow(applied);
             worker.releaseScrambled(seed);
             QCOMPARE(f.logLines(), reference);
             QVERIFY(!program.checkcycle->scanRunning());
+            const QString stamp = joblog::checkLineText(applied, "WEB1", "nginx.service", "Stopped").section('\t', 0, 0);
+            for (const QString& line : QString::fromUtf8(f.readBytes("Jobs.log")).split("\r\n", Qt::SkipEmptyParts))
+                QVERIFY2(!line.contains('\t') || line.startsWith(stamp), qPrintable(line));
         }
+    }
+
+    // Once an action has run, every state not yet applied is read again, on every server: a
+    // restart on this computer is seen under its other name too.
+    void aRestartIsSeenUnderEveryNameOfTheMachine()
+    {
+        WindowFixture f;
+        f.sim.system.computer_name = "VM";
+        f.writeFile("Computerlist", {"VM\tmonitored", "127.0.0.1\tmonitored"});
+        f.writeFile("Computers", {"VM", "127.0.0.1"});
+        f.writeFile("VM", {"App;app.service;Restart Service;;;;;"});
+        f.writeFile("127.0.0.1", {"Db;db.service;Alert;;;;;"});
+        f.writeFile("Interval", {"30"});
+        f.sim.icmp.addComputer("VM", "10.4.2.1", 0);
+        f.sim.icmp.addComputer("127.0.0.1", "127.0.0.1", 0);
+        f.sim.services.addService("VM", {.name = "db.service", .state = svcstate::stopped});
+        f.sim.services.addService("VM", {.name = "app.service", .state = svcstate::stopped, .dependsOn = {"db.service"}});
+        f.sim.services.addAlias("127.0.0.1", "VM");
+        auto& w = f.start();
+        f.sim.clock.advance(5000); // the restart's wait
+        QCOMPARE(f.logLines(), (QStringList{"VM\tapp.service\tStopped", "Attemp to restart service : app.service Successfull",
+                                           "127.0.0.1\tdb.service\tRunning"}));
+        QCOMPARE(alertRows(f), QStringList{"VM|app.service|Stopped|Restart Service            "});
+        QVERIFY(!w.Timer6->isEnabled());
     }
 
     void failedCallsBecomeCheckLinesAndRestartRunsToTheEnd()

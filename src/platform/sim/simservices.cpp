@@ -35,7 +35,14 @@ QString SimServices::computerKey(const QString& computer) const
     const QString name = computer.trimmed();
     if (name.isEmpty() || name.compare(system_.computer_name, Qt::CaseInsensitive) == 0)
         return {};
-    return name.toUpper();
+    const auto alias = aliases_.find(name.toUpper());
+    return alias != aliases_.end() ? alias->second : name.toUpper();
+}
+
+void SimServices::addAlias(const QString& alias, const QString& computer)
+{
+    std::lock_guard lock(mutex_);
+    aliases_[alias.trimmed().toUpper()] = computerKey(computer);
 }
 
 SimServices::Computer* SimServices::findComputer(const QString& computer)

@@ -45,6 +45,8 @@ public:
 
     // A computer with no services; the local computer exists from the start.
     void addComputer(const QString& computer);
+    // Another name of a computer ("127.0.0.1" for this one): calls under it reach the same services.
+    void addAlias(const QString& alias, const QString& computer);
     // Adds (or replaces) a service; the computer is added when missing.
     void addService(const QString& computer, const Service& service);
     void removeService(const QString& computer, const QString& name);
@@ -116,6 +118,7 @@ private:
     SimNetConnections& net_;
     mutable std::recursive_mutex mutex_;
     std::map<QString, Computer> computers_; // by upper-case name; "" is the local computer
+    std::map<QString, QString> aliases_;     // upper-case alias -> the computer's key
     std::vector<Failure> failures_;
     QStringList calls_;
 };
