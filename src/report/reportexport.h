@@ -17,9 +17,9 @@ namespace velmora::report {
 // ".txt" added when the name has none.
 QString txtPath(const QString& chosen);
 
-// The threshold field after an edit: a text that is not a number is emptied, then anything of
-// 10000 or more becomes "10000" and anything of 9 or less (the empty text as 0) becomes "10".
-// A number in between stays as typed.
+// The threshold field once it has been edited: a text that is not a number counts as 0, then
+// anything of 10000 or more becomes "10000" and anything of 9 or less (the empty text as 0)
+// becomes "10". A number in between stays as typed.
 QString thresholdText(const QString& typed);
 
 // How an export reaches its file.

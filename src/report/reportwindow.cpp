@@ -340,13 +340,19 @@ void ReportWindow::exportreport(std::function<void(ExportResult)> done)
     const QString chosen = state_.platform.filedialogs->saveFile(this, QStringLiteral("Save File As"),
                                                                  QStringLiteral("Textfile (*.txt)"),
                                                                  QStringLiteral("*.txt"), QStringLiteral("txt"));
-    if (chosen.isEmpty()) {
+    const QString path = chosen.isEmpty() ? QString() : txtPath(chosen);
+    // The dialog asked about the name as chosen; when another extension makes it another file,
+    // the question is asked again about the file that is written.
+    platform::TextFiles& files = *state_.platform.files;
+    if (chosen.isEmpty() ||
+        (files.exists(path) && files.resolve(path) != files.resolve(chosen) &&
+         state_.platform.boxes->show(path + QStringLiteral(" already exists.\nDo you want to replace it?"),
+                                     MsgIcon::Question, MsgButtons::YesNo) != MsgAnswer::Yes)) {
         if (running)
             Timer1->setEnabled(true);
         done(ExportResult::Cancelled);
         return;
     }
-    const QString path = txtPath(chosen);
     QPointer<ReportWindow> self(this);
     writeExport(state_.platform, this, path, rows_.exportLines(), WriteMode::Replace,
                 [self, running, path, done](WriteOutcome outcome) {

@@ -19,8 +19,11 @@
 #include <QTest>
 #include <QTreeView>
 
+#include <optional>
+
 using namespace velmora;
 using platform::MsgAnswer;
+using platform::MsgButtons;
 using platform::MsgIcon;
 using platform::sim::SimTextFiles;
 using report::ReportWindow;
@@ -413,6 +416,34 @@ private slots:
         if (typed != written)
             QVERIFY(!f.fileExists(typed));
         QCOMPARE(r.rows().count(), 2); // the list stays
+        QVERIFY(f.boxTexts().isEmpty());
+    }
+
+    // The file dialog asks about the name typed; when the extension changes, the file that is
+    // written is asked about too, and No leaves it as it was (an export that was cancelled).
+    void exportAsksBeforeReplacingTheTxtFileItWrites_data()
+    {
+        QTest::addColumn<bool>("replace");
+        QTest::newRow("Yes") << true;
+        QTest::newRow("No") << false;
+    }
+    void exportAsksBeforeReplacingTheTxtFileItWrites()
+    {
+        QFETCH(bool, replace);
+        const MsgAnswer answer = replace ? MsgAnswer::Yes : MsgAnswer::No;
+        Fleet f;
+        ReportWindow& r = f.open();
+        f.writeBytes("myreport.txt", "kept\r\n");
+        f.sim.filedialogs.scriptSave(f.path("myreport.log"));
+        f.sim.boxes.script(answer);
+        std::optional<report::ExportResult> result;
+        r.exportreport([&](report::ExportResult done) { result = done; });
+        QCOMPARE(f.boxTexts(), QStringList{f.path("myreport.txt") + " already exists.\nDo you want to replace it?"});
+        QCOMPARE(f.sim.boxes.shown.last().buttons, MsgButtons::YesNo);
+        QTRY_VERIFY(result.has_value());
+        QCOMPARE(*result, answer == MsgAnswer::Yes ? report::ExportResult::Saved : report::ExportResult::Cancelled);
+        QCOMPARE(f.readBytes("myreport.txt") == "kept\r\n", answer == MsgAnswer::No);
+        QVERIFY(r.Timer1->isEnabled());
     }
 
     void exportingAnEmptyListWritesAnEmptyFileAndCancelWritesNone()
@@ -571,28 +602,42 @@ private slots:
         QCOMPARE(r->rows().count(), 5);
     }
 
+    // The threshold is held from 10 to 10000 once the field is left, not at each key: 50 can be
+    // typed through its 5. Letters are refused as they come.
     void theThresholdFieldHoldsANumberFromTenToTenThousand_data()
     {
         QTest::addColumn<QString>("typed");
-        QTest::addColumn<QString>("shown");
-        QTest::newRow("five") << "5" << "10";
-        QTest::newRow("six digits") << "123456" << "10000";
-        QTest::newRow("letters") << "abc" << "10";
-        // Each key is a change: "3" becomes "10" at once, and the "0" after it makes "100".
-        QTest::newRow("typed digit by digit") << "30" << "100";
+        QTest::addColumn<QString>("whileTyping");
+        QTest::addColumn<QString>("left");
+        QTest::newRow("five") << "5" << "5" << "10";
+        QTest::newRow("fifty") << "50" << "50" << "50";
+        QTest::newRow("six digits") << "123456" << "123456" << "10000";
+        QTest::newRow("letters") << "abc" << "" << "10";
     }
     void theThresholdFieldHoldsANumberFromTenToTenThousand()
     {
         QFETCH(QString, typed);
-        QFETCH(QString, shown);
-        Fleet f;
-        ReportWindow& r = f.open([](core::SettingsRecord& s) { s.autoexport = true; });
-        r.mnuautomate->trigger();
-        report::AutomateDialog* d = r.automateDialog();
-        QCOMPARE(d->Text2->text(), "1000");
-        d->Text2->clear();
-        QTest::keyClicks(d->Text2, typed);
-        QCOMPARE(d->Text2->text(), shown);
+        QFETCH(QString, whileTyping);
+        QFETCH(QString, left);
+        for (bool byOk : {false, true}) {
+            Fleet f;
+            ReportWindow& r = f.open([](core::SettingsRecord& s) { s.autoexport = true; });
+            r.mnuautomate->trigger();
+            report::AutomateDialog* d = r.automateDialog();
+            QVERIFY(QTest::qWaitForWindowActive(d));
+            QCOMPARE(d->Text2->text(), "1000");
+            d->Text2->setFocus();
+            d->Text2->clear();
+            QTest::keyClicks(d->Text2, typed);
+            QCOMPARE(d->Text2->text(), whileTyping);
+            if (byOk) {
+                d->Command2->click();
+                QCOMPARE(f.program->state.settings.autoexportcount, whileTyping.isEmpty() ? "1000" : left);
+            } else {
+                d->Text1->setFocus(); // the field is left
+                QCOMPARE(d->Text2->text(), left);
+            }
+        }
     }
 
     void theAutomateDialogChecksAndStoresItsFields()
@@ -623,13 +668,13 @@ private slots:
         QCOMPARE(d->Text1->text(), f.dir.path() + "/");
         QTest::keyClicks(d->Text1, "archive.txt");
         QTest::keyClicks(d->Text2, "25");
-        QCOMPARE(d->Text2->text(), "105");
+        QCOMPARE(d->Text2->text(), "25");
         d->Option2->click();
         d->Command2->click();
         QTRY_VERIFY(!d);
         QCOMPARE((QStringList{core::boolText(s.autoexport), core::boolText(s.autoexportoverwrite), s.autoexportfile,
                               s.autoexportcount}),
-                 (QStringList{"True", "True", f.path("archive.txt"), "105"}));
+                 (QStringList{"True", "True", f.path("archive.txt"), "25"}));
         // Unchecked, nothing is checked and disabled with an empty path and a count of 0 is stored.
         r.mnuautomate->trigger();
         d = r.automateDialog();
