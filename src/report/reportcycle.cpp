@@ -150,6 +150,9 @@ void ReportCycle::firstScan(int minutes)
     nextscan_ = state_.platform.clock->now().addSecs(qint64(minutes) * 60);
     emit statusChanged(runningStatus());
     if (!monitoredServersListed()) {
+        // The first scan's answers may still be on their way: none of them becomes a row.
+        clearScanFlag();
+        pending_.clear();
         rows_.clear();
         state_.platform.boxes->show(kNoServices, platform::MsgIcon::Exclamation);
     }

@@ -5,6 +5,7 @@
 #include "report/filterdialog.h"
 #include "report/reportexport.h"
 
+#include <QApplication>
 #include <QCloseEvent>
 #include <QGridLayout>
 #include <QGuiApplication>
@@ -12,6 +13,7 @@
 #include <QIdentityProxyModel>
 #include <QLabel>
 #include <QMenuBar>
+#include <QMessageBox>
 #include <QMouseEvent>
 #include <QRadioButton>
 #include <QScreen>
@@ -68,6 +70,10 @@ ReportWindow::ReportWindow(core::RunState& state, monitoring::CheckCycle& checks
     setObjectName(QStringLiteral("Form9"));
     setAttribute(Qt::WA_DeleteOnClose); // the close box unloads the report and its rows
     cycle_ = new ReportCycle(state_, checks, rows_, std::move(logLine), this);
+    connect(qApp, &QApplication::focusChanged, this, [this](QWidget*, QWidget* now) {
+        if (now && now->window() != this)
+            focusInBox_ = qobject_cast<QMessageBox*>(now->window()) != nullptr;
+    });
     buildControls();
     buildMenus();
 
@@ -244,9 +250,10 @@ void ReportWindow::selectRow(int row)
         at, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
 }
 
-void ReportWindow::activate()
+void ReportWindow::activate(bool byUser)
 {
-    cycle_->clearNoServices();
+    if (byUser)
+        cycle_->clearNoServices();
     const bool ascending = state_.settings.reportascending;
     (ascending ? Option1 : Option2)->setChecked(true);
     const Qt::SortOrder order = ascending ? Qt::AscendingOrder : Qt::DescendingOrder;
@@ -416,8 +423,12 @@ void ReportWindow::pauseTimer(bool paused) { Timer1->setEnabled(!paused); }
 
 bool ReportWindow::event(QEvent* e)
 {
-    if (e->type() == QEvent::WindowActivate)
-        activate();
+    if (e->type() == QEvent::WindowActivate) {
+        // Closing a message box gives the activation back to the window it came from: that is
+        // no activation by the user, and a pause for want of monitored services holds.
+        activate(!focusInBox_);
+        focusInBox_ = false;
+    }
     return QMainWindow::event(e);
 }
 

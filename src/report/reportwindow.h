@@ -64,8 +64,9 @@ public:
     // ---- operations ----
     // "Export in Textfile...": asks for a file and writes the rows; done learns what became of it.
     void exportreport(std::function<void(ExportResult)> done = {});
-    // The steps run each time the window comes to the front.
-    void activate();
+    // The steps run each time the window comes to the front; byUser false when it comes back
+    // from a message box of its own, which leaves the no-services pause as it is.
+    void activate(bool byUser = true);
     // A click on a column header.
     void columnClick(int column);
     // The right mouse button over the list.
@@ -115,6 +116,7 @@ private:
     FilterDialog* filter_ = nullptr;
     QPointer<AutomateDialog> automate_;
     bool closeConfirmed_ = false;
+    bool focusInBox_ = false; // the focus last went to a message box
 };
 
 } // namespace velmora::report
