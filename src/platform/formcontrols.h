@@ -6,6 +6,7 @@
 #include <QMenu>
 #include <QString>
 #include <QTreeWidget>
+#include <QWindow>
 
 namespace velmora::platform {
 
@@ -29,6 +30,15 @@ inline QAction* menuItem(QMenu* menu, const char* name, const QString& caption)
 inline void menuSeparator(QMenu* menu, const char* name)
 {
     menu->addSeparator()->setObjectName(QString::fromLatin1(name));
+}
+
+// Places a window by its frame's top-left corner (the corner of its title bar, where the window
+// manager draws one), the corner QWidget::frameGeometry() reads back: a place stored from one
+// and set through the other comes back unchanged, with no creep by the frame's size.
+inline void placeFrame(QWidget* window, const QPoint& topLeft)
+{
+    window->winId(); // the native window, which takes the place
+    window->windowHandle()->setFramePosition(topLeft);
 }
 
 // A one-column list with small icons, single selection, its column widthTwips wide.

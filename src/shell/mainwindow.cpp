@@ -405,13 +405,14 @@ void MainWindow::load()
         endProgram();
         return;
     }
-    // 10
+    // 10, once the window shows (11): the frame goes where it was, which the window manager
+    // can only do for a window it manages.
     bool leftOk = false;
     const int left = state.settings.mainleft.toInt(&leftOk);
-    if (leftOk && left != 0)
-        move(left / kTwipsPerPixel, state.settings.maintop.toInt() / kTwipsPerPixel);
     // 11
     show();
+    if (leftOk && left != 0)
+        platform::placeFrame(this, QPoint(left, state.settings.maintop.toInt()) / kTwipsPerPixel);
     if (!moved.isEmpty())
         p_.boxes->show(moved, MsgIcon::Exclamation);
     // 12: the monitored servers, each server's file tidied.

@@ -1,5 +1,6 @@
 #include "shell/tray.h"
 
+#include "platform/formcontrols.h"
 #include "platform/icons.h"
 
 #include <QMenu>
@@ -39,6 +40,9 @@ void TrayControl::hideToTray()
         return;
     }
     tray_.add();
+    // A window manager places a window that shows again as it likes; it comes back here.
+    hiddenAt_ = window_->frameGeometry().topLeft();
+    placeKept_ = true;
     window_->hide();
 }
 
@@ -46,7 +50,12 @@ void TrayControl::showWindow()
 {
     if (!window_)
         return;
+    const bool place = !window_->isVisible() && placeKept_;
+    placeKept_ = false;
+    window_->setWindowState(window_->windowState() & ~Qt::WindowMinimized);
     window_->show();
+    if (place)
+        platform::placeFrame(window_, hiddenAt_);
     window_->raise();
     window_->activateWindow();
 }

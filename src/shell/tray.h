@@ -28,6 +28,7 @@
 #include "platform/tray.h"
 
 #include <QObject>
+#include <QPoint>
 #include <QPointer>
 
 class QMenu;
@@ -51,11 +52,15 @@ public:
     // Command11 and mnuHide.
     void hideToTray();
     // A double click on the icon and "Maximize": the window shown in its previous size and
-    // place, its window state unchanged.
+    // place, in front. A minimized window is restored: kept out of the task bar, it would
+    // have no other way back.
     void showWindow();
 
 private:
     void rightClick();
+
+    QPoint hiddenAt_; // the frame's place when the window was hidden
+    bool placeKept_ = false;
 
     platform::TrayIcon& tray_;
     platform::MessageBoxes& boxes_;

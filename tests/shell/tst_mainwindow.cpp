@@ -201,22 +201,6 @@ private slots:
         QCOMPARE(lines[11], QString::number(w.frameGeometry().left() * 15).toUtf8() + "\r");
     }
 
-    void storedPositionMovesTheWindowUnlessZero()
-    {
-        WindowFixture f;
-        QStringList settings{"True", "True", "5", "1", "True", "True", "True", "", "", "", "", "1500", "3000",
-                             "", "", "False", "False", "1000", "x", "eof"};
-        f.writeFile("Settings", settings);
-        auto& w = f.start();
-        QCOMPARE(w.pos(), QPoint(100, 200));
-
-        WindowFixture g;
-        settings[11] = "0";
-        g.writeFile("Settings", settings);
-        auto& w2 = g.start();
-        QVERIFY(w2.pos() != QPoint(0, 200));
-    }
-
     void unsuitableSystemOrSecondCopyEndsBeforeTouchingFiles_data()
     {
         QTest::addColumn<int>("platformId");

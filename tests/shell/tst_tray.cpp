@@ -1,6 +1,6 @@
-// The tray icon and its menu on the simulated tray: the menu's items, hiding and showing the
-// main window, the clicks on the icon, a desktop without a tray, and every way out removing the
-// icon.
+// The tray icon and its menu on the simulated tray: the menu's items, hiding the main window,
+// the clicks on the icon, a desktop without a tray, and every way out removing the icon. Where
+// the window comes back to is tried under a real window manager (tst_realdesktop).
 #include "support/windowfixture.h"
 #include "shell/aboutwindow.h"
 #include "shell/help.h"
@@ -130,42 +130,6 @@ private slots:
         f.sim.clock.advance(60000);
         QVERIFY(f.sim.icmp.pinged.size() > pings);
         QVERIFY(f.sim.boxes.shown.isEmpty());
-    }
-
-    void doubleClickAndMaximizeShowTheWindowWhereItWas_data()
-    {
-        QTest::addColumn<QString>("way");
-        QTest::newRow("double click") << "double";
-        QTest::newRow("Maximize") << "mnuTrayMaximize";
-    }
-
-    void doubleClickAndMaximizeShowTheWindowWhereItWas()
-    {
-        QFETCH(QString, way);
-        WindowFixture f;
-        auto& w = startActive(f);
-        QVERIFY(f.sim.tray.shown());
-        w.setGeometry(130, 90, 700, 450);
-        const QRect before = w.geometry();
-        const Qt::WindowStates state = w.windowState();
-        w.Command11->click();
-        QVERIFY(!w.isVisible());
-
-        if (way == "double")
-            f.sim.tray.doubleClick();
-        else
-            w.mnuTrayMaximize->trigger();
-
-        QVERIFY(w.isVisible());
-        QCOMPARE(w.geometry(), before);
-        QCOMPARE(w.windowState(), state);
-        // Again on a window that shows already: it stays as it is.
-        if (way == "double")
-            f.sim.tray.doubleClick();
-        else
-            w.mnuTrayMaximize->trigger();
-        QVERIFY(w.isVisible());
-        QCOMPARE(w.geometry(), before);
     }
 
     void rightClickOpensTheMenuOnlyWhenTheWindowIsNotInFront()
