@@ -160,14 +160,16 @@ void ServiceControl::buildControls()
     mnustartservice = platform::menuItem(mnumonitor, "mnustartservice", QStringLiteral("Start Service"));
 }
 
-void ServiceControl::fillFromListing()
+void ServiceControl::fillFromListing() { showRows(listing_.rows()); }
+
+void ServiceControl::showRows(const std::vector<ListedService>& rows)
 {
     const QSignalBlocker blockList(ListView1);
     const QSignalBlocker blockNames(List1);
     ListView1->clear();
     List1->clear();
     List3->clear();
-    for (const ListedService& s : listing_.rows()) {
+    for (const ListedService& s : rows) {
         auto* item = new QTreeWidgetItem(ListView1, {s.display});
         item->setData(0, kKeyRole, s.key);
         platform::setItemIcon(item, s.icon);
@@ -209,13 +211,7 @@ void ServiceControl::clearServiceSide()
 
 void ServiceControl::clearShownServices()
 {
-    {
-        const QSignalBlocker blockList(ListView1);
-        const QSignalBlocker blockNames(List1);
-        ListView1->clear();
-        List1->clear();
-        List3->clear();
-    }
+    showRows({});
     Label1->setText(QStringLiteral("Services:"));
     List2->clear();
     for (QLineEdit* t : {Text2, Text3, Text4, Text5, Text6})

@@ -11,6 +11,7 @@
 #include <QGroupBox>
 #include <QString>
 #include <functional>
+#include <vector>
 
 class QAction;
 class QLabel;
@@ -27,6 +28,7 @@ namespace velmora::servicecontrol {
 
 class Connections;
 class ServiceListing;
+struct ListedService;
 
 class ServiceControl : public QGroupBox {
     Q_OBJECT
@@ -108,6 +110,8 @@ private:
     std::function<void()> followWhenUnchanged(Command command);
     void applyTick(const ServiceQuery& q, int job, const QString& service);
     void fillFromListing();
+    // Fills ListView1, List1 and List3 with rows (none: empties them).
+    void showRows(const std::vector<ListedService>& rows);
     void showServiceDetails();
     void applyDetails(const DetailQuery& q);
     void listAfterOpen(int filter);
