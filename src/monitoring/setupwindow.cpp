@@ -25,7 +25,6 @@
 #include <QMenu>
 #include <QMouseEvent>
 #include <QPushButton>
-#include <QRegularExpression>
 #include <QScrollBar>
 #include <QTreeWidget>
 #include <QVBoxLayout>
@@ -466,27 +465,29 @@ void SetupWindow::replaceEntry(int position, const QStringList& actions)
 
 void SetupWindow::showInterval(const QString& minutes)
 {
-    const QString text = minutes.trimmed();
-    const bool hasNumber = text.contains(QRegularExpression(QStringLiteral("^[-+]?\\d")));
-    const int read = hasNumber ? leadingNumber(text) : 30;
-    const int value = std::clamp(read, kMinInterval, kMaxInterval);
-    // Never a scan on every tick for a value below 1, never one months away: the interval the
-    // spinner can show, and the user hears why, once for each text the file brings.
-    if ((!hasNumber || value != read) && minutes != toldInterval_) {
+    // Label5 holds the interval as the file gives it, and the check cycle goes by its leading
+    // whole number ("15 Minutes" is 15, "2.5" is 2, no number is 0, which scans at every tick).
+    // The spinner shows 1 to 240 only: a value it cannot show is kept as it is, and the user is
+    // told once for each such text.
+    const int read = leadingNumber(minutes);
+    const bool spinnable = read >= kMinInterval && read <= kMaxInterval;
+    if (!spinnable && minutes != toldInterval_) {
         toldInterval_ = minutes;
-        state_.platform.boxes->show(QStringLiteral("The check interval in the file Interval, \"%1\", is no number of "
-                                                   "minutes from %2 to %3. Services are checked every %4 minutes "
-                                                   "until another interval is chosen in \"Setup services for "
+        const QString every = read > 0 ? QStringLiteral("every %1 minutes").arg(read)
+                                       : QStringLiteral("at every second");
+        state_.platform.boxes->show(QStringLiteral("The check interval in the file Interval, \"%1\", cannot be "
+                                                   "shown by the spinner (%2 to %3 minutes). Services are checked "
+                                                   "%4 until another interval is chosen in \"Setup services for "
                                                    "monitoring\".")
                                         .arg(minutes)
                                         .arg(kMinInterval)
                                         .arg(kMaxInterval)
-                                        .arg(value),
+                                        .arg(every),
                                     MsgIcon::Exclamation);
     }
     const QSignalBlocker block(VScroll1);
-    VScroll1->setValue(-value);
-    Label5->setText(QString::number(value));
+    VScroll1->setValue(-std::clamp(read, kMinInterval, kMaxInterval));
+    Label5->setText(minutes);
     emit intervalShown(Label5->text());
 }
 

@@ -77,10 +77,9 @@ public:
     void ok();     // Command3
     void cancel(); // Command4
 
-    // Shows an interval (minutes, as text) in Label5 and the spinner. The text is read as the
-    // check cycle reads it, by its leading whole number ("15 Minutes" is 15, "2.5" is 2); one
-    // outside the spinner's 1 to 240 is brought into that range (30 when it holds no number at
-    // all), and the user is told so once for each such text.
+    // Shows an interval (minutes, as text) in Label5, as it stands, and in the spinner. The check
+    // cycle reads Label5 by its leading whole number; a value the spinner's 1 to 240 cannot show
+    // is kept, and the user is told so once for each such text.
     void showInterval(const QString& minutes);
 
     // Form3, the alert setup, created on first use.

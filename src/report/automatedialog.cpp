@@ -80,15 +80,12 @@ AutomateDialog::AutomateDialog(core::SettingsRecord& settings, platform::Message
         }
         enableFields(checked);
     });
-    // The threshold takes digits only; it is held between 10 and 10000 once the user leaves the
-    // field (or presses OK), not at each key, so that 50 can be typed through its 5.
+    // The threshold is held between 10 and 10000 from the user's first edit on.
     connect(Text2, &QLineEdit::textEdited, this, [this](const QString& typed) {
-        bool numeric = false;
-        typed.trimmed().toDouble(&numeric);
-        if (!numeric && !typed.isEmpty())
-            Text2->clear();
+        const QString kept = thresholdText(typed);
+        if (kept != typed)
+            Text2->setText(kept);
     });
-    connect(Text2, &QLineEdit::editingFinished, this, [this] { Text2->setText(thresholdText(Text2->text())); });
     connect(Command1, &QPushButton::clicked, this, &AutomateDialog::browse);
     connect(Command2, &QPushButton::clicked, this, &AutomateDialog::ok);
     connect(Command3, &QPushButton::clicked, this, &QWidget::close);
@@ -119,8 +116,6 @@ bool AutomateDialog::ok()
         boxes_.show(QStringLiteral("Please enter valid count of items !"), MsgIcon::Information);
         return false;
     }
-    if (Check1->isChecked())
-        Text2->setText(thresholdText(Text2->text()));
     settings_.autoexport = Check1->isChecked();
     settings_.autoexportoverwrite = Option2->isChecked();
     settings_.autoexportfile = Text1->text();
