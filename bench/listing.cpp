@@ -1,69 +1,79 @@
-// Listing all services of a computer with 300 units, on a private bus with a mocked systemd:
-// our listing next to `systemctl list-units --all` plus `systemctl list-unit-files` against the
-// same bus. systemctl runs in a private mount namespace with an empty /run/systemd/system (it
-// refuses to run without one) and finds the bus through DBUS_SYSTEM_BUS_ADDRESS.
+// Listing all services of a computer with 300, then 1,000 units, half of them running, on
+// Debian's own systemd as a user manager on a private bus: the main window's listing next to
+// `systemctl --user list-units --all` plus `systemctl --user list-unit-files` on the same
+// manager. For each size N:
 //
-//   velmora_ms          connect, then enumerate all services (what systemctl's two calls do)
-//   velmora_details_ms  the main window's listing: enumerate, then the details of every service
-//   systemctl_ms        the two systemctl runs
-//   ratio               velmora_ms / systemctl_ms
+//   velmora_ms_N    connect, then the listing (the unit list, and the state of each service
+//                   for its icon)
+//   systemctl_ms_N  the two systemctl runs
+//   ratio_N         velmora_ms_N / systemctl_ms_N
+//   details_ms_N    the details of one service, shown when it is selected (its state, start
+//                   type, account and program)
 // Each figure is the median of several runs.
-#include "../tests/support/mockbus.h"
 #include "platform/linux/systemdservices.h"
-#include "servicecontrol/servicecontrol.h"
+#include "servicecontrol/queries.h"
+#include "support/benchsupport.h"
+#include "support/realmanager.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QProcess>
 
-#include <algorithm>
 #include <cstdio>
 #include <vector>
 
+using namespace velmora;
+using namespace velmora::bench;
 using namespace velmora::platform;
 
 namespace {
 
-constexpr int kUnits = 300;
 constexpr int kRuns = 7;
 
-double median(std::vector<double> v)
+bool measure(int units)
 {
-    std::sort(v.begin(), v.end());
-    return v.empty() ? 0 : v[v.size() / 2];
-}
-
-SystemdServices::Options options(const QString& address)
-{
-    SystemdServices::Options o;
-    o.localAddress = address;
-    return o;
-}
-
-// Runs both systemctl commands kRuns times inside one private mount namespace; returns the
-// milliseconds of each run, or an empty list (with the reason in why).
-std::vector<double> systemctlRuns(const QString& address, QString& why)
-{
-    const QString script = QStringLiteral(
-        "set -e; mount -t tmpfs tmpfs /run; mkdir -p /run/systemd/system; export DBUS_SYSTEM_BUS_ADDRESS='%1'; "
-        "for i in $(seq %2); do s=$(date +%s%N); "
-        "systemctl list-units --all --no-pager --no-legend >/dev/null; "
-        "systemctl list-unit-files --no-pager --no-legend >/dev/null; "
-        "e=$(date +%s%N); echo $((e - s)); done").arg(address).arg(kRuns);
-    for (const QStringList& prefix : {QStringList{"-m"}, QStringList{"-r", "-m"}}) {
-        QProcess p;
-        p.start(QStringLiteral("unshare"), prefix + QStringList{"sh", "-c", script});
-        if (!p.waitForFinished(120000) || p.exitCode() != 0) {
-            why = QString::fromUtf8(p.readAllStandardError()).trimmed();
-            continue;
-        }
-        std::vector<double> out;
-        for (const QByteArray& line : p.readAllStandardOutput().split('\n'))
-            if (!line.trimmed().isEmpty())
-                out.push_back(line.trimmed().toDouble() / 1e6);
-        return out;
+    testsupport::RealSystemd manager;
+    if (const QString error = startFleet(manager, units); !error.isEmpty()) {
+        std::printf("error: %s\n", qPrintable(error));
+        return false;
     }
-    return {};
+    SystemdServices::Options options;
+    options.localAddress = manager.address();
+    std::vector<double> listing, details, systemctl;
+    size_t listed = 0;
+    QString why;
+    for (int run = 0; run < kRuns; ++run) {
+        QElapsedTimer t;
+        t.start();
+        SystemdServices sm(options);
+        const servicecontrol::Listing l = servicecontrol::queryListing(sm, {}, svcfilter::all);
+        listing.push_back(double(t.nsecsElapsed()) / 1e6);
+        if (l.openError || l.sizeCode != svcerror::moreData) {
+            std::printf("error: the listing failed with %d, %d\n", l.openError, l.sizeCode);
+            return false;
+        }
+        listed = l.services.size();
+        t.restart();
+        const servicecontrol::DetailQuery d = servicecontrol::queryDetails(sm, {}, fleetUnit(run * 7 % units));
+        details.push_back(double(t.nsecsElapsed()) / 1e6);
+        if (d.failed() || d.configError) {
+            std::printf("error: the details failed\n");
+            return false;
+        }
+        const SystemctlRun a = timeSystemctl(manager, {QStringLiteral("list-units"), QStringLiteral("--all")}, why);
+        const SystemctlRun b = timeSystemctl(manager, {QStringLiteral("list-unit-files")}, why);
+        if (a.ms < 0 || b.ms < 0) {
+            std::printf("systemctl_ms_%d: unavailable (%s)\n", units, qPrintable(why));
+            return false;
+        }
+        systemctl.push_back(a.ms + b.ms);
+    }
+    std::printf("listed_%d: %zu\n", units, listed);
+    std::printf("velmora_ms_%d: %.1f\n", units, median(listing));
+    std::printf("systemctl_ms_%d: %.1f\n", units, median(systemctl));
+    std::printf("ratio_%d: %.2f\n", units, median(listing) / median(systemctl));
+    std::printf("details_ms_%d: %.2f\n", units, median(details));
+    std::fflush(stdout);
+    return true;
 }
 
 } // namespace
@@ -71,52 +81,13 @@ std::vector<double> systemctlRuns(const QString& address, QString& why)
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    if (const QString missing = velmora::testsupport::mockBusMissing(); !missing.isEmpty()) {
-        std::printf("skipped: %s\n", qPrintable(missing));
-        return 0;
-    }
-    velmora::testsupport::MockSystemdBus bus;
-    if (const QString error = bus.start({}, kUnits); !error.isEmpty()) {
-        std::printf("error: %s\n", qPrintable(error));
+    if (const QString missing = testsupport::RealSystemd::missing(); !missing.isEmpty()) {
+        std::printf("error: %s\n", qPrintable(missing));
         return 1;
     }
-
-    std::vector<double> listing, details;
-    size_t listed = 0;
-    for (int run = 0; run < kRuns; ++run) {
-        QElapsedTimer t;
-        t.start();
-        SystemdServices sm(options(bus.address()));
-        const EnumResult r = sm.enumerateServices(sm.openManager({}), svcfilter::all);
-        listing.push_back(t.nsecsElapsed() / 1e6);
-        listed = r.services.size();
-        if (r.error) {
-            std::printf("error: listing failed with %d\n", r.error);
-            return 1;
-        }
-    }
-    for (int run = 0; run < 3; ++run) {
-        QElapsedTimer t;
-        t.start();
-        SystemdServices sm(options(bus.address()));
-        const EnumResult r = sm.enumerateServices(sm.openManager({}), svcfilter::all);
-        for (const ServiceEntry& s : r.services)
-            velmora::servicecontrol::queryDetails(sm, {}, s.name);
-        details.push_back(t.nsecsElapsed() / 1e6);
-    }
-
-    QString why;
-    const std::vector<double> systemctl = systemctlRuns(bus.address(), why);
-
-    std::printf("units: %d\n", kUnits);
-    std::printf("listed: %zu\n", listed);
-    std::printf("velmora_ms: %.1f\n", median(listing));
-    std::printf("velmora_details_ms: %.1f\n", median(details));
-    if (systemctl.empty()) {
-        std::printf("systemctl_ms: unavailable (%s)\n", qPrintable(why));
-        return 0;
-    }
-    std::printf("systemctl_ms: %.1f\n", median(systemctl));
-    std::printf("ratio: %.2f\n", median(listing) / median(systemctl));
-    return 0;
+    bool ok = true;
+    for (int units : {300, 1000})
+        ok = measure(units) && ok;
+    std::printf("load_average: %s\n", qPrintable(loadAverage()));
+    return ok ? 0 : 1;
 }

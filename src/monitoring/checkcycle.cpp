@@ -228,10 +228,7 @@ void CheckCycle::queryServices(const std::shared_ptr<Scan>& scan, size_t index, 
         keys << server.records[n].servicename;
     platform::ServiceManager* sm = state_.platform.services;
     state_.platform.worker->run(this, [this, scan, index, from, asked, computer, keys, sm]() -> std::function<void()> {
-        std::vector<ServiceCheck> checks;
-        checks.reserve(size_t(keys.size()));
-        for (const QString& key : keys)
-            checks.push_back(servicecontrol::openAndQuery(*sm, computer, key));
+        std::vector<ServiceCheck> checks = sm->checkServices(computer, keys);
         return [this, scan, index, from, asked, checks = std::move(checks)] {
             Server& s = scan->servers[index];
             if (asked != s.readAfterActions)

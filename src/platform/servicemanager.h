@@ -18,10 +18,9 @@
 // open failed is allowed and answers 6, as the classic calls do with a null handle.
 //
 // Each call lists the codes it returns; any call may also return 1726 for a failure of the
-// manager that has no code of its own. A backend may answer the detail queries that follow an
-// enumeration right away from what the enumeration fetched (the systemd backend does so for two
-// seconds, until a start or stop), so a listing that queries every service stays fast.
+// manager that has no code of its own.
 #include <QString>
+#include <QStringList>
 #include <vector>
 
 namespace velmora::platform {
@@ -110,6 +109,16 @@ struct ConfigResult {
     ServiceConfig config;
 };
 
+// What opening the manager, opening a service and querying its status found: each step's code
+// (0 when it worked or did not run) and the state.
+struct ServiceCheck {
+    int scmError = svcerror::ok;
+    int serviceError = svcerror::ok;
+    int statusError = svcerror::ok;
+    int state = 0;
+    bool failed() const { return scmError != svcerror::ok || serviceError != svcerror::ok || statusError != svcerror::ok; }
+};
+
 struct EnumResult {
     int error = svcerror::ok;
     std::vector<ServiceEntry> services;
@@ -169,6 +178,22 @@ public:
     {
         (void)service;
         return svcerror::ok;
+    }
+
+    // Checks services of one computer: for each, in order, what openManager, openService and
+    // queryStatus find (a step that fails ends that service's steps), as the default does one
+    // service after the other. A backend may send the queries together; the results still come
+    // in the order of services. Blocks until all are answered.
+    virtual std::vector<ServiceCheck> checkServices(const QString& computer, const QStringList& services);
+
+    // Whether the states enumerateServices gives for the computer are those a status query of
+    // each service finds at that moment: a listing then shows them as they are, and reads the
+    // configuration of a service only when it is shown. Otherwise a listing queries the details
+    // of every service it lists.
+    virtual bool enumerationHasStates(const QString& computer) const
+    {
+        (void)computer;
+        return false;
     }
 
     // Drops the cached connection to a remote computer (after its authenticated connection was

@@ -37,6 +37,14 @@ EnumResult ServiceRouter::enumerateDependents(const ServiceHandle& service, int 
 int ServiceRouter::start(const ServiceHandle& service) { return pick(service.computer).start(service); }
 int ServiceRouter::stop(const ServiceHandle& service) { return pick(service.computer).stop(service); }
 int ServiceRouter::jobResult(const ServiceHandle& service) { return pick(service.computer).jobResult(service); }
+std::vector<ServiceCheck> ServiceRouter::checkServices(const QString& computer, const QStringList& services)
+{
+    return pick(computer).checkServices(computer, services);
+}
+bool ServiceRouter::enumerationHasStates(const QString& computer) const
+{
+    return pick(computer).enumerationHasStates(computer);
+}
 
 void ServiceRouter::disconnect(const QString& computer)
 {

@@ -21,6 +21,8 @@ public:
     int start(const ServiceHandle& service) override;
     int stop(const ServiceHandle& service) override;
     int jobResult(const ServiceHandle& service) override;
+    std::vector<ServiceCheck> checkServices(const QString& computer, const QStringList& services) override;
+    bool enumerationHasStates(const QString& computer) const override;
     void disconnect(const QString& computer) override;
 
 private:

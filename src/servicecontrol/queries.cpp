@@ -75,9 +75,17 @@ Listing queryListing(ServiceManager& sm, const QString& computer, int filter)
         l.sizeCode = r.sizeQueryCode();
         l.services = r.services;
         if (l.sizeCode == svcerror::moreData) {
+            const bool statesGiven = sm.enumerationHasStates(computer);
             l.details.reserve(l.services.size());
-            for (const auto& s : l.services)
-                l.details.push_back(queryDetails(sm, computer, s.name.left(kNameLength)));
+            for (const auto& s : l.services) {
+                if (statesGiven) {
+                    DetailQuery d;
+                    d.state = s.state;
+                    l.details.push_back(d);
+                } else {
+                    l.details.push_back(queryDetails(sm, computer, s.name.left(kNameLength)));
+                }
+            }
         }
         ServiceManager::close(scm);
     }

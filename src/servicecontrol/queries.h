@@ -15,13 +15,7 @@ inline constexpr int kTextLength = 255;
 
 // What opening a service and querying its status found: each step's error code (0 when it
 // worked or did not run) and the state.
-struct ServiceQuery {
-    int scmError = 0;
-    int serviceError = 0;
-    int statusError = 0;
-    int state = 0;
-    bool failed() const { return scmError != 0 || serviceError != 0 || statusError != 0; }
-};
+using ServiceQuery = platform::ServiceCheck;
 
 // Opens the manager of computer and the service, queries the status (unless queryStatus is
 // false) and, when every step worked, runs then on the open service; closes both. A manager that
@@ -51,7 +45,8 @@ struct ControlQuery : ServiceQuery {
 ControlQuery control(platform::ServiceManager& services, const QString& computer, const QString& service, bool start);
 
 // A whole listing: the manager's open, the enumeration's size code, the services and, when the
-// enumeration worked, the details of each.
+// enumeration worked, the details of each (only their states when the enumeration gives them as
+// they are: the listing shows nothing of a service's configuration).
 struct Listing {
     int openError = 0;
     int sizeCode = 0;

@@ -1,6 +1,6 @@
-// The monitor against a real D-Bus daemon with a mocked systemd: a unit stopped from outside is
-// found by the next scan, logged, shown in the alert window, beeped about and restarted, and
-// the scan after that finds it running again.
+// The monitor against Debian's own systemd as a user manager on a private bus: a unit stopped
+// from outside is found by the next scan, logged, shown in the alert window, beeped about and
+// restarted, and the scan after that finds it running again.
 #include "joblog/alertwindow.h"
 #include "joblog/logandalerts.h"
 #include "monitoring/checkcycle.h"
@@ -14,10 +14,10 @@ using namespace velmora;
 
 namespace {
 
-const char* kUnits = R"([
- {"name": "web.service", "description": "Web server", "state": "active", "file_state": "enabled"},
- {"name": "cron.service", "description": "Regular background jobs", "state": "active", "file_state": "enabled"}
-])";
+namespace unit = testsupport::unit;
+
+const QMap<QString, QString> kUnits = {{"web.service", unit::running("Web server")},
+                                       {"cron.service", unit::running("Regular background jobs")}};
 
 } // namespace
 
@@ -26,9 +26,9 @@ class TestMonitorSystemd : public QObject {
 private slots:
     void stoppedUnitIsAlertedAndRestarted()
     {
-        if (const QString missing = testsupport::mockBusMissing(); !missing.isEmpty())
+        if (const QString missing = testsupport::RealSystemd::missing(); !missing.isEmpty())
             QSKIP(qPrintable(missing));
-        test::SystemdFixture s(QString::fromUtf8(kUnits));
+        test::SystemdFixture s(kUnits, kUnits.keys());
         QVERIFY2(s.error.isEmpty(), qPrintable(s.error));
         auto& f = s.f;
         auto& systemd = *s.systemd;
@@ -40,8 +40,8 @@ private slots:
         QCOMPARE(f.logLines(), (QStringList{"TESTHOST\tweb.service\tRunning", "TESTHOST\tcron.service\tRunning"}));
 
         // Someone stops the web server.
+        QCOMPARE(s.manager.systemctl({"stop", "web.service"}), 0);
         auto web = systemd.openService(systemd.openManager({}), "web.service");
-        QCOMPARE(systemd.stop(web), 0);
 
         f.sim.clock.advance(60000);
         QCOMPARE(f.logLines().mid(2), (QStringList{"TESTHOST\tweb.service\tStopped", "Alert activated"}));
@@ -68,12 +68,11 @@ private slots:
     // again after the restart and finds it running, so it is neither alerted nor restarted.
     void aRestartThatPullsUpADependencyIsSeenByTheRestOfTheScan()
     {
-        if (const QString missing = testsupport::mockBusMissing(); !missing.isEmpty())
+        if (const QString missing = testsupport::RealSystemd::missing(); !missing.isEmpty())
             QSKIP(qPrintable(missing));
-        test::SystemdFixture s(QStringLiteral(R"([
- {"name": "app.service", "description": "Application", "state": "inactive", "requires": ["db.service"]},
- {"name": "db.service", "description": "Database", "state": "inactive"}
-])"));
+        test::SystemdFixture s({{"app.service", unit::running("Application", "Requires=db.service\nAfter=db.service")},
+                                {"db.service", unit::running("Database")}},
+                               {});
         QVERIFY2(s.error.isEmpty(), qPrintable(s.error));
         auto& f = s.f;
         f.writeFile("Computers", {"TESTHOST"});

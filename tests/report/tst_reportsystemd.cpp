@@ -1,6 +1,6 @@
-// The instant report against a real D-Bus daemon with a mocked systemd: the report lists the
-// monitored units as systemd answers for them, a unit stopped from outside shows up red in the
-// next report scan, and the export holds what the list shows.
+// The instant report against Debian's own systemd as a user manager on a private bus: the
+// report lists the monitored units as systemd answers for them, a unit stopped from outside
+// shows up red in the next report scan, and the export holds what the list shows.
 #include "report/reportwindow.h"
 #include "support/systemdfixture.h"
 
@@ -10,10 +10,8 @@ using namespace velmora;
 
 namespace {
 
-const char* kUnits = R"([
- {"name": "web.service", "description": "Web server", "state": "active", "file_state": "enabled"},
- {"name": "cron.service", "description": "Regular background jobs", "state": "active", "file_state": "enabled"}
-])";
+const QMap<QString, QString> kUnits = {{"web.service", testsupport::unit::running("Web server")},
+                                       {"cron.service", testsupport::unit::running("Regular background jobs")}};
 
 QStringList shown(const report::ReportRows& rows)
 {
@@ -32,12 +30,11 @@ class TestReportSystemd : public QObject {
 private slots:
     void theReportListsWhatSystemdAnswers()
     {
-        if (const QString missing = testsupport::mockBusMissing(); !missing.isEmpty())
+        if (const QString missing = testsupport::RealSystemd::missing(); !missing.isEmpty())
             QSKIP(qPrintable(missing));
-        test::SystemdFixture s(QString::fromUtf8(kUnits));
+        test::SystemdFixture s(kUnits, kUnits.keys());
         QVERIFY2(s.error.isEmpty(), qPrintable(s.error));
         auto& f = s.f;
-        auto& systemd = *s.systemd;
         f.writeFile("Computers", {"TESTHOST"});
         f.writeFile("TESTHOST", {"Web server;web.service;Alert;Restart Service;;;;", "Jobs;cron.service;;;;;;",
                                  "Missing;nosuch.service;;;;;;", "[Properties:]", "[EOF]"});
@@ -53,8 +50,7 @@ private slots:
                  qPrintable(first[2]));
 
         // Someone stops the web server; the next report scan finds it.
-        auto web = systemd.openService(systemd.openManager({}), "web.service");
-        QCOMPARE(systemd.stop(web), 0);
+        QCOMPARE(s.manager.systemctl({"stop", "web.service"}), 0);
         f.sim.clock.advance(5 * 60000);
         QCOMPARE(shown(r.rows()).mid(3, 2),
                  (QStringList{"TESTHOST|web.service|Stopped|red", "TESTHOST|cron.service|Running|green"}));

@@ -1,6 +1,6 @@
-// The service side against a real D-Bus daemon with a mocked systemd whose jobs take their
-// time: a start and a stop return at once, Timer1 shows the pending states with their icons
-// until the unit has arrived, and a start job that fails is told once.
+// The service side against Debian's own systemd as a user manager on a private bus, with units
+// that take their time: a start and a stop return at once, Timer1 shows the pending states
+// with their icons until the unit has arrived, and a start job that fails is told once.
 #include "platform/icons.h"
 #include "servicecontrol/servicecontrol.h"
 #include "support/systemdfixture.h"
@@ -15,20 +15,27 @@ using namespace velmora;
 
 namespace {
 
-const char* kUnits = R"([
- {"name": "slow.service", "description": "Takes its time", "state": "inactive", "start_ms": 1500, "stop_ms": 1500},
- {"name": "broken.service", "description": "Fails to start", "state": "inactive", "start_ms": 1500,
-  "start_result": "failed"},
- {"name": "spool.service", "description": "Print spool", "state": "active"},
- {"name": "spool-cleaner.service", "description": "Spool cleaner", "state": "active", "part_of": ["spool.service"]}
-])";
+namespace unit = testsupport::unit;
 
+const QMap<QString, QString> kUnits = {
+    {"slow.service", unit::slow("Takes its time", 2)},
+    {"broken.service", unit::service("Fails to start", "Type=oneshot\nExecStart=/bin/sh -c 'sleep 2; exit 1'")},
+    {"spool.service", unit::running("Print spool")},
+    {"spool-cleaner.service", unit::running("Spool cleaner", "PartOf=spool.service")}};
+
+// The program with this computer's services listed; with monitored, spool.service is
+// monitored, its scan once a minute.
 struct Bench : test::SystemdFixture {
-    Bench() : SystemdFixture(QString::fromUtf8(kUnits))
+    explicit Bench(bool monitored = false) : SystemdFixture(kUnits, {"spool.service", "spool-cleaner.service"})
     {
         if (!error.isEmpty())
             return;
-        start({"TESTHOST"});
+        if (monitored) {
+            f.writeFile("Computers", {"TESTHOST"});
+            f.writeFile("TESTHOST", {"Print spool;spool.service;;;;;;", "[Properties:]", "[EOF]"});
+            f.writeFile("Interval", {"1"});
+        }
+        start({monitored ? "TESTHOST\tmonitored" : "TESTHOST"});
         f.window->ListView2->setCurrentItem(f.window->findServer("TESTHOST"));
         f.window->selectServer();
         sc().Command2->click();
@@ -65,11 +72,11 @@ class TestControlSystemd : public QObject {
 private slots:
     void startAndStopShowTheirPendingStates()
     {
-        if (const QString missing = testsupport::mockBusMissing(); !missing.isEmpty())
+        if (const QString missing = testsupport::RealSystemd::missing(); !missing.isEmpty())
             QSKIP(qPrintable(missing));
         Bench b;
         QVERIFY2(b.error.isEmpty(), qPrintable(b.error));
-        b.select("Takes its time");
+        b.select("slow.service"); // not loaded: listed by its file name
         QCOMPARE(b.sc().Text4->text(), QStringLiteral("Stopped"));
         b.sc().Command1->click();
         QVERIFY(b.sc().Timer1->isEnabled());
@@ -92,11 +99,11 @@ private slots:
 
     void aStartJobThatFailsIsToldOnce()
     {
-        if (const QString missing = testsupport::mockBusMissing(); !missing.isEmpty())
+        if (const QString missing = testsupport::RealSystemd::missing(); !missing.isEmpty())
             QSKIP(qPrintable(missing));
         Bench b;
         QVERIFY2(b.error.isEmpty(), qPrintable(b.error));
-        b.select("Fails to start");
+        b.select("broken.service");
         b.sc().Command1->click();
         b.tickAfter(0);
         QCOMPARE(b.sc().Text4->text(), QStringLiteral("Being Started"));
@@ -109,7 +116,7 @@ private slots:
 
     void aPartOfUnitIsListedAndHoldsTheStop()
     {
-        if (const QString missing = testsupport::mockBusMissing(); !missing.isEmpty())
+        if (const QString missing = testsupport::RealSystemd::missing(); !missing.isEmpty())
             QSKIP(qPrintable(missing));
         Bench b;
         QVERIFY2(b.error.isEmpty(), qPrintable(b.error));
@@ -119,6 +126,34 @@ private slots:
         b.sc().Command5->click();
         QCOMPARE(b.f.sim.boxes.texts().last(),
                  QStringLiteral("Dependent Services are running ! Dependent Services must be stopped first !"));
+    }
+
+    // The bus goes away: whatever meets it first, a check of the scan or the details of a
+    // service, finds the manager out of reach, in one line or one box.
+    void aBusThatDiedIsAManagerThatCannotBeOpened_data()
+    {
+        QTest::addColumn<bool>("checkFirst");
+        QTest::newRow("a check first") << true;
+        QTest::newRow("the details first") << false;
+    }
+    void aBusThatDiedIsAManagerThatCannotBeOpened()
+    {
+        if (const QString missing = testsupport::RealSystemd::missing(); !missing.isEmpty())
+            QSKIP(qPrintable(missing));
+        QFETCH(bool, checkFirst);
+        Bench b(true);
+        QVERIFY2(b.error.isEmpty(), qPrintable(b.error));
+        QCOMPARE(b.f.logLines(), QStringList{"TESTHOST\tspool.service\tRunning"});
+        b.manager.stopBus();
+        for (bool check : {checkFirst, !checkFirst}) {
+            if (check) {
+                b.f.sim.clock.advance(60000);
+                QCOMPARE(b.f.logLines().last(), "TESTHOST\tspool.service\tOpen Service Manager failed.   Error  1722");
+            } else {
+                b.select("Print spool");
+                QCOMPARE(b.f.sim.boxes.texts(), QStringList{"Open Service Manager failed.   Error  1722"});
+            }
+        }
     }
 };
 

@@ -1,7 +1,9 @@
 #pragma once
 // A private system bus with a mocked systemd on it (tests/support/mockbus.py and
-// systemd_mock.py), for the tests and the benchmarks of the systemd backend. Header-only so that
-// the benchmarks can use it too.
+// systemd_mock.py), for the tests of what Debian's own systemd cannot show here; and an sshd on
+// 127.0.0.1 that bridges to a bus, as a remote computer.
+#include "sourcefolder.h"
+
 #include <QByteArray>
 #include <QCoreApplication>
 #include <QDir>
@@ -17,25 +19,6 @@
 #include <unistd.h>
 
 namespace velmora::testsupport {
-
-// The source folder: $VELMORA_SOURCE_DIR, else the first folder upwards from the working folder
-// or from the program's folder that holds tests/support/mockbus.py.
-inline QString sourceFolder()
-{
-    const QString env = qEnvironmentVariable("VELMORA_SOURCE_DIR");
-    if (!env.isEmpty())
-        return env;
-    for (QString start : {QDir::currentPath(), QCoreApplication::applicationDirPath()}) {
-        QDir dir(start);
-        for (int i = 0; i < 6; ++i) {
-            if (QFileInfo::exists(dir.filePath(QStringLiteral("tests/support/mockbus.py"))))
-                return dir.absolutePath();
-            if (!dir.cdUp())
-                break;
-        }
-    }
-    return QDir::currentPath();
-}
 
 // Why the mock bus cannot run here, or an empty text when it can.
 inline QString mockBusMissing()
@@ -58,26 +41,23 @@ public:
     MockSystemdBus& operator=(const MockSystemdBus&) = delete;
     ~MockSystemdBus() { stop(); }
 
-    // Starts the bus holding the units (a JSON list, see systemd_mock.py) or `generate`
-    // generated units. Returns an error text, empty when the bus runs.
-    QString start(const QString& unitsJson, int generate = 0)
+    // Starts the bus holding the units (a JSON list, see systemd_mock.py). Returns an error
+    // text, empty when the bus runs.
+    QString start(const QString& unitsJson)
     {
-        QStringList args = {QStringLiteral("start"), QStringLiteral("--watch"), QString::number(::getpid())};
-        if (!unitsJson.isEmpty())
-            args << QStringLiteral("--units") << unitsJson;
-        if (generate > 0)
-            args << QStringLiteral("--generate") << QString::number(generate);
-        return launch(args, info_);
+        return launch({QStringLiteral("start"), QStringLiteral("--watch"), QString::number(::getpid()),
+                       QStringLiteral("--units"), unitsJson},
+                      info_);
     }
 
-    // Starts an sshd on 127.0.0.1 whose key runs systemd-stdio-bridge against this bus, with an
-    // ssh control connection to it (SSH_CONTROL). Returns an error text, empty on success.
-    QString startSshd(QMap<QString, QString>& out)
+    // Starts an sshd on 127.0.0.1 whose key runs systemd-stdio-bridge against the bus at
+    // busAddress (this mock's bus when empty), with an ssh control connection to it
+    // (SSH_CONTROL). Returns an error text, empty on success.
+    QString startSshd(QMap<QString, QString>& out, const QString& busAddress = {})
     {
-        const QString error = launch({QStringLiteral("sshd"), QStringLiteral("--address"), address(), QStringLiteral("--watch"),
-                                      QString::number(::getpid())},
-                                     out);
-        return error;
+        return launch({QStringLiteral("sshd"), QStringLiteral("--address"), busAddress.isEmpty() ? address() : busAddress,
+                       QStringLiteral("--watch"), QString::number(::getpid())},
+                      out);
     }
 
     void stop()
@@ -94,9 +74,6 @@ public:
     }
 
     QString address() const { return info_.value(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS")); }
-    pid_t mockPid() const { return pid_t(info_.value(QStringLiteral("MOCK_SYSTEMD_PID")).toLongLong()); }
-    pid_t daemonPid() const { return pid_t(info_.value(QStringLiteral("MOCK_DAEMON_PID")).toLongLong()); }
-    QString folder() const { return info_.value(QStringLiteral("MOCK_DIR")); }
 
     // Calls a method of the mock's control interface, e.g. call("SetAccessDenied", {"b", "true"}).
     // Returns an error text, empty on success.
@@ -119,14 +96,9 @@ public:
     {
         return call(QStringLiteral("SetAccessDenied"), {QStringLiteral("b"), denied ? QStringLiteral("true") : QStringLiteral("false")});
     }
-    QString setUnitState(const QString& unit, const QString& state) const
+    QString setFreezerState(const QString& unit, const QString& state) const
     {
-        return call(QStringLiteral("SetUnitState"), {QStringLiteral("ss"), unit, state});
-    }
-    // Adds (or replaces) units, given as the fleet's JSON list.
-    QString addUnits(const QString& unitsJson) const
-    {
-        return call(QStringLiteral("AddUnits"), {QStringLiteral("s"), unitsJson});
+        return call(QStringLiteral("SetFreezerState"), {QStringLiteral("ss"), unit, state});
     }
     QString setSilentJobs(bool silent) const
     {

@@ -1,15 +1,14 @@
 #!/usr/bin/python3
-'''A private D-Bus system bus with a mocked systemd on it, for the tests, the listing benchmark
-and the demo; optionally an sshd on 127.0.0.1 that bridges to that bus, as a remote computer.
+'''A private D-Bus system bus with a mocked systemd on it, for the tests of what Debian's own
+systemd cannot show here; and an sshd on 127.0.0.1 that bridges to a bus (the mock's, or a real
+manager's), as a remote computer.
 
-  mockbus.py start [--fleet FILE | --generate N] [--units JSON] [--watch PID] [--shell VAR]
+  mockbus.py start [--units JSON] [--watch PID]
       Starts dbus-daemon and the systemd mock (python-dbusmock with systemd_mock.py) under a
       supervisor process that runs on in the background, and prints
         DBUS_SYSTEM_BUS_ADDRESS=...   MOCK_BUS_PID=<supervisor>   MOCK_DAEMON_PID=...
         MOCK_SYSTEMD_PID=...          MOCK_DIR=...
-      one per line; with --shell VAR instead one line for eval:
-        export DBUS_SYSTEM_BUS_ADDRESS='...'; VAR=<supervisor>
-      Ending the supervisor (SIGTERM) ends everything and removes the temporary folder; so does
+      one per line. Ending the supervisor (SIGTERM) ends everything and removes the temporary folder; so does
       the end of the process --watch names, or of the daemon or the mock.
 
   mockbus.py sshd --address ADDR [--watch PID]
@@ -53,27 +52,6 @@ BUS_CONFIG = '''<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Config
 '''
 
 
-def generate_fleet(count):
-    '''A fleet of `count` services for the benchmark: two thirds loaded (half of them running),
-    one third installed unit files that are not loaded.'''
-    file_states = ['enabled', 'disabled', 'static', 'enabled', 'indirect']
-    units = []
-    for i in range(count):
-        name = f'bench-unit-{i:03d}.service'
-        loaded = i % 3 != 2
-        units.append({
-            'name': name,
-            'description': f'Benchmark unit number {i}',
-            'state': 'active' if loaded and i % 2 == 0 else 'inactive',
-            'loaded': loaded,
-            'file_state': file_states[i % len(file_states)],
-            'user': 'bench' if i % 4 == 0 else '',
-            'exec': [f'/usr/lib/bench/unit{i}', '--serve', str(i)],
-            'requires': [f'bench-unit-{i - 1:03d}.service'] if i % 10 == 9 else [],
-        })
-    return {'units': units}
-
-
 def wait_for(condition, timeout, what):
     deadline = time.monotonic() + timeout
     while time.monotonic() < deadline:
@@ -110,13 +88,6 @@ def start_bus(args, folder, children, info):
         raise RuntimeError('dbus-daemon did not start')
 
     params = {}
-    if args.generate:
-        fleet = os.path.join(folder, 'fleet.json')
-        with open(fleet, 'w', encoding='utf-8') as f:
-            json.dump(generate_fleet(args.generate), f)
-        params['fleet'] = fleet
-    elif args.fleet:
-        params['fleet'] = os.path.abspath(args.fleet)
     if args.units:
         params['units'] = args.units
     env = dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS=address)
@@ -285,10 +256,7 @@ def run_supervised(args, setup):
         os._exit(1)
     info['MOCK_BUS_PID'] = os.getpid()
     info['MOCK_DIR'] = folder
-    if args.shell:
-        text = f"export DBUS_SYSTEM_BUS_ADDRESS='{info['DBUS_SYSTEM_BUS_ADDRESS']}'; {args.shell}={os.getpid()}\n"
-    else:
-        text = ''.join(f'{k}={v}\n' for k, v in info.items())
+    text = ''.join(f'{k}={v}\n' for k, v in info.items())
     os.write(write_end, ('OK\n' + text).encode())
     os.close(write_end)
 
@@ -307,8 +275,6 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     sub = parser.add_subparsers(dest='command', required=True)
     start = sub.add_parser('start')
-    start.add_argument('--fleet')
-    start.add_argument('--generate', type=int, default=0)
     start.add_argument('--units')
     start.add_argument('--watch', type=int, default=0)
     start.add_argument('--shell')
@@ -318,7 +284,6 @@ def main():
     args = parser.parse_args()
     if args.command == 'start':
         return run_supervised(args, start_bus)
-    args.shell = None
     return run_supervised(args, start_sshd)
 
 

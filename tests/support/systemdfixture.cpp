@@ -2,21 +2,21 @@
 
 namespace velmora::test {
 
-platform::SystemdServices::Options localSystemdOptions(const testsupport::MockSystemdBus& bus)
+platform::SystemdServices::Options localSystemdOptions(const QString& address)
 {
     platform::SystemdServices::Options options;
-    options.localAddress = bus.address();
+    options.localAddress = address;
     options.localName = QStringLiteral("testhost");
     options.controlPath = [](const QString&) { return QString(); };
     return options;
 }
 
-SystemdFixture::SystemdFixture(const QString& unitsJson)
+SystemdFixture::SystemdFixture(const QMap<QString, QString>& units, const QStringList& enabled)
 {
-    error = bus.start(unitsJson);
+    error = manager.start(units, enabled);
     if (!error.isEmpty())
         return;
-    systemd = std::make_unique<platform::SystemdServices>(localSystemdOptions(bus));
+    systemd = std::make_unique<platform::SystemdServices>(localSystemdOptions(manager.address()));
     f.sim.system.computer_name = "testhost";
     f.sim.icmp.addComputer("TESTHOST", "127.0.0.1", 0);
 }

@@ -34,8 +34,6 @@ constexpr const char* kService = "org.freedesktop.systemd1.Service";
 constexpr const char* kJob = "org.freedesktop.systemd1.Job";
 constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
 constexpr const char* kUnitPathPrefix = "/org/freedesktop/systemd1/unit";
-// How long the properties read by opening a service stand for its status (see takeOpened()).
-constexpr uint64_t kOpenedFreshUsec = 250000;
 
 uint64_t nowUsec()
 {
@@ -78,7 +76,10 @@ std::string escapeAddressValue(const std::string& value)
 
 // ---- states ----
 
-int stateOf(const std::string& active, const std::string& freezer)
+// The state of a unit by its active state, its freezer state and the job queued for it, if any:
+// a start or stop that is queued but has not begun counts as begun, as the classic manager
+// reports a service start-pending as soon as it accepted the start.
+int stateOf(const std::string& active, const std::string& freezer, const std::string& job = {})
 {
     if (freezer == "frozen")
         return svcstate::paused;
@@ -87,13 +88,13 @@ int stateOf(const std::string& active, const std::string& freezer)
     if (freezer == "thawing")
         return svcstate::continuePending;
     if (active == "active" || active == "reloading" || active == "refreshing")
-        return svcstate::running;
+        return job == "stop" ? svcstate::stopPending : svcstate::running;
     if (active == "activating")
         return svcstate::startPending;
     if (active == "deactivating")
         return svcstate::stopPending;
     // inactive, failed, maintenance (cleaning up after a stop) and anything unknown.
-    return svcstate::stopped;
+    return job == "start" ? svcstate::startPending : svcstate::stopped;
 }
 
 int startTypeOf(const std::string& unitFileState)
@@ -139,6 +140,16 @@ Call* getAll(std::vector<std::unique_ptr<Call>>& calls, const std::string& path,
 {
     calls.push_back(std::make_unique<Call>(path, kProperties, "GetAll",
                                            [iface](sd_bus_message* m) { return sd_bus_message_append(m, "s", iface); }));
+    return calls.back().get();
+}
+
+// One property, read on its own: far cheaper for systemd than all of them, some of which it
+// computes (cgroup counters) for every read.
+Call* get(std::vector<std::unique_ptr<Call>>& calls, const std::string& path, const char* iface, const char* property)
+{
+    calls.push_back(std::make_unique<Call>(path, kProperties, "Get", [iface, property](sd_bus_message* m) {
+        return sd_bus_message_append(m, "ss", iface, property);
+    }));
     return calls.back().get();
 }
 
@@ -301,7 +312,43 @@ int readExecStart(sd_bus_message* m, Props& out)
     return sd_bus_message_exit_container(m);
 }
 
-// Reads the a{sv} of Properties.GetAll: texts, text lists, flags and the first ExecStart.
+// Reads the variant of the property `key` into out: a text, a text list, a flag or the first
+// ExecStart; other values are skipped.
+int readValue(sd_bus_message* m, const std::string& key, Props& out)
+{
+    const char* contents = nullptr;
+    int r = sd_bus_message_peek_type(m, nullptr, &contents);
+    if (r < 0)
+        return r;
+    const std::string sig(contents ? contents : "");
+    if (sig == "s" || sig == "o") {
+        const char* v = nullptr;
+        if ((r = sd_bus_message_read(m, "v", sig.c_str(), &v)) < 0)
+            return r;
+        out.text[key] = v ? v : "";
+    } else if (sig == "b") {
+        int v = 0;
+        if ((r = sd_bus_message_read(m, "v", "b", &v)) < 0)
+            return r;
+        out.flag[key] = v != 0;
+    } else if (sig == "as") {
+        if ((r = sd_bus_message_enter_container(m, 'v', "as")) < 0)
+            return r;
+        std::vector<std::string> v;
+        if ((r = readStrv(m, v)) < 0 || (r = sd_bus_message_exit_container(m)) < 0)
+            return r;
+        out.list[key] = std::move(v);
+    } else if (key == "ExecStart" && sig == "a(sasbttttuii)") {
+        if ((r = sd_bus_message_enter_container(m, 'v', contents)) < 0 || (r = readExecStart(m, out)) < 0
+            || (r = sd_bus_message_exit_container(m)) < 0)
+            return r;
+    } else {
+        return sd_bus_message_skip(m, "v");
+    }
+    return 0;
+}
+
+// Reads the a{sv} of Properties.GetAll.
 int readProps(sd_bus_message* m, Props& out)
 {
     int r = sd_bus_message_enter_container(m, 'a', "{sv}");
@@ -309,38 +356,8 @@ int readProps(sd_bus_message* m, Props& out)
         return r;
     while ((r = sd_bus_message_enter_container(m, 'e', "sv")) > 0) {
         const char* name = nullptr;
-        if ((r = sd_bus_message_read(m, "s", &name)) < 0)
-            return r;
-        const std::string key(name);
-        const char* contents = nullptr;
-        if ((r = sd_bus_message_peek_type(m, nullptr, &contents)) < 0)
-            return r;
-        const std::string sig(contents ? contents : "");
-        if (sig == "s" || sig == "o") {
-            const char* v = nullptr;
-            if ((r = sd_bus_message_read(m, "v", sig.c_str(), &v)) < 0)
-                return r;
-            out.text[key] = v ? v : "";
-        } else if (sig == "b") {
-            int v = 0;
-            if ((r = sd_bus_message_read(m, "v", "b", &v)) < 0)
-                return r;
-            out.flag[key] = v != 0;
-        } else if (sig == "as") {
-            if ((r = sd_bus_message_enter_container(m, 'v', "as")) < 0)
-                return r;
-            std::vector<std::string> v;
-            if ((r = readStrv(m, v)) < 0 || (r = sd_bus_message_exit_container(m)) < 0)
-                return r;
-            out.list[key] = std::move(v);
-        } else if (key == "ExecStart" && sig == "a(sasbttttuii)") {
-            if ((r = sd_bus_message_enter_container(m, 'v', contents)) < 0 || (r = readExecStart(m, out)) < 0
-                || (r = sd_bus_message_exit_container(m)) < 0)
-                return r;
-        } else if ((r = sd_bus_message_skip(m, "v")) < 0) {
-            return r;
-        }
-        if ((r = sd_bus_message_exit_container(m)) < 0)
+        if ((r = sd_bus_message_read(m, "s", &name)) < 0 || (r = readValue(m, name, out)) < 0
+            || (r = sd_bus_message_exit_container(m)) < 0)
             return r;
     }
     if (r < 0)
@@ -349,7 +366,7 @@ int readProps(sd_bus_message* m, Props& out)
 }
 
 struct UnitRow {
-    std::string name, description, load, active;
+    std::string name, description, load, active, path, job;
 };
 
 int readUnitList(sd_bus_message* m, std::vector<UnitRow>& out)
@@ -366,7 +383,7 @@ int readUnitList(sd_bus_message* m, std::vector<UnitRow>& out)
             return r;
         if (r == 0)
             break;
-        out.push_back({name, desc, load, active});
+        out.push_back({name, desc, load, active, path, jobType});
     }
     return sd_bus_message_exit_container(m);
 }
@@ -463,28 +480,10 @@ struct SystemdServices::Connection {
     sd_bus_slot* jobMatch = nullptr;
     unsigned generation = 0;
     bool subscribed = false;
+    int canFreeze = -1; // whether this manager can pause (freeze) a unit; -1: not asked yet
     const std::atomic<bool>* stopping = nullptr; // the backend is going away
     std::map<std::string, std::string> finishedJobs; // job path -> result
     std::map<std::string, PendingJob> unitJobs;       // unit -> the last start or stop asked for
-
-    // What the last enumeration found out about each service, for the detail queries that
-    // follow it right away (see reuseListingMs). The unit properties taken from the listing are
-    // complete once the unit file state is known too; the service properties are fetched for
-    // all services at once on the first configuration query.
-    struct Known {
-        Props unit;
-        Props service;
-        bool unitComplete = false;
-        bool serviceRead = false;
-    };
-    std::map<std::string, Known> known;
-    uint64_t knownUntil = 0;
-    // The unit properties the last openService() read, handed to the status query that follows
-    // it right away (opening and querying a service is one step of a check), so that a check
-    // costs one round trip. Taken at most once; a start or stop drops it.
-    std::string openedName;
-    Props openedUnit;
-    uint64_t openedUntil = 0;
 
     ~Connection() { drop(); }
     void drop()
@@ -493,30 +492,9 @@ struct SystemdServices::Connection {
         if (bus)
             bus = sd_bus_close_unref(bus);
         subscribed = false;
+        canFreeze = -1;
         finishedJobs.clear();
         unitJobs.clear();
-        forget();
-    }
-    void forget()
-    {
-        known.clear();
-        knownUntil = 0;
-        openedUntil = 0;
-    }
-    // The properties openService() just read for name, once.
-    std::optional<Props> takeOpened(const std::string& name)
-    {
-        if (openedUntil == 0 || name != openedName || nowUsec() >= openedUntil)
-            return std::nullopt;
-        openedUntil = 0;
-        return std::move(openedUnit);
-    }
-    const Known* recent(const std::string& name) const
-    {
-        if (nowUsec() >= knownUntil)
-            return nullptr;
-        auto it = known.find(name);
-        return it == known.end() ? nullptr : &it->second;
     }
     bool open() const { return bus && sd_bus_is_open(bus) > 0; }
 
@@ -689,8 +667,15 @@ int SystemdServices::connect(Connection& c, const QString& computer)
 
 int SystemdServices::ensureConnected(Connection& c, const QString& computer)
 {
-    if (c.open())
-        return svcerror::ok;
+    // A bus that went away since the last call shows as soon as what is waiting on the
+    // connection is read: its end, or signals that came in meanwhile.
+    if (c.open()) {
+        int r;
+        while ((r = sd_bus_process(c.bus, nullptr)) > 0) {
+        }
+        if (r >= 0 && c.open())
+            return svcerror::ok;
+    }
     c.drop();
     return connect(c, computer);
 }
@@ -737,6 +722,135 @@ bool notFound(const Props& unit) { return unit.get("LoadState") == "not-found"; 
 
 int unitState(const Props& unit) { return stateOf(unit.get("ActiveState"), unit.get("FreezerState")); }
 
+// The status of one unit: its load state and the state of a service.
+struct UnitStatus {
+    int error = svcerror::ok;
+    std::string load;
+    int state = 0;
+};
+
+// Whether a unit in this active state can be frozen or thawing, so that its freezer state
+// matters.
+bool mayBeFrozen(const std::string& active) { return active != "inactive" && active != "failed"; }
+
+// The freezer states of the units at these paths, all asked at once; out[i] is empty where
+// systemd did not tell. A manager that cannot pause units (no cgroup v2 freezer, or before
+// systemd 246) has none paused: it is asked once whether it can, and then the units are not.
+template <typename Conn>
+int readFreezerStates(Conn& c, const std::vector<std::string>& paths, uint64_t timeout, std::vector<std::string>& out)
+{
+    out.assign(paths.size(), {});
+    if (paths.empty())
+        return svcerror::ok;
+    if (c.canFreeze < 0) {
+        std::vector<std::unique_ptr<Call>> probe;
+        get(probe, paths.front(), kUnit, "CanFreeze");
+        if (const int code = connectionCode(c, runCalls(c, probe, timeout)))
+            return code;
+        Props p;
+        if (!probe.front()->failed())
+            readValue(probe.front()->reply, "CanFreeze", p);
+        c.canFreeze = p.flag.count("CanFreeze") && p.flag.at("CanFreeze") ? 1 : 0;
+    }
+    if (!c.canFreeze)
+        return svcerror::ok;
+    std::vector<std::unique_ptr<Call>> calls;
+    for (const auto& path : paths)
+        get(calls, path, kUnit, "FreezerState");
+    if (const int code = connectionCode(c, runCalls(c, calls, timeout)))
+        return code;
+    for (size_t i = 0; i < paths.size(); ++i) {
+        Props p;
+        if (!calls[i]->failed())
+            readValue(calls[i]->reply, "FreezerState", p);
+        out[i] = p.get("FreezerState");
+    }
+    return svcerror::ok;
+}
+
+// The load and active states of the units, and the freezer state of those that run: one
+// ListUnitsByNames call for all, then the freezer state of each running unit, these calls all
+// sent at once. A manager without ListUnitsByNames (before systemd 227) is asked unit by unit.
+// Returns 0, or the code of a connection that failed; each unit's own failure is in out.
+template <typename Conn>
+int readStatuses(Conn& c, const std::vector<std::string>& units, uint64_t timeout, std::vector<UnitStatus>& out)
+{
+    out.assign(units.size(), {});
+    if (units.empty())
+        return svcerror::ok;
+    std::vector<UnitRow> rows;
+    Call byNames(kManagerPath, kManager, "ListUnitsByNames", [&units](sd_bus_message* m) {
+        std::vector<const char*> names;
+        for (const auto& u : units)
+            names.push_back(u.c_str());
+        names.push_back(nullptr);
+        return sd_bus_message_append_strv(m, const_cast<char**>(names.data()));
+    });
+    if (const int code = connectionCode(c, runCalls(c, std::vector<Call*>{&byNames}, timeout)))
+        return code;
+    // Names systemd finds invalid are left out of the answer; then the rows no longer match
+    // the names one for one, and each unit is asked on its own.
+    const bool listed = !byNames.failed() && readUnitList(byNames.reply, rows) >= 0 && rows.size() == units.size();
+    std::vector<std::string> active(units.size()), paths(units.size()), jobs(units.size());
+    if (listed) {
+        for (size_t i = 0; i < units.size(); ++i) {
+            out[i].load = rows[i].load;
+            active[i] = rows[i].active;
+            paths[i] = rows[i].path;
+            jobs[i] = rows[i].job;
+        }
+    } else {
+        std::vector<std::unique_ptr<Call>> calls;
+        for (size_t i = 0; i < units.size(); ++i) {
+            paths[i] = unitPath(units[i]);
+            get(calls, paths[i], kUnit, "LoadState");
+            get(calls, paths[i], kUnit, "ActiveState");
+        }
+        if (const int code = connectionCode(c, runCalls(c, calls, timeout)))
+            return code;
+        for (size_t i = 0; i < units.size(); ++i) {
+            Props p;
+            for (size_t k : {2 * i, 2 * i + 1}) {
+                if (calls[k]->failed()) {
+                    out[i].error = unitCallCode(c, *calls[k]);
+                    break;
+                }
+                readValue(calls[k]->reply, k % 2 ? "ActiveState" : "LoadState", p);
+            }
+            out[i].load = p.get("LoadState");
+            active[i] = p.get("ActiveState");
+        }
+    }
+    std::vector<std::string> frozenPaths, frozen;
+    std::vector<size_t> frozenAt;
+    for (size_t i = 0; i < units.size(); ++i) {
+        if (out[i].error == svcerror::ok && out[i].load == "not-found")
+            out[i].error = svcerror::noSuchService;
+        if (out[i].error == svcerror::ok && mayBeFrozen(active[i])) {
+            frozenPaths.push_back(paths[i]);
+            frozenAt.push_back(i);
+        }
+    }
+    if (const int code = readFreezerStates(c, frozenPaths, timeout, frozen))
+        return code;
+    std::vector<std::string> freezerState(units.size());
+    for (size_t k = 0; k < frozenAt.size(); ++k)
+        freezerState[frozenAt[k]] = frozen[k];
+    for (size_t i = 0; i < units.size(); ++i)
+        if (out[i].error == svcerror::ok)
+            out[i].state = stateOf(active[i], freezerState[i], jobs[i]);
+    return svcerror::ok;
+}
+
+template <typename Conn>
+UnitStatus readStatus(Conn& c, const std::string& unit, uint64_t timeout)
+{
+    std::vector<UnitStatus> out;
+    if (const int code = readStatuses(c, {unit}, timeout, out))
+        return {code, {}, 0};
+    return out.front();
+}
+
 } // namespace
 
 ServiceHandle SystemdServices::openService(const ScmHandle& scm, const QString& service)
@@ -752,24 +866,17 @@ ServiceHandle SystemdServices::openService(const ScmHandle& scm, const QString& 
     std::lock_guard lock(c->m);
     if ((h.error = ensureConnected(*c, scm.computer)) != svcerror::ok)
         return h;
-    if (c->recent(utf8(h.name)))
-        return h;
     std::vector<std::unique_ptr<Call>> calls;
-    Call* unit = getAll(calls, unitPath(utf8(h.name)), kUnit);
+    Call* load = get(calls, unitPath(utf8(h.name)), kUnit, "LoadState");
     if ((h.error = connectionCode(*c, runCalls(*c, calls, msToUsec(options_.callTimeoutMs)))) != svcerror::ok)
         return h;
-    if (unit->failed()) {
-        h.error = unitCallCode(*c, *unit);
+    if (load->failed()) {
+        h.error = unitCallCode(*c, *load);
         return h;
     }
     Props props;
-    readProps(unit->reply, props);
+    readValue(load->reply, "LoadState", props);
     h.error = notFound(props) ? svcerror::noSuchService : svcerror::ok;
-    if (h.error == svcerror::ok) {
-        c->openedName = utf8(h.name);
-        c->openedUnit = std::move(props);
-        c->openedUntil = nowUsec() + kOpenedFreshUsec;
-    }
     return h;
 }
 
@@ -782,22 +889,43 @@ StatusResult SystemdServices::queryStatus(const ServiceHandle& service)
     std::lock_guard lock(c->m);
     if (const int code = ensureConnected(*c, service.computer))
         return {code, 0};
-    if (const auto* known = c->recent(utf8(service.name)))
-        return {svcerror::ok, unitState(known->unit)};
-    if (const auto opened = c->takeOpened(utf8(service.name)))
-        return {svcerror::ok, unitState(*opened)};
-    std::vector<std::unique_ptr<Call>> calls;
-    Call* unit = getAll(calls, unitPath(utf8(service.name)), kUnit);
-    if (const int code = connectionCode(*c, runCalls(*c, calls, msToUsec(options_.callTimeoutMs))))
-        return {code, 0};
-    if (unit->failed())
-        return {unitCallCode(*c, *unit), 0};
-    Props props;
-    readProps(unit->reply, props);
-    if (notFound(props))
-        return {svcerror::noSuchService, 0};
-    return {svcerror::ok, unitState(props)};
+    const UnitStatus status = readStatus(*c, utf8(service.name), msToUsec(options_.callTimeoutMs));
+    return {status.error, status.state};
 }
+
+std::vector<ServiceCheck> SystemdServices::checkServices(const QString& computer, const QStringList& services)
+{
+    const Running running(running_);
+    std::vector<ServiceCheck> out(size_t(services.size()));
+    auto c = connection(computer);
+    std::lock_guard lock(c->m);
+    if (const int code = ensureConnected(*c, computer)) {
+        for (ServiceCheck& check : out)
+            check.scmError = code;
+        return out;
+    }
+    std::vector<std::string> units;
+    std::vector<size_t> at;
+    for (qsizetype i = 0; i < services.size(); ++i) {
+        if (services[i].isEmpty()) {
+            out[size_t(i)].serviceError = svcerror::noSuchService;
+            continue;
+        }
+        units.push_back(utf8(unitName(services[i])));
+        at.push_back(size_t(i));
+    }
+    std::vector<UnitStatus> statuses;
+    const int code = readStatuses(*c, units, msToUsec(options_.callTimeoutMs), statuses);
+    for (size_t k = 0; k < at.size(); ++k) {
+        // What fails here is what opening the service would have met first.
+        ServiceCheck& check = out[at[k]];
+        check.serviceError = code != svcerror::ok ? code : statuses[k].error;
+        check.state = check.serviceError == svcerror::ok ? statuses[k].state : 0;
+    }
+    return out;
+}
+
+bool SystemdServices::enumerationHasStates(const QString&) const { return true; }
 
 namespace {
 
@@ -833,46 +961,6 @@ bool serviceReadFatal(const Call& svc)
     return code == svcerror::accessDenied || code == svcerror::requestTimeout || code == svcerror::unavailable;
 }
 
-// Fetches, in one go, what the services of the last enumeration still lack for their
-// configuration: a listing followed by the details of each of its services then costs a few
-// round trips instead of one per service.
-template <typename Conn>
-int completeKnown(Conn& c, uint64_t timeout)
-{
-    using Known = typename decltype(c.known)::mapped_type;
-    std::vector<std::unique_ptr<Call>> calls;
-    std::vector<std::pair<Known*, bool>> targets; // the entry, and whether the call reads its unit
-    for (auto& [name, k] : c.known) {
-        const std::string path = unitPath(name);
-        if (!k.serviceRead) {
-            getAll(calls, path, kService);
-            targets.push_back({&k, false});
-        }
-        if (!k.unitComplete) {
-            getAll(calls, path, kUnit);
-            targets.push_back({&k, true});
-        }
-    }
-    if (const int code = connectionCode(c, runCalls(c, calls, timeout)))
-        return code;
-    for (size_t i = 0; i < calls.size(); ++i) {
-        Known& k = *targets[i].first;
-        if (targets[i].second) {
-            if (!calls[i]->failed()) {
-                k.unit = Props();
-                readProps(calls[i]->reply, k.unit);
-                k.unitComplete = true;
-            }
-        } else if (!calls[i]->failed()) {
-            readProps(calls[i]->reply, k.service);
-            k.serviceRead = true;
-        } else if (!serviceReadFatal(*calls[i])) {
-            k.serviceRead = true; // not a service: no account, no program
-        }
-    }
-    return svcerror::ok;
-}
-
 } // namespace
 
 ConfigResult SystemdServices::queryConfig(const ServiceHandle& service)
@@ -888,42 +976,39 @@ ConfigResult SystemdServices::queryConfig(const ServiceHandle& service)
     if ((out.error = ensureConnected(*c, service.computer)) != svcerror::ok)
         return out;
     const std::string name = utf8(service.name);
-    const uint64_t timeout = msToUsec(options_.callTimeoutMs);
-    if (const auto* known = c->recent(name)) {
-        if (!known->serviceRead || !known->unitComplete) {
-            if ((out.error = completeKnown(*c, timeout)) != svcerror::ok)
-                return out;
-            known = c->recent(name);
-        }
-        if (known && known->serviceRead && known->unitComplete && !notFound(known->unit)) {
-            out.config = configOf(name, known->unit, known->service);
+    const std::string path = unitPath(name);
+    // Only what the details show, each property on its own.
+    static const char* const unitProperties[] = {"LoadState", "UnitFileState", "Description"};
+    static const char* const serviceProperties[] = {"User", "DynamicUser", "ExecStart"};
+    std::vector<std::unique_ptr<Call>> calls;
+    for (const char* p : unitProperties)
+        get(calls, path, kUnit, p);
+    for (const char* p : serviceProperties)
+        get(calls, path, kService, p);
+    if ((out.error = connectionCode(*c, runCalls(*c, calls, msToUsec(options_.callTimeoutMs)))) != svcerror::ok)
+        return out;
+    Props unit, exec;
+    const size_t nUnit = std::size(unitProperties);
+    for (size_t i = 0; i < calls.size(); ++i) {
+        const Call& call = *calls[i];
+        const bool ofUnit = i < nUnit;
+        const char* property = ofUnit ? unitProperties[i] : serviceProperties[i - nUnit];
+        if (!call.failed()) {
+            readValue(call.reply, property, ofUnit ? unit : exec);
+        } else if (ofUnit) {
+            out.error = unitCallCode(*c, call);
+            return out;
+        } else if (serviceReadFatal(call)) {
+            // Not a service (a socket, say) is no failure: it has no account and no program.
+            out.error = codeOf(call);
             return out;
         }
     }
-    const std::string path = unitPath(name);
-    std::vector<std::unique_ptr<Call>> calls;
-    Call* unit = getAll(calls, path, kUnit);
-    Call* svc = getAll(calls, path, kService);
-    if ((out.error = connectionCode(*c, runCalls(*c, calls, timeout))) != svcerror::ok)
-        return out;
-    if (unit->failed()) {
-        out.error = unitCallCode(*c, *unit);
-        return out;
-    }
-    Props props;
-    readProps(unit->reply, props);
-    if (notFound(props)) {
+    if (notFound(unit)) {
         out.error = svcerror::noSuchService;
         return out;
     }
-    Props exec;
-    if (!svc->failed()) {
-        readProps(svc->reply, exec);
-    } else if (serviceReadFatal(*svc)) {
-        out.error = codeOf(*svc);
-        return out;
-    }
-    out.config = configOf(name, props, exec);
+    out.config = configOf(name, unit, exec);
     return out;
 }
 
@@ -978,44 +1063,45 @@ EnumResult SystemdServices::enumerateServices(const ScmHandle& scm, int stateFil
         out.error = svcerror::callFailed;
         return out;
     }
-    c->forget();
     std::set<std::string> loaded;
+    // A unit that runs may be frozen (paused) or on its way in or out of that, which the unit
+    // list does not tell: its freezer state is read, for all of them at once.
+    std::vector<std::string> frozenPaths, frozen;
+    std::vector<std::pair<size_t, const UnitRow*>> frozenAt; // the entry, and its row
     for (const UnitRow& u : units) {
         if (!endsWith(u.name, ".service"))
             continue;
-        const int state = stateOf(u.active, "");
+        const int state = stateOf(u.active, "", u.job);
         // A unit that is only referenced, without a file, is no installed service.
         if (u.load == "not-found" && state == svcstate::stopped)
             continue;
         loaded.insert(u.name);
         if (inFilter(state, stateFilter)) {
+            if (mayBeFrozen(u.active)) {
+                frozenPaths.push_back(u.path);
+                frozenAt.emplace_back(out.services.size(), &u);
+            }
             out.services.push_back({qstr(u.name.c_str()), displayNameOf(u.description, u.name), state});
-            Props& p = c->known[u.name].unit;
-            p.text["Description"] = u.description;
-            p.text["LoadState"] = u.load;
-            p.text["ActiveState"] = u.active;
         }
+    }
+    if ((out.error = readFreezerStates(*c, frozenPaths, timeout, frozen)) != svcerror::ok) {
+        out.services.clear();
+        return out;
+    }
+    for (size_t k = 0; k < frozenAt.size(); ++k) {
+        const UnitRow& row = *frozenAt[k].second;
+        out.services[frozenAt[k].first].state = stateOf(row.active, frozen[k], row.job);
     }
     if (withFiles) {
         for (const auto& [name, fileState] : files) {
-            if (auto it = c->known.find(name); it != c->known.end()) {
-                it->second.unit.text["UnitFileState"] = fileState;
-                it->second.unitComplete = true;
-            }
             // Templates cannot run by themselves, and an alias is listed under its unit's name.
             if (!endsWith(name, ".service") || endsWith(name, "@.service") || fileState == "alias" || loaded.count(name))
                 continue;
             loaded.insert(name);
-            if (inFilter(svcstate::stopped, stateFilter)) {
+            if (inFilter(svcstate::stopped, stateFilter))
                 out.services.push_back({qstr(name.c_str()), qstr(name.c_str()), svcstate::stopped});
-                // Not loaded: its description is only known once it is read.
-                Props& p = c->known[name].unit;
-                p.text["LoadState"] = fileState == "masked" ? "masked" : "loaded";
-                p.text["ActiveState"] = "inactive";
-            }
         }
     }
-    c->knownUntil = options_.reuseListingMs > 0 ? nowUsec() + msToUsec(options_.reuseListingMs) : 0;
     std::sort(out.services.begin(), out.services.end(), [](const ServiceEntry& a, const ServiceEntry& b) {
         return a.name.compare(b.name, Qt::CaseInsensitive) < 0;
     });
@@ -1145,6 +1231,19 @@ EnumResult SystemdServices::enumerateDependents(const ServiceHandle& service, in
 
 namespace {
 
+// Asks systemd, once per connection, to announce the end of every job (JobRemoved), so that
+// the end of the jobs this program asks for is seen.
+int subscribe(SystemdServices::Connection& c, uint64_t timeout)
+{
+    if (c.subscribed)
+        return svcerror::ok;
+    Call call(kManagerPath, kManager, "Subscribe");
+    if (const int code = connectionCode(c, runCalls(c, std::vector<Call*>{&call}, timeout)))
+        return code;
+    c.subscribed = true;
+    return svcerror::ok;
+}
+
 // What became of a job this program asked for: 997 while it runs, else 0 or the code of its
 // failure. The end normally arrives as systemd's JobRemoved signal; when that was lost, a job
 // that no longer exists has ended and the unit's state tells how. Never waits for the job.
@@ -1175,15 +1274,10 @@ int jobOutcome(SystemdServices::Connection& c, const SystemdServices::PendingJob
     if (!state.errorIs("org.freedesktop.DBus.Error.UnknownObject") && !state.errorIs("org.freedesktop.systemd1.NoSuchJob")
         && !state.errorIs("org.freedesktop.DBus.Error.UnknownMethod"))
         return codeOf(state);
-    std::vector<std::unique_ptr<Call>> calls;
-    Call* u = getAll(calls, unitPath(job.unit), kUnit);
-    if (const int code = connectionCode(c, runCalls(c, calls, callTimeout)))
-        return code;
-    if (u->failed())
-        return codeOf(*u);
-    Props p;
-    readProps(u->reply, p);
-    const int s = unitState(p);
+    const UnitStatus status = readStatus(c, job.unit, callTimeout);
+    if (status.error)
+        return status.error;
+    const int s = status.state;
     if (job.starting)
         return s == svcstate::stopped ? svcerror::startFailed : svcerror::ok;
     return s == svcstate::stopped ? svcerror::ok : svcerror::startFailed;
@@ -1200,26 +1294,16 @@ int SystemdServices::start(const ServiceHandle& service)
     std::unique_lock lock(c->m);
     if (const int code = ensureConnected(*c, service.computer))
         return code;
-    c->forget();
     const uint64_t timeout = msToUsec(options_.callTimeoutMs);
     const std::string name = utf8(service.name);
-    const std::string path = unitPath(name);
-    std::vector<std::unique_ptr<Call>> calls;
-    Call* unit = getAll(calls, path, kUnit);
-    if (!c->subscribed)
-        calls.push_back(std::make_unique<Call>(kManagerPath, kManager, "Subscribe"));
-    if (const int code = connectionCode(*c, runCalls(*c, calls, timeout)))
+    if (const int code = subscribe(*c, timeout))
         return code;
-    c->subscribed = true;
-    if (unit->failed())
-        return unitCallCode(*c, *unit);
-    Props props;
-    readProps(unit->reply, props);
-    if (notFound(props))
-        return svcerror::noSuchService;
-    if (props.get("LoadState") == "masked")
+    const UnitStatus status = readStatus(*c, name, timeout);
+    if (status.error)
+        return status.error;
+    if (status.load == "masked")
         return svcerror::serviceDisabled;
-    if (unitState(props) != svcstate::stopped)
+    if (status.state != svcstate::stopped)
         return svcerror::alreadyRunning;
 
     Call job(kManagerPath, kManager, "StartUnit",
@@ -1245,15 +1329,10 @@ int SystemdServices::stop(const ServiceHandle& service)
     std::unique_lock lock(c->m);
     if (const int code = ensureConnected(*c, service.computer))
         return code;
-    c->forget();
     const uint64_t timeout = msToUsec(options_.callTimeoutMs);
     const std::string name = utf8(service.name);
-    if (!c->subscribed) {
-        Call subscribe(kManagerPath, kManager, "Subscribe");
-        if (const int code = connectionCode(*c, runCalls(*c, std::vector<Call*>{&subscribe}, timeout)))
-            return code;
-        c->subscribed = true;
-    }
+    if (const int code = subscribe(*c, timeout))
+        return code;
     // systemd would stop the units that require this one along with it; the classic manager
     // refuses instead, and the user stops them one by one, in the order the dependents list shows.
     std::map<std::string, DependentNode> nodes;

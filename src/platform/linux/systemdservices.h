@@ -24,12 +24,6 @@ public:
         int callTimeoutMs = 10000;
         // Connecting, logging in through ssh included.
         int connectTimeoutMs = 15000;
-        // For this long after an enumeration, opening a service it listed, its status and its
-        // configuration are answered from what the enumeration fetched (the configurations of
-        // all its services in one go), so that a listing followed by the details of every
-        // service costs a few round trips rather than three per service. A start or stop
-        // ends it at once. 0: always ask.
-        int reuseListingMs = 2000;
         // The local bus; empty: $DBUS_SYSTEM_BUS_ADDRESS, else the standard system bus socket.
         QString localAddress;
         // This computer's name; empty: the host name.
@@ -54,6 +48,11 @@ public:
     int start(const ServiceHandle& service) override;
     int stop(const ServiceHandle& service) override;
     int jobResult(const ServiceHandle& service) override;
+    // The checks of one computer go out together on its one connection: the load and active
+    // states of all the units in one call, then the freezer state of each one that runs.
+    std::vector<ServiceCheck> checkServices(const QString& computer, const QStringList& services) override;
+    // The unit list gives the states, the freezer state read along for the units that run.
+    bool enumerationHasStates(const QString& computer) const override;
     void disconnect(const QString& computer) override;
 
     // The unit name for a service name: a name without a unit type suffix gets ".service".
