@@ -338,6 +338,8 @@ private slots:
         const ScmHandle scm = sm.openManager({});
         QCOMPARE(scm.error, 0);
         const QStringList before = ownBusConnections();
+        if (before.isEmpty())
+            QSKIP("the bus daemon does not tell which process a connection belongs to here");
         QCOMPARE(before.size(), 1);
         for (const QString& name : {QStringLiteral("TESTHOST"), QStringLiteral("testhost"), QString(), QStringLiteral("OTHERHOST")}) {
             sm.disconnect(name);
