@@ -122,9 +122,7 @@ bool measure(int units)
         return false;
     }
     const auto figure = [units](const char* name, double value, const char* format = "%.1f") {
-        std::printf("%s_%d: ", name, units);
-        std::printf(format, value);
-        std::printf("\n");
+        printFigure(name, units, value, format);
     };
     figure("scan_ms", median(scanMs));
     figure("max_stall_ms", double(maxStall), "%.0f");
@@ -137,7 +135,6 @@ bool measure(int units)
     figure("systemctl_ms", median(systemctlMs));
     figure("scan_vs_systemctl", median(ratio), "%.2f");
     figure("manager_cpu_per_systemctl_unit_us", median(cpuPerUnit));
-    std::fflush(stdout);
     return true;
 }
 
@@ -146,13 +143,5 @@ bool measure(int units)
 int main(int argc, char** argv)
 {
     QApplication app(argc, argv);
-    if (const QString missing = testsupport::RealSystemd::missing(); !missing.isEmpty()) {
-        std::printf("error: %s\n", qPrintable(missing));
-        return 1;
-    }
-    bool ok = true;
-    for (int units : {300, 1000})
-        ok = measure(units) && ok;
-    std::printf("load_average: %s\n", qPrintable(loadAverage()));
-    return ok ? 0 : 1;
+    return measureEachSize(measure);
 }

@@ -67,12 +67,11 @@ bool measure(int units)
         }
         systemctl.push_back(a.ms + b.ms);
     }
-    std::printf("listed_%d: %zu\n", units, listed);
-    std::printf("velmora_ms_%d: %.1f\n", units, median(listing));
-    std::printf("systemctl_ms_%d: %.1f\n", units, median(systemctl));
-    std::printf("ratio_%d: %.2f\n", units, median(listing) / median(systemctl));
-    std::printf("details_ms_%d: %.2f\n", units, median(details));
-    std::fflush(stdout);
+    printFigure("listed", units, double(listed), "%.0f");
+    printFigure("velmora_ms", units, median(listing));
+    printFigure("systemctl_ms", units, median(systemctl));
+    printFigure("ratio", units, median(listing) / median(systemctl), "%.2f");
+    printFigure("details_ms", units, median(details), "%.2f");
     return true;
 }
 
@@ -81,13 +80,5 @@ bool measure(int units)
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    if (const QString missing = testsupport::RealSystemd::missing(); !missing.isEmpty()) {
-        std::printf("error: %s\n", qPrintable(missing));
-        return 1;
-    }
-    bool ok = true;
-    for (int units : {300, 1000})
-        ok = measure(units) && ok;
-    std::printf("load_average: %s\n", qPrintable(loadAverage()));
-    return ok ? 0 : 1;
+    return measureEachSize(measure);
 }

@@ -11,6 +11,8 @@
 #include <QProcess>
 #include <QStringList>
 
+#include <cstdio>
+#include <functional>
 #include <sys/types.h>
 
 namespace velmora::bench {
@@ -72,6 +74,30 @@ inline SystemctlRun timeSystemctl(const testsupport::RealSystemd& manager, const
         return {};
     }
     return {p.readAllStandardOutput().trimmed().toDouble() / 1e6, cpuNs(manager.managerPid()) - cpu};
+}
+
+// A figure of one size: `name_size: value`.
+inline void printFigure(const char* name, int size, double value, const char* format = "%.1f")
+{
+    std::printf("%s_%d: ", name, size);
+    std::printf(format, value);
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
+// Runs measure for 300, then 1,000 units, and prints the load average: the exit status of a
+// benchmark on the real manager.
+inline int measureEachSize(const std::function<bool(int units)>& measure)
+{
+    if (const QString missing = testsupport::RealSystemd::missing(); !missing.isEmpty()) {
+        std::printf("error: %s\n", qPrintable(missing));
+        return 1;
+    }
+    bool ok = true;
+    for (int units : {300, 1000})
+        ok = measure(units) && ok;
+    std::printf("load_average: %s\n", qPrintable(loadAverage()));
+    return ok ? 0 : 1;
 }
 
 } // namespace velmora::bench

@@ -747,12 +747,17 @@ int readFreezerStates(Conn& c, const std::vector<std::string>& paths, uint64_t t
         get(probe, paths.front(), kUnit, "CanFreeze");
         if (const int code = connectionCode(c, runCalls(c, probe, timeout)))
             return code;
+        const Call& answer = *probe.front();
         Props p;
-        if (!probe.front()->failed())
-            readValue(probe.front()->reply, "CanFreeze", p);
-        c.canFreeze = p.flag.count("CanFreeze") && p.flag.at("CanFreeze") ? 1 : 0;
+        if (!answer.failed())
+            readValue(answer.reply, "CanFreeze", p);
+        // A manager that does not know the property cannot freeze; another failure (that unit
+        // went away, say) tells nothing, and the question comes again next time.
+        if (!answer.failed() || answer.errorIs("org.freedesktop.DBus.Error.UnknownProperty")
+            || answer.errorIs("org.freedesktop.DBus.Error.InvalidArgs"))
+            c.canFreeze = p.flag.count("CanFreeze") && p.flag.at("CanFreeze") ? 1 : 0;
     }
-    if (!c.canFreeze)
+    if (c.canFreeze == 0)
         return svcerror::ok;
     std::vector<std::unique_ptr<Call>> calls;
     for (const auto& path : paths)
