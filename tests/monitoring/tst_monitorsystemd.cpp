@@ -56,6 +56,7 @@ private slots:
         f.sim.clock.advance(4000);
         QCOMPARE(f.logLines().mid(4), (QStringList{"Attemp to restart service : web.service Successfull",
                                                          "TESTHOST\tcron.service\tRunning"}));
+        QVERIFY(s.manager.waitFor("web.service", "active"));
         QCOMPARE(systemd.queryStatus(web).state, platform::svcstate::running);
 
         f.sim.clock.advance(55000);
@@ -81,7 +82,9 @@ private slots:
         f.writeFile("Interval", {"30"});
         s.start({"TESTHOST\tmonitored"});
         QTRY_COMPARE(f.logLines(), QStringList{"TESTHOST\tapp.service\tStopped"});
-        f.sim.clock.advance(5000); // the restart's wait
+        // The restart's wait, on the test's clock; the units come up in real time meanwhile.
+        QVERIFY(s.manager.waitFor("db.service", "active"));
+        f.sim.clock.advance(5000);
         QTRY_VERIFY(!f.program->checkcycle->scanRunning());
         QCOMPARE(f.logLines(), (QStringList{"TESTHOST\tapp.service\tStopped",
                                                   "Attemp to restart service : app.service Successfull",
