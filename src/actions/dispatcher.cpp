@@ -73,6 +73,8 @@ ActionDispatcher::ActionDispatcher(core::RunState& state, platform::Timer* alert
 
 joblog::JobLog& ActionDispatcher::joblog()
 {
+    if (shared_)
+        return *shared_;
     if (!log_)
         log_ = std::make_unique<joblog::JobLog>(state_.platform,
                                                 [this] { return dataFolder_ ? dataFolder_() : state_.datafolder; });

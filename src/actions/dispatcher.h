@@ -116,8 +116,11 @@ public:
     // How long a successful restart request is followed by a wait, in milliseconds.
     static constexpr int kRestartWaitMs = 5000;
 
-    // The job log the action lines go to, made on first use from the run state's platform.
+    // The job log the action lines go to: the one given to logTo(), else one made on first use
+    // from the run state's platform.
     joblog::JobLog& joblog();
+    // Action lines go to log (the program's one job log, whose lost lines are shown).
+    void logTo(joblog::JobLog& log) { shared_ = &log; }
 
 private:
     struct Dispatch {
@@ -136,6 +139,7 @@ private:
     platform::Timer* alertSignal_;
     std::function<QString()> dataFolder_;
     std::unique_ptr<joblog::JobLog> log_;
+    joblog::JobLog* shared_ = nullptr;
     std::optional<Dispatch> current_;
     std::deque<Dispatch> queue_;
     bool pumping_ = false;

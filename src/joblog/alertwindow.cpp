@@ -27,6 +27,7 @@ namespace {
 
 constexpr int kTwipsPerPixel = 15;
 const QColor kRed(255, 0, 0); // colour value 255
+const QString kTitle = QStringLiteral("Velmora Info");
 
 template <typename T>
 T* named(T* widget, const char* name)
@@ -101,7 +102,7 @@ AlertWindow::AlertWindow(LogAndAlerts& owner, QWidget* parent) : QWidget(parent,
     resize(900, 420);
 
     // Loading: caption, remembered position, popup option, columns.
-    setWindowTitle(QStringLiteral("Velmora Info"));
+    setWindowTitle(kTitle);
     const core::SettingsRecord& settings = owner_.state().settings;
     if (const int left = twips(settings.alertleft); left != 0)
         move(left / kTwipsPerPixel, twips(settings.alerttop) / kTwipsPerPixel);
@@ -154,11 +155,24 @@ void AlertWindow::addrow(const QDateTime& at, const QString& server, const QStri
 
 void AlertWindow::setLogSize(qint64 bytes, std::optional<SizeCaption> caption)
 {
+    shownBytes_ = bytes;
     QPalette palette = Label3->palette();
-    palette.setColor(QPalette::Window, logIsLarge(bytes) ? kRed : QApplication::palette().color(QPalette::Button));
+    const bool red = logIsLarge(bytes) || !lostLines_.isEmpty();
+    palette.setColor(QPalette::Window, red ? kRed : QApplication::palette().color(QPalette::Button));
     Label3->setPalette(palette);
-    if (caption)
+    if (!lostLines_.isEmpty())
+        Label3->setText(lostLines_);
+    else if (caption)
         Label3->setText(logSizeText(bytes, *caption));
+}
+
+void AlertWindow::setLostLines(const QString& text)
+{
+    if (text == lostLines_)
+        return;
+    lostLines_ = text;
+    setWindowTitle(text.isEmpty() ? kTitle : kTitle + QStringLiteral(" - the job log is not being written"));
+    setLogSize(shownBytes_, SizeCaption::Activation);
 }
 
 bool AlertWindow::logSizeIsRed() const

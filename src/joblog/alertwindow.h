@@ -47,6 +47,9 @@ public:
     // only when one is given.
     void setLogSize(qint64 bytes, std::optional<SizeCaption> caption);
     bool logSizeIsRed() const;
+    // Lines of the job log are being lost (text says so) or no more (empty): the indicator shows
+    // text in red instead of the size, and the caption says the log is not written.
+    void setLostLines(const QString& text);
 
     // The steps run each time the window comes to the front.
     void activate();
@@ -66,6 +69,8 @@ private:
     void setCheckFromOption();
 
     LogAndAlerts& owner_;
+    QString lostLines_;    // what setLostLines() gave, empty while the log is written
+    qint64 shownBytes_ = 0; // the size the indicator last showed
 };
 
 } // namespace velmora::joblog

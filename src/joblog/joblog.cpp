@@ -81,6 +81,14 @@ QString openErrorText(int code)
     }
 }
 
+QString lostLinesText(const LostLines& lost, const QLocale& locale)
+{
+    const QString since = core::dateText(lost.since) + QLatin1Char(' ') + timeText(lost.since, locale);
+    const QString why = lost.why.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(lost.why);
+    return QStringLiteral("Jobs.log cannot be written since %1%2: %3 lost")
+        .arg(since, why, lost.lost == 1 ? QStringLiteral("1 line") : QStringLiteral("%1 lines").arg(lost.lost));
+}
+
 JobLog::JobLog(const platform::Platform& platform, std::function<QString()> dataFolder)
     : p_(platform), dataFolder_(std::move(dataFolder))
 {
@@ -106,16 +114,47 @@ bool JobLog::appendjobline(const QString& text)
     const QString file = path();
     // The append itself would create a missing file; a log removed behind our back stays
     // removed until the next ensurejoblog().
-    if (!p_.files->exists(file))
+    if (!p_.files->exists(file)) {
+        // Only counted while the log cannot be made again.
+        if (lost_.any()) {
+            ++lost_.lost;
+            emit lostLinesChanged();
+        }
         return false;
-    return p_.files->appendLines(file, {text});
+    }
+    if (!p_.files->appendLines(file, {text})) {
+        lose(p_.files->lastError());
+        ++lost_.lost;
+        emit lostLinesChanged();
+        return false;
+    }
+    written();
+    return true;
 }
 
 void JobLog::ensurejoblog()
 {
     const QString file = path();
-    if (!p_.files->exists(file))
-        p_.files->create(file);
+    if (!p_.files->exists(file) && !p_.files->create(file)) {
+        lose(p_.files->lastError());
+        emit lostLinesChanged();
+    }
+}
+
+void JobLog::lose(const QString& why)
+{
+    if (lost_.any())
+        return;
+    lost_.since = now();
+    lost_.why = why;
+}
+
+void JobLog::written()
+{
+    if (!lost_.any())
+        return;
+    lost_ = {};
+    emit lostLinesChanged();
 }
 
 bool JobLog::checkline(const QString& server, const QString& service, const QString& result)

@@ -49,18 +49,34 @@ QString logSizeText(qint64 bytes, SizeCaption caption);
 // not know.
 QString openErrorText(int code);
 
-class JobLog {
+// Lines that could not be written since the last one that could: how many, from when, and why
+// (the system's words for the first failure). None lost: lost is 0 and since is not valid.
+struct LostLines {
+    int lost = 0;
+    QDateTime since;
+    QString why;
+    bool any() const { return since.isValid(); }
+};
+// What the log-size indicator says while lines are being lost.
+QString lostLinesText(const LostLines& lost, const QLocale& locale = QLocale::system());
+
+class JobLog : public QObject {
+    Q_OBJECT
 public:
     // dataFolder is asked for the data folder by every operation that touches the file (the
     // main window re-reads its data-folder field there).
     JobLog(const platform::Platform& platform, std::function<QString()> dataFolder);
 
-    // Appends text and CR LF to an existing log in one write. A missing log is not created and
-    // a failed write loses the line; neither is reported, the caller goes on. Returns whether
-    // the line was written.
+    // Appends text and CR LF to an existing log in one write. A missing log is not created here
+    // (the line is lost); a failed write (a full disk) loses the line and is kept in lostLines()
+    // until a later line is written. The caller goes on either way. Returns whether the line was
+    // written.
     bool appendjobline(const QString& text);
-    // Creates the log empty when it does not exist.
+    // Creates the log empty when it does not exist; a log that cannot be created counts as
+    // lines being lost.
     void ensurejoblog();
+    // The lines lost since the last one written.
+    const LostLines& lostLines() const { return lost_; }
     // A check line or a server line stamped with the platform clock's current time.
     bool checkline(const QString& server, const QString& service, const QString& result);
     bool serverline(const QString& server, const QString& message);
@@ -82,8 +98,16 @@ public:
     const QLocale& locale() const { return locale_; }
     QDateTime now() const;
 
+signals:
+    // Lines began to be lost, one more was lost, or a line was written again after some were.
+    void lostLinesChanged();
+
 private:
+    void lose(const QString& why);
+    void written();
+
     platform::Platform p_;
+    LostLines lost_;
     std::function<QString()> dataFolder_;
     QLocale locale_ = QLocale::system();
     // Guards completions of work handed to the worker: destroyed with this object.

@@ -22,6 +22,16 @@ LogAndAlerts::LogAndAlerts(core::RunState& state, platform::Timer* signalTimer, 
 {
     if (timer_)
         connect(timer_, &platform::Timer::timeout, this, &LogAndAlerts::beep);
+    // Lost lines are told where the user looks for the log: the indicator and the caption of
+    // the alert window, once, for as long as they are being lost; never a box per line.
+    connect(&log_, &JobLog::lostLinesChanged, this, [this] {
+        const LostLines& lost = log_.lostLines();
+        if (!lost.any() && !window_)
+            return;
+        alertwindow()->setLostLines(lost.any() ? lostLinesText(lost, log_.locale()) : QString());
+        if (!lost.any())
+            updatelogsize(SizeCaption::Activation);
+    });
 }
 
 LogAndAlerts::~LogAndAlerts()
@@ -31,8 +41,11 @@ LogAndAlerts::~LogAndAlerts()
 
 AlertWindow* LogAndAlerts::alertwindow()
 {
-    if (!window_)
+    if (!window_) {
         window_ = new AlertWindow(*this, windowParent_);
+        if (log_.lostLines().any())
+            window_->setLostLines(lostLinesText(log_.lostLines(), log_.locale()));
+    }
     return window_;
 }
 

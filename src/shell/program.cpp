@@ -42,6 +42,7 @@ Program::Program(const platform::Platform& platform)
     logandalerts = new joblog::LogAndAlerts(state, w->Timer6, w);
     logandalerts->setParent(w);
     dispatcher = new actions::ActionDispatcher(state, w->Timer6, {}, w);
+    dispatcher->logTo(logandalerts->joblog());
     mailing = new actions::Mailing(state, w, w);
     checkcycle = new monitoring::CheckCycle(state, servers, monitored, logandalerts->joblog(), *dispatcher,
                                             *logandalerts, w);

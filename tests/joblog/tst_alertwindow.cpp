@@ -7,9 +7,11 @@
 #include "joblog/alertwindow.h"
 #include "joblog/logandalerts.h"
 #include "platform/sim/simplatform.h"
+#include "support/smalldisk.h"
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QDir>
 #include <QFile>
 #include <QHeaderView>
 #include <QLabel>
@@ -22,6 +24,7 @@
 #include <QTreeWidget>
 
 #include <memory>
+#include <unistd.h>
 
 using namespace velmora;
 using joblog::AlertWindow;
@@ -415,6 +418,29 @@ private slots:
         QVERIFY(w.window()->logSizeIsRed());
     }
 
+    // On a real full disk the lost lines are told once, in the indicator and the caption, for
+    // as long as lines are lost, and never in a box; a line written again clears it.
+    void linesLostOnAFullDiskAreToldUntilALineIsWrittenAgain()
+    {
+        QTemporaryDir dir;
+        const QString folder = dir.filePath("disk");
+        QVERIFY(QDir().mkdir(folder));
+        const test::SmallDiskRun run = test::runOnSmallDisk(folder, 64, {"--lost-lines"});
+        if (!run.skipReason.isEmpty())
+            QSKIP(qPrintable(run.skipReason));
+        const QMap<QString, QString>& seen = run.seen;
+        QVERIFY2(seen.value("set up") == "yes", qPrintable(run.errors));
+        QCOMPARE(seen.value("written"), "0 of 3");
+        const QString told = "Jobs.log cannot be written since 16.11.2026 20:50:14 (No space left on device): 3 lines lost";
+        QCOMPARE(seen.value("indicator"), told + " | red");
+        QCOMPARE(seen.value("caption"), "Velmora Info - the job log is not being written");
+        QCOMPARE(seen.value("after activation"), told + " | red");
+        QCOMPARE(seen.value("boxes"), "0");
+        QCOMPARE(seen.value("after room").section(" | ", 1), "Velmora Info");
+        QVERIFY(seen.value("after room").startsWith("Current Logfilesize: "));
+        QCOMPARE(seen.value("log"), "again|");
+    }
+
     // ---- context menu and goto ----
 
     void rightClickOffersGotoTheRowsService()
@@ -456,5 +482,57 @@ private slots:
     }
 };
 
-QTEST_MAIN(TestAlertWindow)
+// --lost-lines FOLDER: the child of linesLostOnAFullDiskAreToldUntilALineIsWrittenAgain, run
+// where FOLDER is a small file system of its own.
+int lostLines(const QString& folder)
+{
+    SimPlatform sim;
+    sim.clock.setNow(QDateTime(QDate(2026, 11, 16), QTime(20, 50, 14)));
+    core::RunState state;
+    state.platform = sim.platform();
+    state.datafolder = folder;
+    state.settings = core::SettingsRecord::defaults(folder);
+    LogAndAlerts module(state, nullptr, nullptr);
+    joblog::JobLog& log = module.joblog();
+    log.setLocale(QLocale(QLocale::German, QLocale::Germany));
+    log.ensurejoblog();
+    // A first line that fills the log's block to its end, so that the disk has no room left for
+    // one more byte of it.
+    const QString first(int(::sysconf(_SC_PAGESIZE)) - 2, 'f');
+    if (!log.appendjobline(first))
+        return 0;
+    test::fillUp(folder);
+    test::tellParent("set up", "yes");
+    int written = 0;
+    for (int i = 0; i < 3; ++i)
+        written += log.checkline("SRV01", "Spooler", "Stopped") ? 1 : 0;
+    AlertWindow* w = module.alertwindow();
+    const auto indicator = [w] { return w->Label3->text() + (w->logSizeIsRed() ? " | red" : ""); };
+    test::tellParent("written", QString("%1 of 3").arg(written));
+    test::tellParent("indicator", indicator());
+    test::tellParent("caption", w->windowTitle());
+    module.updatelogsize(SizeCaption::Activation);
+    test::tellParent("after activation", indicator());
+    test::tellParent("boxes", QString::number(sim.boxes.shown.size()));
+    QFile::remove(folder + "/filler");
+    log.appendjobline("again");
+    test::tellParent("after room", indicator() + " | " + w->windowTitle());
+    QFile f(log.path());
+    const QString content = f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+    test::tellParent("log", content.startsWith(first + "\r\n") ? content.mid(first.size() + 2).replace("\r\n", "|") : content);
+    return 0;
+}
+
+int main(int argc, char** argv)
+{
+    const bool child = argc == 3 && QByteArray(argv[1]) == "--lost-lines";
+    if (child)
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    if (child)
+        return lostLines(QFile::decodeName(argv[2]));
+    TestAlertWindow t;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&t, argc, argv);
+}
 #include "tst_alertwindow.moc"

@@ -185,16 +185,22 @@ private slots:
         QCOMPARE(w.log.size(), 10);
     }
 
-    void aLineThatCannotBeWrittenIsLostSilently()
+    // Lost lines are counted from the first one on (what the alert window shows), without a
+    // box, until a line is written again.
+    void aLineThatCannotBeWrittenIsLostAndCountedWithoutABox()
     {
         World w;
         w.log.ensurejoblog();
         w.log.appendjobline("before");
         w.sim.files.failOn(SimTextFiles::Op::Append, "jobs.log");
         QVERIFY(!w.log.appendjobline("lost"));
+        w.sim.clock.setNow(w.sim.clock.now().addSecs(60));
         QVERIFY(!w.log.checkline("SRV01", "Spooler", "Stopped"));
+        QCOMPARE(w.log.lostLines().lost, 2);
+        QCOMPARE(w.log.lostLines().since, QDateTime(QDate(2026, 11, 16), QTime(20, 50, 14)));
         w.sim.files.clearFailures();
         QVERIFY(w.log.appendjobline("after"));
+        QVERIFY(!w.log.lostLines().any());
         QCOMPARE(bytesOf(w.file()), QByteArray("before\r\nafter\r\n"));
         QVERIFY(w.sim.boxes.shown.isEmpty());
     }
