@@ -99,6 +99,11 @@ void ProfileMailWindow::sendClicked()
         boxes.show(QStringLiteral("No email address specified !"), MsgIcon::Information);
         return;
     }
+    if (const QString why = lineBreakRefusal({{Text3->text(), "recipient's address"}, {Text5->text(), "subject"}});
+        !why.isEmpty()) {
+        boxes.show(why, MsgIcon::Information);
+        return;
+    }
     testoutlookmail();
 }
 

@@ -225,6 +225,21 @@ void SmtpClient::send(const SmtpMail& mail, bool withStatus, std::function<void(
             done(false);
         return;
     }
+    // A line break in what goes into a command or a header would end it early on the server
+    // and start a command or header of its own ("RCPT TO:", "Bcc:"): nothing is sent.
+    const QString broken = holdsLineBreak(mail.recipient) ? QStringLiteral("recipient")
+                           : holdsLineBreak(mail.sender)  ? QStringLiteral("sender")
+                           : holdsLineBreak(mail.fromName) ? QStringLiteral("sender's name")
+                           : holdsLineBreak(mail.subject) ? QStringLiteral("subject")
+                                                          : QString();
+    if (!broken.isEmpty()) {
+        lastError_ = kFailurePrefix + QStringLiteral("the %1 holds a line break; nothing was sent").arg(broken);
+        if (appendjobline)
+            appendjobline(lastError_);
+        if (done)
+            done(false);
+        return;
+    }
     sending_ = true;
     mail_ = mail;
     withStatus_ = withStatus;
@@ -250,8 +265,15 @@ void SmtpClient::send(const SmtpMail& mail, bool withStatus, std::function<void(
 void SmtpClient::onData()
 {
     if (modern_) {
-        // The second dialogue reads whole replies: arrivals are added up.
+        // The second dialogue reads whole replies: arrivals are added up, but only so far. A
+        // server that sends without end (or a line without end) is cut off.
         inbound_ += socket_->receive();
+        const qsizetype openLine = inbound_.size() - (inbound_.lastIndexOf('\n') + 1);
+        if (phase_ == Phase::Waiting && (openLine > kMaxReplyLine || inbound_.size() > kMaxReply)) {
+            inbound_.clear();
+            pendingFailure_ = QStringLiteral("the server sent an answer longer than %1 bytes")
+                                  .arg(openLine > kMaxReplyLine ? kMaxReplyLine : kMaxReply);
+        }
         pump();
         return;
     }
@@ -343,8 +365,10 @@ void SmtpClient::step()
         return;
     }
     if (counter_ > kMaxTicks) {
+        // "Time out while connecting" only while no greeting came; a server that said hello
+        // and then went silent, or hung up, did not give a valid answer.
         if (appendjobline)
-            appendjobline(buffer_.isEmpty() ? kTimeOut : kNoValidResponse);
+            appendjobline(buffer_.isEmpty() && step_ == 0 ? kTimeOut : kNoValidResponse);
         endWait();
         finish(false);
     }

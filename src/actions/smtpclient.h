@@ -10,6 +10,10 @@
 //   user is set, and a MIME message in UTF-8. Replies are read whole (multi-line ones
 //   included) and waited for on the same timer; the mail counts as delivered on the 250 after
 //   the message, whatever happens on QUIT. Any failure ends it with a job-log line saying why.
+//   A reply is bounded (kMaxReplyLine, kMaxReply): a server that floods the connection ends it.
+//
+// Neither dialogue sends a recipient, sender or subject that holds a line break: the send fails
+// at once with a job-log line, nothing is sent.
 //
 // Nothing blocks: the dialogue runs on socket and timer events and ends in a completion callback.
 #include "actions/mailtypes.h"
@@ -85,6 +89,10 @@ public:
     static inline const QString kFailurePrefix = QStringLiteral("Error on sending email via smtp Server : ");
     // Ticks of the reply timer after which a wait has failed once one more comes.
     static constexpr int kMaxTicks = 15;
+    // The longest reply line (a server's may be 512 bytes) and the longest reply the second
+    // dialogue takes; a server that sends more ends the dialogue.
+    static constexpr qsizetype kMaxReplyLine = 4096;
+    static constexpr qsizetype kMaxReply = 64 * 1024;
 
     // socket is the connection (Winsock1) and timer the reply timer (Timer1), both owned by the
     // caller; the timer's interval is set to 1000 ms by every wait unless tickMs says otherwise.

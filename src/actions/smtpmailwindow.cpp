@@ -111,7 +111,9 @@ void SmtpMailWindow::activate()
     Text3->clear();
     Text4->setText(trimBlanks(s.mailaddress));
     Text5->setText(s.smtpserver);
-    Text8->setText(QString::number(s.smtpport));
+    // The classic dialogue always sends on port 25; only the dialogue for today's servers takes
+    // the port of this field.
+    Text8->setText(QString::number(owner_.smtpOptions().on ? int(s.smtpport) : 25));
     Text6->setText(text.subject);
     Text7->setPlainText(text.body);
 }
@@ -231,6 +233,14 @@ void SmtpMailWindow::sendClicked()
     }
     if (Text4->text().isEmpty()) {
         boxes.show(QStringLiteral("No email address specified !"), MsgIcon::None);
+        return;
+    }
+    if (const QString why = lineBreakRefusal({{Text1->text(), "sender's name"},
+                                              {Text2->text(), "sender's address"},
+                                              {Text4->text(), "recipient's address"},
+                                              {Text6->text(), "subject"}});
+        !why.isEmpty()) {
+        boxes.show(why, MsgIcon::Information);
         return;
     }
     QPointer<SmtpMailWindow> self(this);

@@ -153,6 +153,12 @@ public:
         QStringLiteral("221 bye"), QStringLiteral("235 accepted"), QStringLiteral("500 what")};
     int hangUpAt = -1;
     QByteArray wire; // everything received, in order
+    // At this step the server answers without end: one endless line (floodLines false) or
+    // endless continuation lines ("250-...") of a reply that never ends; flooded counts the bytes
+    // handed to the connection until the client went away.
+    int floodAt = -1;
+    bool floodLines = false;
+    qint64 flooded = 0;
     QStringList commands;
     QList<QByteArray> messages;
     int connections = 0;
@@ -183,10 +189,29 @@ private:
             s->disconnectFromHost();
             return;
         }
+        if (floodAt == step) {
+            flood(s, answer[step].left(3).toLatin1() + '-');
+            return;
+        }
         if (!answer[step].isEmpty()) {
             s->write(answer[step].toLatin1() + "\r\n");
             s->flush();
         }
+    }
+    void flood(QTcpSocket* s, const QByteArray& code)
+    {
+        const QByteArray chunk = floodLines ? (code + QByteArray(70, 'x') + "\r\n").repeated(900) : QByteArray(64 * 1024, 'x');
+        s->write(code);
+        const QPointer<QTcpSocket> sock(s);
+        const auto more = [this, sock, chunk] {
+            // Kept a little ahead of what the connection takes, never far.
+            while (sock && sock->state() == QAbstractSocket::ConnectedState && sock->bytesToWrite() < 256 * 1024) {
+                sock->write(chunk);
+                flooded += chunk.size();
+            }
+        };
+        QObject::connect(s, &QTcpSocket::bytesWritten, s, more);
+        more();
     }
     void received(QTcpSocket* s)
     {

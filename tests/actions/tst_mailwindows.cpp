@@ -125,7 +125,7 @@ private slots:
         f->show();
         QCOMPARE((QStringList{f->Text1->text(), f->Text2->text(), f->Text3->text(), f->Text4->text(), f->Text5->text(),
                               f->Text8->text(), f->Text6->text(), f->Text7->toPlainText()}),
-                 (QStringList{"Velmora", "alerts@corp.test", "", "admin@corp.test", "mail.corp.test", "587",
+                 (QStringList{"Velmora", "alerts@corp.test", "", "admin@corp.test", "mail.corp.test", "25",
                               "Service Status SRV1 Spooler Stopped", "smtp body"}));
         f->Command2->click();
         QVERIFY(!f->isVisible());
@@ -176,6 +176,45 @@ private slots:
         QCOMPARE(world.smtp.commands.size(), 0);
         world.fx.sim.clock.advance(16000);
         QCOMPARE(alert, std::optional<bool>(false));
+    }
+
+    // A line break typed or pasted into a field that goes into a command or header of the mail
+    // is refused with a box in both test windows; nothing is sent.
+    void testWindowsRefuseLineBreaks_data()
+    {
+        QTest::addColumn<QString>("field"); // "Form7.Text4" ...
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("said");
+        QTest::newRow("Form7 recipient, CR LF") << "Form7.Text4" << "you@corp.test\r\nRCPT TO:<spy@evil.test>"
+                                                << "recipient's address";
+        QTest::newRow("Form7 sender, LF") << "Form7.Text2" << "me@corp.test\nRCPT TO:<spy@evil.test>"
+                                          << "sender's address";
+        QTest::newRow("Form7 sender's name, CR") << "Form7.Text1" << "Velmora\rBcc: spy@evil.test" << "sender's name";
+        QTest::newRow("Form7 subject, line separator") << "Form7.Text6" << QString("Status\u2028Bcc: spy@evil.test")
+                                                       << "subject";
+        QTest::newRow("Form8 recipient, CR LF") << "Form8.Text3" << "you@corp.test\r\nBcc: spy@evil.test"
+                                                << "recipient's address";
+        QTest::newRow("Form8 subject, LF") << "Form8.Text5" << "Status\nBcc: spy@evil.test" << "subject";
+    }
+    void testWindowsRefuseLineBreaks()
+    {
+        QFETCH(QString, field);
+        QFETCH(QString, text);
+        QFETCH(QString, said);
+        World world("MailProfile", {"Office"});
+        world.fx.sim.profilemail.profiles = {QStringLiteral("Office")};
+        QWidget* form = field.startsWith("Form7") ? static_cast<QWidget*>(world.form7()) : world.mail->form8();
+        form->show();
+        for (const char* name : {"Text4", "Text3"}) {
+            if (auto* recipient = form->findChild<QLineEdit*>(name); recipient && recipient->text().isEmpty())
+                recipient->setText(QStringLiteral("you@corp.test"));
+        }
+        form->findChild<QLineEdit*>(field.section('.', 1))->setText(text);
+        form->findChild<QPushButton*>("Command1")->click();
+        QCOMPARE(world.texts().size(), 1);
+        QVERIFY2(world.texts().first().contains("The " + said + " holds a line break"), qPrintable(world.texts().first()));
+        QVERIFY(world.smtp.commands.isEmpty());
+        QVERIFY(world.fx.sim.profilemail.sent.isEmpty());
     }
 
     void form7FailureShowsErrorBoxAndLogsTheWait()

@@ -343,6 +343,63 @@ private slots:
         QCOMPARE(server.commands.last(), QStringLiteral("QUIT"));
     }
 
+    // A server that answers without end (one endless line, or a reply of endless lines) is cut
+    // off once its answer is longer than any server's: the dialogue fails and says why, and
+    // what the connection took stays bounded.
+    void aFloodingServerIsCutOff_data()
+    {
+        QTest::addColumn<int>("step");
+        QTest::addColumn<bool>("lines");
+        QTest::addColumn<QString>("said");
+        QTest::newRow("one endless greeting line") << int(test::ScriptedSmtpServer::Greeting) << false
+                                                   << "longer than 4096 bytes";
+        QTest::newRow("an EHLO answer of endless lines") << int(test::ScriptedSmtpServer::Other) << true
+                                                         << "longer than 65536 bytes";
+    }
+    void aFloodingServerIsCutOff()
+    {
+        QFETCH(int, step);
+        QFETCH(bool, lines);
+        QFETCH(QString, said);
+        test::ScriptedSmtpServer server;
+        server.floodAt = step;
+        server.floodLines = lines;
+        QVERIFY(server.listen());
+        Rig rig;
+        QVERIFY(!rig.send(modernMail(server.port())));
+        QCOMPARE(rig.log.size(), 1);
+        QVERIFY2(rig.log.first().startsWith(SmtpClient::kFailurePrefix + "the server sent an answer " + said),
+                 qPrintable(rig.log.first()));
+        QVERIFY2(server.flooded < 64 * 1024 * 1024, qPrintable(QString::number(server.flooded)));
+    }
+
+    // Whatever a caller hands over, a line break in the recipient, the sender or the subject
+    // never reaches the server, in either dialogue: the send fails with a line saying why.
+    void lineBreaksNeverReachTheServer_data()
+    {
+        QTest::addColumn<bool>("modern");
+        QTest::addColumn<QString>("field");
+        for (const bool modern : {false, true}) {
+            for (const char* field : {"recipient", "sender", "subject"})
+                QTest::addRow("%s, %s", modern ? "modern" : "classic", field) << modern << QString(field);
+        }
+    }
+    void lineBreaksNeverReachTheServer()
+    {
+        QFETCH(bool, modern);
+        QFETCH(QString, field);
+        test::ScriptedSmtpServer server;
+        QVERIFY(server.listen());
+        SmtpMail mail = modernMail(server.port());
+        mail.security.on = modern;
+        QString& text = field == "recipient" ? mail.recipient : field == "sender" ? mail.sender : mail.subject;
+        text += "\r\nRCPT TO:<spy@evil.test>";
+        Rig rig;
+        QVERIFY(!rig.send(mail));
+        QCOMPARE(rig.log, QStringList{SmtpClient::kFailurePrefix + "the " + field + " holds a line break; nothing was sent"});
+        QCOMPARE(server.connections, 0);
+    }
+
     void refusedRecipientIsLoggedWithTheAnswer()
     {
         test::ScriptedSmtpServer server;
