@@ -531,6 +531,29 @@ private slots:
         }
     }
 
+    // A peer that sends its banner and then nothing ends, within the program's own time
+    // limits, in the failure an unreachable server gives. (One unanswered probe is made enough
+    // here, so that the test waits one interval, not three.)
+    void aServerThatStallsAfterItsBannerFailsAsUnreachable()
+    {
+        if (QStandardPaths::findExecutable("ssh").isEmpty())
+            QSKIP("the ssh client is missing");
+        QTcpServer stalling;
+        QVERIFY(stalling.listen(QHostAddress::LocalHost));
+        QList<QTcpSocket*> held;
+        QObject::connect(&stalling, &QTcpServer::newConnection, &stalling, [&] {
+            while (QTcpSocket* s = stalling.nextPendingConnection()) {
+                s->write("SSH-2.0-OpenSSH_9.2p1 Debian-2\r\n");
+                held << s;
+            }
+        });
+        SshConnections net({"-F", "/dev/null", "-p", QString::number(stalling.serverPort()), "-o", "ServerAliveCountMax=1",
+                            "-o", "UserKnownHostsFile=" + file("known_hosts"), "-o", "GlobalKnownHostsFile=/dev/null"});
+        QCOMPARE(logOn(net, "127.0.0.1"), 53);
+        QCOMPARE(held.size(), 1);
+        QCOMPARE(sshChildren(), 0);
+    }
+
     void passwordReachesSshThroughAskpass()
     {
         if (!sshdMissing.isEmpty())
@@ -567,7 +590,7 @@ private slots:
         QCOMPARE(logOn(net, "SRV9", "admin", password), 0);
         const QStringList args = readText(file("args")).split('\n', Qt::SkipEmptyParts);
         const QStringList expected{"-M", "-S", net.controlPath("SRV9"), "-N", "-o", "ControlPersist=no",
-                                   "-o", "BatchMode=no", "-o", "ConnectTimeout=10",
+                                   "-o", "BatchMode=no", "-o", "ConnectTimeout=10", "-o", "ServerAliveInterval=5",
                                    "-o", "StrictHostKeyChecking=ask", "-p", "2222",
                                    "-l", "admin", "--", "SRV9"};
         QCOMPARE(args, expected);

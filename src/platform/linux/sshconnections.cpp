@@ -406,10 +406,17 @@ void SshConnections::startMaster(const QString& path)
     // In the foreground, with no ControlPersist (which would put it in the background even
     // when a configuration file asks for it): the master lives as long as this process object.
     // A host key nobody has confirmed is asked about, a changed one refused.
+    // Every step has its time limit: ConnectTimeout covers the connection and the banner;
+    // after the banner (key exchange, logon) and once logged on, a server that answers nothing
+    // for ServerAliveInterval times ServerAliveCountMax (ssh's 3 unless the caller or a
+    // configuration file says otherwise) seconds ends the master with "timed out", as an
+    // unreachable server does. Waiting for the user's answer to a question does not count: ssh
+    // waits for its askpass helper then.
     QStringList args{QStringLiteral("-M"), QStringLiteral("-S"), path, QStringLiteral("-N"),
                      QStringLiteral("-o"), QStringLiteral("ControlPersist=no"),
                      QStringLiteral("-o"), QStringLiteral("BatchMode=no"),
                      QStringLiteral("-o"), QStringLiteral("ConnectTimeout=10"),
+                     QStringLiteral("-o"), QStringLiteral("ServerAliveInterval=5"),
                      QStringLiteral("-o"), QStringLiteral("StrictHostKeyChecking=ask")};
     args += extraOptions_;
     if (!master.sshUser.isEmpty())
