@@ -4,6 +4,7 @@
 #include <QFile>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -56,12 +57,57 @@ PrivateFolder privateFolderIn(const QString& base, const QString& name)
     return {folder, {}};
 }
 
+namespace {
+
+// Where this user's copies meet when another user holds the usual "<temp>/<name>": the first
+// folder "<name>.XXXXXX" in temp, by name, that is a real folder of this user's own which nobody
+// else may use. Nobody else can make such a folder, so none can be laid out as a trap. When there
+// is none yet, one is made under an unpredictable name (mkdtemp); should two copies make one
+// each at the same moment, both go on with the first by name and the other is removed again.
+PrivateFolder sharedFolderBeside(const QString& temp, const QString& name)
+{
+    const auto firstOwn = [&] {
+        const QStringList found = QDir(temp).entryList({name + QStringLiteral(".??????")},
+                                                       QDir::Dirs | QDir::Hidden | QDir::System, QDir::Name);
+        for (const QString& entry : found) {
+            const QString folder = QDir(temp).filePath(entry);
+            if (ownAndClosed(folder))
+                return folder;
+        }
+        return QString();
+    };
+    if (const QString found = firstOwn(); !found.isEmpty())
+        return {found, {}};
+    QByteArray made = QFile::encodeName(QDir(temp).filePath(name + QStringLiteral(".XXXXXX")));
+    if (!::mkdtemp(made.data()))
+        return {{}, QStringLiteral("No folder of your own can be made in \"%1\": %2.")
+                        .arg(temp, QString::fromLocal8Bit(std::strerror(errno)))};
+    const QString first = firstOwn();
+    if (first != QFile::decodeName(made))
+        ::rmdir(made.constData());
+    if (first.isEmpty())
+        return {{}, QStringLiteral("The folder \"%1\" was made but is not yours alone.").arg(QFile::decodeName(made))};
+    return {first, {}};
+}
+
+} // namespace
+
 PrivateFolder privateRuntimeFolder()
 {
     const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
     if (QDir::isAbsolutePath(runtime) && ownAndClosed(runtime))
         return privateFolderIn(runtime, QStringLiteral("velmora"));
-    return privateFolderIn(QDir::tempPath(), QStringLiteral("velmora-%1").arg(::geteuid()));
+    const QString temp = QDir::tempPath();
+    const QString name = QStringLiteral("velmora-%1").arg(::geteuid());
+    const PrivateFolder usual = privateFolderIn(temp, name);
+    if (usual.usable())
+        return usual;
+    // Somebody else's folder (or link, or file) sits where this user's should be: it is left as
+    // it is, and a folder nobody else can make is used instead.
+    const PrivateFolder beside = sharedFolderBeside(temp, name);
+    if (beside.usable())
+        return beside;
+    return {{}, usual.problem + QLatin1Char(' ') + beside.problem};
 }
 
 } // namespace velmora::platform

@@ -12,7 +12,10 @@ struct PrivateFolder {
 };
 
 // "<XDG_RUNTIME_DIR>/velmora" when the user's runtime folder is a folder of this user's own with
-// no access for anybody else; otherwise "<temporary folder>/velmora-<uid>". See privateFolderIn().
+// no access for anybody else; otherwise "<temporary folder>/velmora-<uid>" (see privateFolderIn()),
+// and when something that is not this user's private folder already sits there (another user
+// made it first), a folder "<temporary folder>/velmora-<uid>.XXXXXX" of this user's own, the same
+// for every copy of the program this user starts.
 PrivateFolder privateRuntimeFolder();
 
 // The folder name inside base, made with mode 0700 when missing. An existing one is used only
