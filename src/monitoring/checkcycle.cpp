@@ -247,6 +247,7 @@ void CheckCycle::advance()
     const std::shared_ptr<Scan> scan = scan_;
     if (!scan || scan->waitingForActions || !scan->pingsIn)
         return;
+    int budget = kRecordsPerTurn;
     while (scan->current < scan->servers.size()) {
         Server& s = scan->servers[scan->current];
         if (!s.headerDone) {
@@ -269,6 +270,18 @@ void CheckCycle::advance()
             continue;
         }
         while (s.nextRecord < s.records.size()) {
+            if (--budget < 0) {
+                // A server with thousands of services is gone through a few hundred at a time,
+                // each lot in a turn of the event loop of its own, so that the window never
+                // stands still for the whole server.
+                QMetaObject::invokeMethod(
+                    this, [this, scan] {
+                        if (scan_ == scan)
+                            advance();
+                    },
+                    Qt::QueuedConnection);
+                return;
+            }
             if (s.readAfterActions != scan->actionsRun) {
                 // What an action just did (a restart that pulled up a dependency, say) shows in
                 // every service still to come, on this server and on the others, which may be

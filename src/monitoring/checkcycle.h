@@ -57,6 +57,10 @@ public:
                QObject* parent = nullptr);
     ~CheckCycle() override;
 
+    // The monitored services a scan goes through in one turn of the event loop; the rest of a
+    // larger server follows in the next turns.
+    static constexpr int kRecordsPerTurn = 250;
+
     // Timer5: starts a scan when its time has come.
     void timer5Tick();
     // Sets the next scan one interval from now and runs a scan.

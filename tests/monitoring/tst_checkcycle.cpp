@@ -213,6 +213,39 @@ private slots:
         QCOMPARE(state.lasterror, QStringLiteral("Could not reach Server, Server not available."));
     }
 
+    // A server with a thousand services is gone through a lot at a time, the event loop
+    // turning between the lots; the log comes out whole and in file order.
+    void aLargeServerIsCheckedALotPerTurnOfTheEventLoop()
+    {
+        WindowFixture f;
+        constexpr int records = 1000;
+        QStringList lines, expected;
+        for (int k = 0; k < records; ++k) {
+            const QString svc = QStringLiteral("svc%1.service").arg(k);
+            lines << QStringLiteral("Service %1;%2;Alert;;;;;").arg(k).arg(svc);
+            expected << "BIG\t" + svc + "\tRunning";
+            f.sim.services.addService("BIG", {.name = svc, .state = svcstate::running});
+        }
+        f.writeFile("BIG", lines);
+        f.writeFile("Computers", {"BIG"});
+        f.sim.icmp.addComputer("BIG", "10.4.0.9", 0);
+        core::RunState state;
+        state.platform = f.sim.platform();
+        state.datafolder = f.dir.path();
+        core::ServerList servers;
+        servers.add("BIG", true);
+        core::MonitoredServices monitored(*state.platform.files, [&](const QString& n) { return state.file(n); });
+        joblog::JobLog log(state.platform, [&] { return state.datafolder; });
+        log.ensurejoblog();
+        Journal journal;
+        monitoring::CheckCycle cycle(state, servers, monitored, log, journal, journal);
+        QSignalSpy finished(&cycle, &monitoring::CheckCycle::scanFinished);
+        cycle.trigger();
+        QCOMPARE(f.logLines(), expected.mid(0, monitoring::CheckCycle::kRecordsPerTurn));
+        QTRY_COMPARE(finished.count(), 1);
+        QCOMPARE(f.logLines(), expected);
+    }
+
     // Answers that arrive in any order, and later than they were read, give the same log, each
     // line with the time it was written: the log never goes back in time.
     void answersInAnyOrderGiveTheSameLog()
