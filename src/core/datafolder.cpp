@@ -1,8 +1,11 @@
 #include "core/datafolder.h"
 
 #include "platform/system.h"
+#include "platform/textfiles.h"
 
 #include <QDir>
+#include <QFileInfo>
+#include <QSet>
 
 namespace velmora::core {
 
@@ -28,21 +31,68 @@ QString dataFolderMovedText(platform::SystemInfo& system, const QString& chosen,
         .arg(program, chosen);
 }
 
-QString dataFile(const QString& dataFolder, const QString& name)
+QString unsafeFolderText(const QString& folder, const QString& why)
 {
-    // A server name is also a file name. One with a separator or a NUL in it (typed in, or read
-    // from a damaged list) must not reach into another folder or cut the path short, so those
-    // characters are written out instead.
+    return QStringLiteral("Velmora does not keep its files in \"%1\": %2. Whoever else may write there could "
+                          "put links in it that make Velmora overwrite other files.\n\n"
+                          "Make the folder yours and writable by you alone (for example: chmod go-w \"%1\"), "
+                          "then start Velmora again.")
+        .arg(folder, why);
+}
+
+namespace {
+
+// A server name as a file name of the data folder: "/" and NUL (which would reach into another
+// folder or cut the path short) and "%" itself are written out as "%2F", "%00" and "%25", so
+// that no two names share a file ("A/B" is "A%2FB", "A%2FB" is "A%252FB").
+QString escapedFileName(const QString& name)
+{
     QString safe = name;
-    if (safe.contains(QLatin1Char('/')) || safe.contains(QChar(0))) {
-        safe.replace(QLatin1Char('%'), QStringLiteral("%25"));
-        safe.replace(QLatin1Char('/'), QStringLiteral("%2F"));
-        safe.replace(QChar(0), QStringLiteral("%00"));
-    }
+    safe.replace(QLatin1Char('%'), QStringLiteral("%25"));
+    safe.replace(QLatin1Char('/'), QStringLiteral("%2F"));
+    safe.replace(QChar(0), QStringLiteral("%00"));
+    return safe;
+}
+
+QString inFolder(const QString& dataFolder, const QString& name)
+{
     // The root folder already ends with the separator.
     if (dataFolder.endsWith(QLatin1Char('/')))
-        return dataFolder + safe;
-    return dataFolder + QLatin1Char('/') + safe;
+        return dataFolder + name;
+    return dataFolder + QLatin1Char('/') + name;
+}
+
+} // namespace
+
+QString dataFile(const QString& dataFolder, const QString& name)
+{
+    return inFolder(dataFolder, escapedFileName(name));
+}
+
+int moveEarlierServerFiles(platform::TextFiles& files, const QString& dataFolder, const QStringList& servers)
+{
+    QSet<QString> taken;
+    for (const QString& server : servers)
+        taken.insert(escapedFileName(server).toLower());
+    int moved = 0;
+    for (const QString& server : servers) {
+        // Earlier versions wrote "%" out only in names that held "/" or NUL too.
+        if (!server.contains(QLatin1Char('%')) || server.contains(QLatin1Char('/')) || server.contains(QChar(0)))
+            continue;
+        const QString now = dataFile(dataFolder, server);
+        const QString before = inFolder(dataFolder, server);
+        if (files.exists(now) || !files.exists(before))
+            continue;
+        const auto lines = files.readLines(before, true);
+        if (!lines || !files.writeLines(now, *lines))
+            continue;
+        ++moved;
+        // The old file is the file of another listed server under today's names too (both
+        // servers read it before): that server keeps it.
+        if (!taken.contains(QFileInfo(files.resolve(before)).fileName().toLower()))
+            files.remove(before);
+    }
+    return moved;
 }
 
 QString reservedFileFor(const QString& server, const QString& programFile)

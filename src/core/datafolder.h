@@ -2,7 +2,10 @@
 // The data folder and the names of its files.
 #include <QString>
 
-namespace velmora::platform { class SystemInfo; }
+namespace velmora::platform {
+class SystemInfo;
+class TextFiles;
+}
 
 namespace velmora::core {
 
@@ -13,6 +16,10 @@ QString chooseDataFolder(platform::SystemInfo& system);
 // When the data folder chosen is not the program's folder although that folder holds a server
 // list (it could not be written), the message that names both folders; otherwise empty.
 QString dataFolderMovedText(platform::SystemInfo& system, const QString& chosen, bool programFolderHasData);
+
+// The message that refuses a data folder the platform's file service found unsafe (why: another
+// user owns it or may write into it).
+QString unsafeFolderText(const QString& folder, const QString& why);
 
 // Names of the stored files, relative to the data folder.
 namespace files {
@@ -33,8 +40,15 @@ inline const QString smtpoptions = QStringLiteral("SMTPOptions");
 inline const QString svcctlhelper = QStringLiteral("velmora-svcctl");
 } // namespace files
 
-// data folder + separator + name.
+// data folder + separator + name, with "%", "/" and NUL in name written out as "%25", "%2F" and
+// "%00": every server name has a file of its own, inside the data folder.
 QString dataFile(const QString& dataFolder, const QString& name);
+
+// Earlier versions left "%" as it stood in a name without "/" or NUL. Each of servers whose
+// file has only that earlier name gets its file under today's name (a copy when the earlier
+// name is also the file of another of servers, which read it too before; otherwise the file is
+// moved). Returns how many files were carried over.
+int moveEarlierServerFiles(platform::TextFiles& files, const QString& dataFolder, const QStringList& servers);
 
 // A server's own file is named as the server, in the same folder as the program's files and the
 // program file itself. The stored file a server name would land on instead of a per-server file

@@ -2,6 +2,8 @@
 
 #include "platform/textfiles.h"
 
+#include <QLocale>
+
 namespace velmora::core {
 
 namespace {
@@ -40,6 +42,24 @@ std::vector<ServerListLine> readServerList(platform::TextFiles& files, const QSt
         out.push_back(std::move(entry));
     }
     return out;
+}
+
+ServerListRead readServerListWithin(platform::TextFiles& files, const QString& path)
+{
+    const auto refusal = [&path](const QString& what) {
+        return QStringLiteral("The server list \"%1\" %2, more than Velmora takes: at most %3 servers, in a file of at "
+                              "most %4 MB.\n\nThe file is left as it is and the server list stays empty for now; "
+                              "monitoring goes on. Changes to the server list are not saved until the file is "
+                              "trimmed and Velmora is started again.")
+            .arg(path, what, QLocale(QLocale::English).toString(kMaxServers)).arg(kMaxServerListBytes / (1024 * 1024));
+    };
+    const qint64 bytes = files.size(path);
+    if (bytes > kMaxServerListBytes)
+        return {{}, refusal(QStringLiteral("is %1 MB large").arg(QString::number(double(bytes) / (1024 * 1024), 'f', 1)))};
+    std::vector<ServerListLine> lines = readServerList(files, path);
+    if (lines.size() > size_t(kMaxServers))
+        return {{}, refusal(QStringLiteral("names %1 servers").arg(QLocale(QLocale::English).toString(qulonglong(lines.size()))))};
+    return {std::move(lines), {}};
 }
 
 bool writeServerList(platform::TextFiles& files, const QString& path, const std::vector<ServerListLine>& entries)

@@ -26,6 +26,9 @@
 //   A crash in the middle leaves the old file whole too.
 // - appendLines() writes its lines in one write; when that fails part-way the file is cut back
 //   to its old length, so a failed append leaves no half line behind.
+// - A symbolic link is followed when it belongs to this user (or to root): the file it points to
+//   is the one read, replaced or appended to, and the link stays. A link of another user is
+//   never written through: the write fails with code 5.
 // - Nothing throws. Failures come back as false, std::nullopt or -1; after a failed create(),
 //   writeLines(), appendLines() or remove() lastFailure() says why.
 #include <QString>
@@ -79,11 +82,16 @@ public:
     // The words of lastFailure(), e.g. "No space left on device".
     QString lastError() const { return lastFailure().reason; }
     // Removes the temporary copies that writeLines() left in folder when the program was killed
-    // between writing a copy and renaming it: this backend's own ".<name>.velmora-tmp-XXXXXX",
-    // and "<name>.XXXXXX" (six letters, at least one of them lower case) beside an existing
-    // file <name>, as earlier versions named them. Nothing else is touched. Meant for start-up,
-    // before anything writes. Returns how many were removed, -1 when folder cannot be listed.
+    // between writing a copy and renaming it: regular files of this user named
+    // ".<name>.velmora-tmp-XXXXXX", a name no user gives a file. Nothing else is touched (copies
+    // that earlier versions named "<name>.XXXXXX" cannot be told from a user's own files and are
+    // left alone). Meant for start-up, once this copy knows it is the only one, before anything
+    // writes. Returns how many were removed, -1 when folder cannot be listed.
     virtual int removeLeftoverCopies(const QString& folder) = 0;
+    // Why folder is no place for the program's files, or empty when it is one: another user
+    // owns it or may write into it (a group or everybody may), so that user could put links
+    // there that make the program write over other files.
+    virtual QString folderProblem(const QString& folder) = 0;
 };
 
 enum class TextEncoding { Utf8, Windows1252 };

@@ -353,8 +353,14 @@ void MainWindow::load()
     // 2
     state.datafolder = core::chooseDataFolder(*p_.system);
     Text7->setText(state.datafolder);
-    // Temporary copies that a write killed half-way left behind are of no use to anyone.
-    p_.files->removeLeftoverCopies(state.datafolder);
+    // A folder that somebody else may write into is never used: links put there would steer
+    // this program's writes onto other files.
+    if (const QString why = p_.files->folderProblem(state.datafolder); !why.isEmpty()) {
+        p_.tray->remove();
+        p_.boxes->show(core::unsafeFolderText(state.datafolder, why), MsgIcon::Critical);
+        endProgram();
+        return;
+    }
     const QString programFolder = QDir::cleanPath(p_.system->programFolder());
     const QString moved = core::dataFolderMovedText(
         *p_.system, state.datafolder,
@@ -405,6 +411,9 @@ void MainWindow::load()
         endProgram();
         return;
     }
+    // Temporary copies that a write killed half-way left behind are of no use to anyone; only
+    // the one copy that runs may take them, since another copy may be writing them right now.
+    p_.files->removeLeftoverCopies(state.datafolder);
     // 10, once the window shows (11): the frame goes where it was, which the window manager
     // can only do for a window it manages.
     bool leftOk = false;
@@ -415,6 +424,21 @@ void MainWindow::load()
         platform::placeFrame(this, QPoint(left, state.settings.maintop.toInt()) / kTwipsPerPixel);
     if (!moved.isEmpty())
         p_.boxes->show(moved, MsgIcon::Exclamation);
+    // The server list, read once here for what follows and shown at 14. One beyond the limits
+    // is refused and left as it is: nothing writes it in this run.
+    const QString listFile = state.file(core::files::computerlist);
+    const bool listExisted = p_.files->exists(listFile);
+    core::ServerListRead listed = core::readServerListWithin(*p_.files, listFile);
+    serverListRefused_ = !listed.refused.isEmpty();
+    if (serverListRefused_)
+        p_.boxes->show(listed.refused, MsgIcon::Exclamation);
+    {
+        // Files of servers with "%" in their names under the names earlier versions gave them.
+        QStringList everyServer = monitored_.storedServers();
+        for (const core::ServerListLine& line : listed.lines)
+            everyServer << line.name;
+        core::moveEarlierServerFiles(*p_.files, state.datafolder, everyServer);
+    }
     // 12: the monitored servers, each server's file tidied.
     for (const QString& name : monitored_.refusedServers())
         announceRefusedServer(name);
@@ -423,15 +447,16 @@ void MainWindow::load()
         core::lookInFile(*p_.files, state.file(name));
     showMonitoredServers();
     // 13
-    if (p_.files->exists(state.file(core::files::computers)) && !p_.files->exists(state.file(core::files::computerlist))) {
+    if (p_.files->exists(state.file(core::files::computers)) && !listExisted) {
         std::vector<core::ServerListLine> lines;
         for (const QString& name : monitored)
             lines.push_back({name, true});
-        core::writeServerList(*p_.files, state.file(core::files::computerlist), lines);
+        if (core::writeServerList(*p_.files, listFile, lines))
+            listed = core::readServerListWithin(*p_.files, listFile);
     }
     // 14: every server is listed at once and pinged in one batch; the icons follow as the
     // answers come, a large batch a slice at a time so that the window stays usable.
-    servers_.reset(safeServerLines(core::readServerList(*p_.files, state.file(core::files::computerlist))));
+    servers_.reset(safeServerLines(listed.lines));
     const QStringList names = servers_.names();
     repingRunning_ = true;
     reach_.pingInParts(
@@ -547,6 +572,9 @@ bool MainWindow::writesettings()
 
 bool MainWindow::writecomputerlist()
 {
+    // A list refused at start-up stays as the user left it (the start-up box said so).
+    if (serverListRefused_)
+        return false;
     const std::vector<core::ServerListLine> lines = servers_.lines();
     const QString path = state.file(core::files::computerlist);
     const bool ok = core::writeServerList(*p_.files, path, lines);

@@ -188,6 +188,8 @@ private:
     servicecontrol::Connections& connections_;
     monitoring::Reachability reach_;
     bool repingRunning_ = false;
+    // The server list file was beyond the limits at start-up: it is neither shown nor written.
+    bool serverListRefused_ = false;
     QStringList refusedAtStart_;
     QPointer<AddServerDialog> addDialog_;
     QPointer<PropertiesWindow> propertiesWindow_;

@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QRandomGenerator>
+#include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -75,8 +76,49 @@ private slots:
 
         QCOMPARE(dataFile("/opt/velmora", files::computerlist), QString("/opt/velmora/Computerlist"));
         QCOMPARE(dataFile("/", "DC1"), QString("/DC1"));
-        // A server name never reaches outside the data folder.
+    }
+
+    // Every server name has a file of its own, inside the data folder; a name without "%" keeps
+    // the file earlier versions gave it.
+    void everyServerNameHasAFileOfItsOwn()
+    {
+        const QStringList names{"DC1", "A/B", "A%2FB", "A%252FB", "50%", "../Settings", "..%2FSettings",
+                                QString("A") + QChar(0) + "B", "A%00B"};
+        QSet<QString> seen;
+        for (const QString& name : names) {
+            const QString path = dataFile("/opt/velmora", name);
+            QVERIFY2(path.startsWith("/opt/velmora/") && !path.mid(13).contains('/') && !path.contains(QChar(0)),
+                     qPrintable(path));
+            QVERIFY2(!seen.contains(path.toLower()), qPrintable(name + " shares " + path));
+            seen.insert(path.toLower());
+        }
+        QCOMPARE(dataFile("/opt/velmora", "A/B"), QString("/opt/velmora/A%2FB"));
         QCOMPARE(dataFile("/opt/velmora", "../Settings"), QString("/opt/velmora/..%2FSettings"));
+    }
+
+    // A server whose name holds "%" finds the file an earlier version named for it: moved to
+    // its new name, or copied when that file is also another listed server's under the new names.
+    void serverFilesOfEarlierNamesAreCarriedOver_data()
+    {
+        QTest::addColumn<QStringList>("servers");
+        QTest::addColumn<bool>("oldFileStays");
+        QTest::newRow("alone") << QStringList{"A%2FB"} << false;
+        QTest::newRow("beside A/B") << QStringList{"A%2FB", "A/B"} << true;
+    }
+    void serverFilesOfEarlierNamesAreCarriedOver()
+    {
+        QFETCH(QStringList, servers);
+        QFETCH(bool, oldFileStays);
+        putBytes(file("A%2FB"), "Print Spooler;spooler;Alert;;;;;\r\n" + templateBytes);
+        putBytes(file("50%"), "kept as it is\r\n"); // a server that is not listed
+        QCOMPARE(moveEarlierServerFiles(disk, dir_->path(), servers), 1);
+        QCOMPARE(readMonitoredServices(disk, dataFile(dir_->path(), "A%2FB")).size(), size_t(1));
+        QCOMPARE(QFile::exists(file("A%2FB")), oldFileStays);
+        if (oldFileStays)
+            QCOMPARE(readMonitoredServices(disk, dataFile(dir_->path(), "A/B")).size(), size_t(1));
+        QCOMPARE(bytesOf(file("50%")), QByteArray("kept as it is\r\n"));
+        // Once carried over, nothing moves again.
+        QCOMPARE(moveEarlierServerFiles(disk, dir_->path(), servers), 0);
     }
 
     // ---- exact bytes of every writer ----

@@ -3,6 +3,7 @@
 // simulated backend's disk that fills part-way).
 #include "platform/linux/disktextfiles.h"
 #include "platform/sim/simplatform.h"
+#include "support/smalldisk.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -42,19 +43,6 @@ QByteArray bytesOf(const QString& path)
 QStringList entries(const QString& dir)
 {
     return QDir(dir).entryList(QDir::Files | QDir::Hidden | QDir::System, QDir::Name);
-}
-
-// Fills the file system of folder up to its last byte.
-void fillUp(const QString& folder)
-{
-    QFile filler(folder + "/filler");
-    if (!filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
-        return;
-    const QByteArray block(1024, 'f');
-    while (filler.write(block) == block.size()) {
-    }
-    while (filler.write(block.left(1)) == 1) {
-    }
 }
 
 } // namespace
@@ -179,24 +167,15 @@ private slots:
 
     void aFullDiskNeverReplacesOrDamagesAFile()
     {
-        if (QStandardPaths::findExecutable("unshare").isEmpty())
-            QSKIP("unshare (util-linux) is missing");
-        // A 64 KiB tmpfs, seen only by a child in a user and mount namespace of its own; the
-        // child (this program, see main) fills it up and says what the writes did.
+        // A 64 KiB disk of the test's own; the child (this program, see main) fills it up and
+        // says what the writes did.
         const QString folder = file("disk");
         QVERIFY(QDir().mkdir(folder));
-        QProcess child;
-        child.start("unshare", {"--user", "--map-root-user", "--mount", "sh", "-c",
-                                "mount -t tmpfs -o size=64k velmora-test \"$1\" && exec \"$2\" --on-full-disk \"$1\"",
-                                "sh", folder, QCoreApplication::applicationFilePath()});
-        QVERIFY(child.waitForFinished(60000));
-        const QString err = QString::fromLocal8Bit(child.readAllStandardError());
-        if (child.exitCode() != 0)
-            QSKIP(qPrintable("no small file system of the test's own: " + err));
-        QMap<QString, QString> seen;
-        for (const QString& line : QString::fromLocal8Bit(child.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts))
-            seen.insert(line.section(": ", 0, 0), line.section(": ", 1));
-        QVERIFY2(seen.value("set up") == "yes", qPrintable(err));
+        const velmora::test::SmallDiskRun run = velmora::test::runOnSmallDisk(folder, 64, {"--on-full-disk"});
+        if (!run.skipReason.isEmpty())
+            QSKIP(qPrintable(run.skipReason));
+        const QMap<QString, QString>& seen = run.seen;
+        QVERIFY2(seen.value("set up") == "yes", qPrintable(run.errors));
 
         const QString full = QString::fromLocal8Bit(std::strerror(ENOSPC));
         // Larger than anything left: the temporary copy cannot be written.
@@ -264,32 +243,72 @@ private slots:
         QCOMPARE(disk.lastFailure().code, 3);
     }
 
+    // Only this backend's own copies go: hidden, ".velmora-tmp-" and six letters or digits,
+    // a regular file of this user. A user's file of any other name stays, however near.
     void leftoverTemporaryCopiesAreTidiedAndNothingElse()
     {
-        const QStringList kept{"Computerlist", "Computers", "DC1", "DC1.CORPAB", "FS1", "Jobs.log",
-                               "Notes.UskWgG",           // no file "Notes" beside it
-                               "Settings.Ab1cde",        // a digit: not such a copy
-                               "Settings.abc",           // too short
-                               ".Settings.velmora-tmp-abc", ".x.velmora-tmp-abcdefg", "Settings"};
-        const QStringList leftovers{"Computerlist.UskWgG", "computers.qqqqqq", "Settings.aBCDEF",
-                                    ".Computerlist.velmora-tmp-Ab3dE9", ".Orphan.velmora-tmp-ZZZZZZ"};
-        // An earlier version's leftover is only taken beside the file it copies, with its spelling.
+        const QStringList kept{"Computerlist", "Computerlist.backup", "Settings.before", "Jobs.log.oldlog",
+                               "velmora.backup", "VM.Before", "Settings.BACKUP", "Computerlist.UskWgG",
+                               "Settings.velmora-tmp-Ab3dE9", ".Settings.velmora-tmp-abc", ".x.velmora-tmp-abcdefg",
+                               ".Settings.velmora-tmp-Ab3dE9.txt", "Settings", "VM"};
+        const QStringList leftovers{".Computerlist.velmora-tmp-Ab3dE9", ".Orphan.velmora-tmp-ZZZZZZ"};
         for (const QString& n : kept + leftovers)
             putBytes(file(n), "DC1\r\n");
-        QVERIFY(QDir(dir_->path()).mkdir("Folder.abcdef"));
-        QCOMPARE(files.removeLeftoverCopies(dir_->path()), 4);
-        QStringList expected = kept;
-        expected << "computers.qqqqqq"; // "computers" does not exist in that spelling
+        // Named like a copy, but a folder, a link (to a file of the user's), another user's file.
+        QVERIFY(QDir(dir_->path()).mkdir(".Folder.velmora-tmp-abcdef"));
+        QVERIFY(QFile::link(file("Settings"), file(".Link.velmora-tmp-abcdef")));
+        QStringList expected = kept + QStringList{".Folder.velmora-tmp-abcdef", ".Link.velmora-tmp-abcdef"};
+        if (geteuid() == 0) {
+            putBytes(file(".Theirs.velmora-tmp-abcdef"), "x");
+            QVERIFY(::chown(QFile::encodeName(file(".Theirs.velmora-tmp-abcdef")).constData(), 65534, 65534) == 0);
+            expected << ".Theirs.velmora-tmp-abcdef";
+        }
+        QCOMPARE(files.removeLeftoverCopies(dir_->path()), 2);
         expected.sort();
-        QCOMPARE(entries(dir_->path()), expected);
-        QVERIFY(QFileInfo(file("Folder.abcdef")).isDir());
+        QStringList left = QDir(dir_->path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+        QCOMPARE(left, expected);
+        QCOMPARE(bytesOf(file("Settings")), QByteArray("DC1\r\n"));
         QCOMPARE(files.removeLeftoverCopies(file("missing")), -1);
+    }
 
-        // A copy left by a write that was killed before the rename is one of them.
-        const QString settings = file("Settings");
-        QVERIFY(files.writeLines(settings, {"True"}));
-        QCOMPARE(files.removeLeftoverCopies(dir_->path()), 0);
-        QCOMPARE(bytesOf(settings), QByteArray("True\r\n"));
+    // A link in the data folder is the user's choice when it is the user's own: written through,
+    // and kept. One of another user's is never written through, by any kind of write.
+    void onlyTheUsersOwnLinksAreWrittenThrough_data()
+    {
+        QTest::addColumn<QString>("write");
+        QTest::addColumn<bool>("theirs");
+        for (const char* write : {"replace", "append", "create"}) {
+            QTest::addRow("%s through an own link", write) << write << false;
+            QTest::addRow("%s through another user's link", write) << write << true;
+        }
+    }
+    void onlyTheUsersOwnLinksAreWrittenThrough()
+    {
+        QFETCH(QString, write);
+        QFETCH(bool, theirs);
+        QTemporaryDir outside;
+        const QString target = outside.filePath("target");
+        putBytes(target, "kept\r\n");
+        const QString link = file("Computerlist");
+        QVERIFY(QFile::link(target, link));
+        if (theirs) {
+            if (geteuid() != 0)
+                QSKIP("giving a link to another user needs root");
+            QVERIFY(::lchown(QFile::encodeName(link).constData(), 65534, 65534) == 0);
+        }
+        const bool done = write == "replace" ? files.writeLines(link, {"DC1"})
+                          : write == "append" ? files.appendLines(link, {"DC1"})
+                                              : files.create(link);
+        QCOMPARE(done, !theirs);
+        QVERIFY(QFileInfo(link).isSymLink());
+        if (theirs) {
+            QCOMPARE(files.lastFailure().code, 5);
+            QCOMPARE(bytesOf(target), QByteArray("kept\r\n"));
+        } else {
+            QCOMPARE(bytesOf(target), write == "replace" ? QByteArray("DC1\r\n")
+                                      : write == "append" ? QByteArray("kept\r\nDC1\r\n") : QByteArray());
+        }
+        QCOMPARE(entries(dir_->path()), QStringList{"Computerlist"});
     }
 
     void appendLinesCreatesAndExtends()
@@ -434,9 +453,7 @@ int onFullDisk(const QString& folder)
     const QString list = folder + "/Computerlist";
     const QString log = folder + "/Jobs.log";
     DiskTextFiles disk;
-    const auto show = [](const char* what, const QString& outcome) {
-        std::printf("%s: %s\n", what, outcome.toLocal8Bit().constData());
-    };
+    const auto show = velmora::test::tellParent;
     const auto outcome = [&](bool ok) {
         return ok ? QString("done") : QString("failed %1 %2").arg(disk.lastFailure().code).arg(disk.lastError());
     };
@@ -445,7 +462,7 @@ int onFullDisk(const QString& folder)
     };
     if (!disk.writeLines(list, {"DC1\tmonitored", "FS1"}) || !disk.writeLines(log, {"first"}))
         return 0;
-    fillUp(folder);
+    velmora::test::fillUp(folder);
     show("set up", "yes");
     show("large rewrite", outcome(disk.writeLines(list, QStringList(100, QString(100, 'S')))));
     show("small rewrite", outcome(disk.writeLines(list, {"X"})));

@@ -1,5 +1,6 @@
 #include "support/windowfixture.h"
 #include "core/serverfile.h"
+#include "core/serverlistfile.h"
 #include "monitoring/setupwindow.h"
 
 #include <QComboBox>
@@ -12,6 +13,9 @@
 #include <QPushButton>
 #include <QTest>
 #include <QTreeWidget>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace velmora;
 using platform::MsgIcon;
@@ -208,15 +212,23 @@ private slots:
         QTest::addColumn<QString>("message");
         QTest::addColumn<int>("icon");
         QTest::addColumn<QString>("instanceProblem");
+        QTest::addColumn<int>("folderMode"); // of the data folder; -1: it belongs to another user
         QTest::newRow("Windows 95") << 1 << false << "This Program is designed for Windows NT/2000/XP only !         "
-                                    << int(MsgIcon::Exclamation) << QString();
+                                    << int(MsgIcon::Exclamation) << QString() << 0700;
         QTest::newRow("unknown") << 0 << false << "This Program is designed for Windows NT/2000/XP only !         "
-                                 << int(MsgIcon::Exclamation) << QString();
+                                 << int(MsgIcon::Exclamation) << QString() << 0700;
         QTest::newRow("second copy") << 2 << true << "Only one Instance allowed !         " << int(MsgIcon::Critical)
-                                     << QString();
+                                     << QString() << 0700;
         // No folder of this user's own to meet other copies in: told why, and no second box.
         const QString why = "The folder /run/user/1000/velmora belongs to another user.";
-        QTest::newRow("no private folder") << 2 << true << why << int(MsgIcon::Critical) << why;
+        QTest::newRow("no private folder") << 2 << true << why << int(MsgIcon::Critical) << why << 0700;
+        // A data folder somebody else may write into: links put there could steer the writes.
+        QTest::newRow("folder open to all") << 2 << false << "every user may write into it (its mode is 1777)"
+                                            << int(MsgIcon::Critical) << QString() << 01777;
+        QTest::newRow("folder open to the group") << 2 << false << "its group may write into it (its mode is 0770)"
+                                                  << int(MsgIcon::Critical) << QString() << 0770;
+        QTest::newRow("folder of another user") << 2 << false << "it belongs to the user nobody"
+                                                << int(MsgIcon::Critical) << QString() << -1;
     }
 
     void unsuitableSystemOrSecondCopyEndsBeforeTouchingFiles()
@@ -226,14 +238,24 @@ private slots:
         QFETCH(QString, message);
         QFETCH(int, icon);
         QFETCH(QString, instanceProblem);
+        QFETCH(int, folderMode);
         WindowFixture f;
         f.sim.system.platform_id = platformId;
         f.sim.instance.other_running = otherRunning;
         f.sim.instance.problem_text = instanceProblem;
         f.writeFile("Computers", {"DC1"});
+        // Nobody takes away a temporary copy that another copy may be writing at this moment.
+        f.writeFile(".Computers.velmora-tmp-Ab3dE9", {"DC1"});
+        const QByteArray folder = QFile::encodeName(f.dir.path());
+        if (folderMode == -1 && ::geteuid() != 0)
+            QSKIP("giving a folder to another user needs root");
+        QVERIFY(folderMode == -1 ? ::chown(folder.constData(), 65534, 65534) == 0
+                                 : ::chmod(folder.constData(), mode_t(folderMode)) == 0);
         auto& w = f.start();
         QVERIFY(f.sim.app.ended());
-        QCOMPARE(f.sim.boxes.texts(), QStringList{message});
+        QCOMPARE(f.sim.boxes.texts().size(), 1);
+        QVERIFY2(f.sim.boxes.texts().first().contains(message), qPrintable(f.sim.boxes.texts().first()));
+        QVERIFY(f.fileExists(".Computers.velmora-tmp-Ab3dE9"));
         QCOMPARE(int(f.sim.boxes.shown.first().icon), icon);
         QCOMPARE(f.sim.instance.activations, otherRunning && instanceProblem.isEmpty() ? 1 : 0);
         QVERIFY(!f.fileExists("Jobs.log"));
@@ -270,6 +292,64 @@ private slots:
                      text.contains(f.sim.system.user_data_folder),
                  qPrintable(text));
         QCOMPARE(f.readBytes("Computerlist"), QByteArray("DC1\r\n")); // left as it was
+    }
+
+    // A start tidies away only the temporary copies of its own writes; a user's files of
+    // every near name stay, start after start.
+    void startUpTakesOnlyItsOwnLeftoverCopies()
+    {
+        WindowFixture f;
+        const QStringList users{"Computerlist.backup", "Settings.before", "Jobs.log.oldlog", "velmora.backup",
+                                "VM.Before", "Settings.BACKUP", "Computerlist.UskWgG", "Computerlist.uskwgg"};
+        f.writeFile("Computerlist", {"VM"});
+        f.writeFile("Settings", {});
+        f.writeFile("Jobs.log", {});
+        f.writeFile("VM", {});
+        f.writeFile("velmora", {}); // the program file
+        for (const QString& name : users)
+            f.writeFile(name, {"mine"});
+        f.writeFile(".Computerlist.velmora-tmp-Ab3dE9", {"half"});
+        for (int start = 0; start < 2; ++start) {
+            WindowFixture g;
+            g.sim.system.program_folder = f.dir.path();
+            g.start();
+            QVERIFY(!g.sim.app.ended());
+            g.program.reset();
+        }
+        for (const QString& name : users)
+            QVERIFY2(f.readBytes(name) == "mine\r\n", qPrintable(name));
+        QVERIFY(!f.fileExists(".Computerlist.velmora-tmp-Ab3dE9"));
+    }
+
+    // A server list beyond the limits is refused with a box, never loaded, and left as it is,
+    // also by the close box; the monitored servers are still watched.
+    void aServerListBeyondTheLimitsIsRefusedAndLeftAsItIs_data()
+    {
+        QTest::addColumn<int>("names");
+        QTest::addColumn<QString>("said");
+        QTest::newRow("3.58 million names, 54 MB") << 3580000 << "is 54.6 MB large";
+        QTest::newRow("20,001 names") << 20001 << "names 20,001 servers";
+    }
+    void aServerListBeyondTheLimitsIsRefusedAndLeftAsItIs()
+    {
+        QFETCH(int, names);
+        QFETCH(QString, said);
+        WindowFixture f;
+        QByteArray list;
+        list.reserve(qsizetype(names) * 16);
+        for (int i = 0; i < names; ++i)
+            list += "SERVER-" + QByteArray::number(i).rightJustified(7, '0') + "\r\n";
+        f.writeBytes("Computerlist", list);
+        f.writeFile("Computers", {"DC1"});
+        auto& w = f.start();
+        QCOMPARE(f.sim.boxes.texts().size(), 1);
+        const QString text = f.sim.boxes.texts().first();
+        QVERIFY2(text.contains(f.path("Computerlist")) && text.contains(said) && text.contains("20,000"), qPrintable(text));
+        QCOMPARE(w.ListView2->topLevelItemCount(), 0);
+        QCOMPARE(w.Combo1->currentText(), QString("DC1"));
+        w.close();
+        QVERIFY(f.sim.app.ended());
+        QVERIFY(f.readBytes("Computerlist") == list);
     }
 
     // Without an ICMP socket: one box and one job-log line say why, and no server is shown as
@@ -332,9 +412,10 @@ private slots:
 
     void hugeServerListTakesTheCloseBoxWhileItsAnswersComeIn()
     {
-        // 655,360 servers: the answers of one ping batch come in slices, and the window takes
-        // the close box between two of them; once closed, nothing more is applied.
-        constexpr int servers = 655360;
+        // As many servers as a list may hold: the answers of one ping batch come in slices, and
+        // the window takes the close box between two of them; once closed, nothing more is
+        // applied.
+        constexpr int servers = core::kMaxServers;
         WindowFixture f;
         QByteArray list;
         list.reserve(servers * 10);

@@ -11,7 +11,9 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <climits>
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -160,15 +162,59 @@ std::optional<QByteArray> readBytes(const QString& path)
     return bytes;
 }
 
-// The name of a temporary copy of name: hidden, and recognisable by its ".velmora-tmp-" part
-// followed by six random letters or digits.
+// The mark of a temporary copy: hidden, ".velmora-tmp-" and six random letters or digits.
+const QString kCopyMark = QStringLiteral(".velmora-tmp-");
+
 QByteArray temporaryName(const QByteArray& name)
 {
     static constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
     QByteArray suffix(6, 'x');
     for (char& c : suffix)
         c = alphabet[QRandomGenerator::global()->bounded(int(sizeof alphabet - 1))];
-    return '.' + name + ".velmora-tmp-" + suffix;
+    return '.' + name + kCopyMark.toLatin1() + suffix;
+}
+
+// The error number of a write refused because a link on its way belongs to another user.
+constexpr int kForeignLink = -1000;
+
+// Whether a file or link of owner may steer this program's writes: its own, or root's.
+bool trustedOwner(uid_t owner)
+{
+    return owner == ::geteuid() || owner == 0;
+}
+
+// The file path names once the links on it that this user (or root) made are followed; path
+// itself when it is no link (or does not exist yet). A link of another user stops it: empty,
+// with kForeignLink in err; so does a chain of links without end (ELOOP).
+QByteArray followOwnLinks(const QByteArray& path, int& err)
+{
+    QByteArray at = path;
+    for (int depth = 0; depth < 40; ++depth) {
+        struct stat st {};
+        if (::lstat(at.constData(), &st) != 0 || !S_ISLNK(st.st_mode))
+            return at;
+        if (!trustedOwner(st.st_uid)) {
+            err = kForeignLink;
+            return {};
+        }
+        char buffer[PATH_MAX];
+        const ssize_t n = ::readlink(at.constData(), buffer, sizeof buffer - 1);
+        if (n < 0) {
+            err = errno;
+            return {};
+        }
+        const QByteArray target(buffer, n);
+        at = target.startsWith('/') ? target : at.left(at.lastIndexOf('/') + 1) + target;
+    }
+    err = ELOOP;
+    return {};
+}
+
+QString ownerName(uid_t uid)
+{
+    if (const passwd* pw = ::getpwuid(uid))
+        return QString::fromLocal8Bit(pw->pw_name);
+    return QStringLiteral("number %1").arg(uid);
 }
 
 } // namespace
@@ -176,6 +222,8 @@ QByteArray temporaryName(const QByteArray& name)
 FileError DiskTextFiles::errorFor(int errnum)
 {
     FileError e;
+    if (errnum == kForeignLink)
+        return {5, QStringLiteral("it is a link that belongs to another user, and Velmora never writes through such a link")};
     switch (errnum) {
     case 0: return e;
     case ENOENT: case ENOTDIR: e.code = 3; break;
@@ -216,13 +264,13 @@ int DiskTextFiles::writeBytes(int fd, const QByteArray& bytes)
 
 int DiskTextFiles::replaceFile(const QString& path, const QByteArray& bytes)
 {
-    QFileInfo info(path);
-    // A link is followed, so that the file it points to is the one replaced.
-    if (info.isSymLink())
-        info = QFileInfo(info.symLinkTarget());
-    const QByteArray target = QFile::encodeName(info.absoluteFilePath());
-    const QByteArray folder = QFile::encodeName(info.absolutePath());
-    const QByteArray name = QFile::encodeName(info.fileName());
+    // A link of this user's own is followed, so that the file it points to is the one replaced.
+    int err = 0;
+    const QByteArray target = followOwnLinks(QFile::encodeName(QFileInfo(path).absoluteFilePath()), err);
+    if (err != 0)
+        return err;
+    const QByteArray folder = target.left(target.lastIndexOf('/'));
+    const QByteArray name = target.mid(target.lastIndexOf('/') + 1);
     struct stat old {};
     const bool replacing = ::stat(target.constData(), &old) == 0;
 
@@ -234,7 +282,6 @@ int DiskTextFiles::replaceFile(const QString& path, const QByteArray& bytes)
         if (fd < 0 && (errno != EEXIST || attempt == 100))
             return errno;
     }
-    int err = 0;
     if (replacing)
         ::fchmod(fd, old.st_mode & 07777); // the new file keeps the old one's permissions
     err = writeBytes(fd, bytes);
@@ -253,8 +300,11 @@ int DiskTextFiles::replaceFile(const QString& path, const QByteArray& bytes)
 
 int DiskTextFiles::appendFile(const QString& path, const QStringList& lines)
 {
-    const QByteArray target = QFile::encodeName(path);
-    const int fd = ::open(target.constData(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    int err = 0;
+    const QByteArray target = followOwnLinks(QFile::encodeName(path), err);
+    if (err != 0)
+        return err;
+    const int fd = ::open(target.constData(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
     if (fd < 0)
         return errno;
     // Other writers (another copy of the program) append under the same lock, so the end read
@@ -262,7 +312,7 @@ int DiskTextFiles::appendFile(const QString& path, const QStringList& lines)
     while (::flock(fd, LOCK_EX) != 0 && errno == EINTR) {
     }
     struct stat before {};
-    int err = ::fstat(fd, &before) == 0 ? 0 : errno;
+    err = ::fstat(fd, &before) == 0 ? 0 : errno;
     if (err == 0) {
         // The end of the file tells how it is written now, and whether its last line is ended.
         constexpr qint64 tailSize = 64 * 1024;
@@ -341,8 +391,11 @@ FileError DiskTextFiles::lastFailure() const
 
 bool DiskTextFiles::create(const QString& path)
 {
-    const int fd = ::open(QFile::encodeName(resolve(path)).constData(),
-                          O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    int err = 0;
+    const QByteArray target = followOwnLinks(QFile::encodeName(resolve(path)), err);
+    if (err != 0)
+        return report(err);
+    const int fd = ::open(target.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666);
     if (fd < 0)
         return report(errno);
     return report(::close(fd) == 0 ? 0 : errno);
@@ -391,23 +444,35 @@ int DiskTextFiles::removeLeftoverCopies(const QString& folder)
     const QDir dir(folder);
     if (!dir.exists())
         return -1;
-    static const QRegularExpression ours(QStringLiteral("^\\..+\\.velmora-tmp-[A-Za-z0-9]{6}$"));
-    static const QRegularExpression earlier(QStringLiteral("^(.+)\\.([A-Za-z]{6})$"));
+    static const QRegularExpression ours(QStringLiteral("^\\..+") + QRegularExpression::escape(kCopyMark)
+                                         + QStringLiteral("[A-Za-z0-9]{6}$"));
     const QStringList names = dir.entryList(QDir::Files | QDir::Hidden | QDir::System | QDir::NoSymLinks);
     int removed = 0;
     for (const QString& name : names) {
-        bool leftover = ours.match(name).hasMatch();
-        if (!leftover) {
-            const auto m = earlier.match(name);
-            // Server names are kept in upper case, so a suffix with a lower-case letter cannot
-            // be a per-server file named like a dotted name.
-            leftover = m.hasMatch() && m.captured(2) != m.captured(2).toUpper()
-                && QFileInfo(dir.filePath(m.captured(1))).isFile();
-        }
-        if (leftover && QFile::remove(dir.filePath(name)))
+        if (!ours.match(name).hasMatch())
+            continue;
+        const QByteArray path = QFile::encodeName(dir.filePath(name));
+        struct stat st {};
+        if (::lstat(path.constData(), &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == ::geteuid()
+            && ::unlink(path.constData()) == 0)
             ++removed;
     }
     return removed;
+}
+
+QString DiskTextFiles::folderProblem(const QString& folder)
+{
+    struct stat st {};
+    if (::stat(QFile::encodeName(folder).constData(), &st) != 0)
+        return {};
+    if (!trustedOwner(st.st_uid))
+        return QStringLiteral("it belongs to the user %1").arg(ownerName(st.st_uid));
+    const QString mode = QString::number(st.st_mode & 07777, 8).rightJustified(4, QLatin1Char('0'));
+    if (st.st_mode & S_IWOTH)
+        return QStringLiteral("every user may write into it (its mode is %1)").arg(mode);
+    if (st.st_mode & S_IWGRP)
+        return QStringLiteral("its group may write into it (its mode is %1)").arg(mode);
+    return {};
 }
 
 qint64 DiskTextFiles::size(const QString& path)

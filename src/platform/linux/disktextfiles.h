@@ -21,6 +21,7 @@ public:
     bool remove(const QString& path) override;
     QString resolve(const QString& path) override;
     int removeLeftoverCopies(const QString& folder) override;
+    QString folderProblem(const QString& folder) override;
     FileError lastFailure() const override;
 
     // The Windows error code and the system's words for a native error number.
