@@ -73,11 +73,9 @@ MainWindow::MainWindow(core::RunState& runState, core::ServerList& servers, core
     for (platform::Timer* t : {services->Timer1, services->Timer2, Timer5, Timer6, Timer8, Timer9})
         t->setEnabled(true);
     connect(Timer9, &platform::Timer::timeout, this, &MainWindow::repingServers);
-    // Logout and system shutdown close the window like its close box.
-    p_.app->onSessionEnd([this] {
-        if (!p_.app->ended())
-            queryUnload();
-    });
+    // Logout, system shutdown and a termination signal close the window like its close box,
+    // but nobody is there to answer a box.
+    p_.app->onSessionEnd([this] { sessionEnd(); });
 }
 
 MainWindow::~MainWindow() = default;
@@ -556,9 +554,13 @@ void MainWindow::readsettings()
 void MainWindow::showWriteFailure(const QString& path)
 {
     const QString reason = p_.files->lastError();
-    p_.boxes->show(core::writeFailedText(core::WriteResult::failed(
-                       path, reason.isEmpty() ? QStringLiteral("the file could not be written") : reason)),
-                   MsgIcon::Critical);
+    const QString text = core::writeFailedText(
+        core::WriteResult::failed(path, reason.isEmpty() ? QStringLiteral("the file could not be written") : reason));
+    if (endingSession_) {
+        emit notSavedAtSessionEnd(text);
+        return;
+    }
+    p_.boxes->show(text, MsgIcon::Critical);
 }
 
 bool MainWindow::writesettings()
@@ -607,6 +609,28 @@ void MainWindow::queryUnload()
 {
     p_.sound->stop();
     // The service-control handles are opened and closed per operation; none is held here.
+    storeWindowPosition(true);
+    writecomputerlist();
+    // A session that ended while a "Could not save" box was open has saved what it could and
+    // ended the program already.
+    if (p_.app->ended())
+        return;
+    writesettings();
+    if (p_.app->ended())
+        return;
+    p_.tray->remove();
+    endProgram();
+}
+
+void MainWindow::sessionEnd()
+{
+    if (p_.app->ended())
+        return;
+    // The close box's steps, without boxes: what can be written is written, what cannot is told
+    // through notSavedAtSessionEnd, and the program ends. A box still open (the close box's
+    // "Could not save", say) goes with the program.
+    endingSession_ = true;
+    p_.sound->stop();
     storeWindowPosition(true);
     writecomputerlist();
     writesettings();

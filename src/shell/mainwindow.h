@@ -101,7 +101,8 @@ public:
     void pingserver(const QString& name, std::function<void(bool reachable)> done);
 
     // The ways out.
-    void queryUnload();   // close box, system menu, session end
+    void queryUnload();   // close box, system menu
+    void sessionEnd();    // logout, shutdown, a termination signal: as the close box, no boxes
     void exitProgram();   // Command4
     void menuExit();      // mnuExit
     void trayExit();      // mnuTrayExit
@@ -151,6 +152,9 @@ signals:
     void maintenanceEnded(const QString& server);
     // Remove Server was asked for with no server selected.
     void removeWithoutSelection();
+    // A file could not be saved as the session ended (no box is shown then); text says which
+    // and why.
+    void notSavedAtSessionEnd(const QString& text);
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -190,6 +194,8 @@ private:
     bool repingRunning_ = false;
     // The server list file was beyond the limits at start-up: it is neither shown nor written.
     bool serverListRefused_ = false;
+    // The session is ending (a termination signal): no box is shown any more.
+    bool endingSession_ = false;
     QStringList refusedAtStart_;
     QPointer<AddServerDialog> addDialog_;
     QPointer<PropertiesWindow> propertiesWindow_;

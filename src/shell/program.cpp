@@ -184,6 +184,13 @@ void Program::connectServerManagement()
         state.platform.boxes->show(why, platform::MsgIcon::Exclamation);
         m->joblog().appendjobline(QString(why).replace(QLatin1Char('\n'), QLatin1Char(' ')));
     });
+    // At the end of a session nobody answers a box: standard error and the job log (when it
+    // can still be written) say what was not saved.
+    QObject::connect(w, &MainWindow::notSavedAtSessionEnd, m, [m](const QString& text) {
+        const QString line = QString(text).replace(QLatin1Char('\n'), QLatin1Char(' '));
+        qWarning("Velmora: %s", qPrintable(line));
+        m->joblog().appendjobline(line);
+    });
     QObject::connect(w, &MainWindow::maintenanceEnded, m,
                      [m](const QString& server) { m->joblog().serverline(server, joblog::kMaintenanceEnded); });
     QObject::connect(w, &MainWindow::removeWithoutSelection, w, [this] {

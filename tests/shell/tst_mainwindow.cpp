@@ -11,6 +11,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QTest>
 #include <QTreeWidget>
 
@@ -350,6 +351,42 @@ private slots:
         w.close();
         QVERIFY(f.sim.app.ended());
         QVERIFY(f.readBytes("Computerlist") == list);
+    }
+
+    // The session ends (a termination signal) while the close box's "Could not save" is open, or
+    // with nothing open: no further box, what can be written is, what cannot is told on standard
+    // error and in the job log, and the program ends.
+    void aSessionEndSavesWhatItCanAndEndsWithoutABox_data()
+    {
+        QTest::addColumn<bool>("closeBoxFirst");
+        QTest::newRow("while the close box's box is open") << true;
+        QTest::newRow("alone") << false;
+    }
+    void aSessionEndSavesWhatItCanAndEndsWithoutABox()
+    {
+        QFETCH(bool, closeBoxFirst);
+        WindowFixture f;
+        f.writeFile("Computerlist", {"OLD"});
+        auto& w = f.start();
+        f.sim.files.failOn(platform::sim::SimTextFiles::Op::Write, "computerlist");
+        int terminations = 0;
+        // Every signal that comes while a box is open ends the session again, as a system that
+        // sends SIGTERM repeatedly would.
+        f.sim.boxes.whileOpen = [&](const platform::sim::ShownBox&) {
+            if (++terminations <= 3)
+                f.sim.app.session_end();
+        };
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^Velmora: Could not save \".*Computerlist\""));
+        if (closeBoxFirst)
+            w.close();
+        else
+            f.sim.app.session_end();
+        QVERIFY(f.sim.app.ended());
+        QCOMPARE(f.sim.boxes.shown.size(), closeBoxFirst ? 1 : 0);
+        QCOMPARE(f.readBytes("Computerlist"), QByteArray("OLD\r\n"));
+        QVERIFY(f.fileExists("Settings"));
+        QVERIFY2(f.logLines().filter("Could not save").filter("Computerlist").size() == 1,
+                 qPrintable(f.logLines().join('|')));
     }
 
     // Without an ICMP socket: one box and one job-log line say why, and no server is shown as
