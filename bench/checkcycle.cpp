@@ -78,9 +78,7 @@ std::pair<qint64, qint64> largeFileScan(QApplication& app)
         sim.services.addService("BIG", {.name = svc, .state = platform::svcstate::running});
     }
     writeLines(dir.filePath("BIG"), lines);
-    writeLines(dir.filePath("Computers"), {"BIG"});
-    writeLines(dir.filePath("Computerlist"), {"BIG\tmonitored"});
-    writeLines(dir.filePath("Interval"), {"240"});
+    bench::writeMonitoredFleet(dir.path(), {"BIG"});
     platform::Platform p = sim.platform();
     p.clock = real.platform().clock;
     p.worker = real.platform().worker;
@@ -127,13 +125,12 @@ int main(int argc, char** argv)
     std::mt19937 rng(42);
     std::uniform_int_distribution<int> latency(1, 20);
 
-    QStringList names, list;
+    QStringList names;
     qint64 serialMs = 0, slowestServerMs = 0;
     for (int i = 0; i < servers; ++i) {
         const QString name = QStringLiteral("SRV%1").arg(i, 3, 10, QLatin1Char('0'));
         const bool up = i % 5 != 0;
         names << name;
-        list << name + "\tmonitored";
         sim.icmp.addComputer(name, QStringLiteral("10.%1.%2.1").arg(i / 200).arg(i % 200), up ? 0 : 11010);
         QStringList records;
         qint64 serverMs = 0;
@@ -150,9 +147,7 @@ int main(int argc, char** argv)
         serialMs += up ? serverMs : timeoutMs;
         slowestServerMs = std::max(slowestServerMs, up ? serverMs : 0);
     }
-    writeLines(dir.filePath("Computers"), names);
-    writeLines(dir.filePath("Computerlist"), list);
-    writeLines(dir.filePath("Interval"), {"240"});
+    bench::writeMonitoredFleet(dir.path(), names);
     // The ping batch answers after the time-out, as a real echo socket with silent hosts does.
     sim.icmp.delay_ms = timeoutMs;
 

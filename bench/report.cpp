@@ -29,11 +29,10 @@ int main(int argc, char** argv)
     platform::LinuxPlatform real;
     platform::sim::SimPlatform sim;
     sim.system.program_folder = dir.path();
-    QStringList names, list;
+    QStringList names;
     for (int i = 0; i < servers; ++i) {
         const QString name = QStringLiteral("SRV%1").arg(i, 3, 10, QLatin1Char('0'));
         names << name;
-        list << name + "\tmonitored";
         sim.icmp.addComputer(name, QStringLiteral("10.0.%1.1").arg(i), 0);
         QStringList records;
         for (int k = 0; k < perServer; ++k) {
@@ -45,9 +44,7 @@ int main(int argc, char** argv)
         }
         writeLines(dir.filePath(name), records);
     }
-    writeLines(dir.filePath("Computers"), names);
-    writeLines(dir.filePath("Computerlist"), list);
-    writeLines(dir.filePath("Interval"), {"240"});
+    bench::writeMonitoredFleet(dir.path(), names);
 
     platform::Platform p = sim.platform();
     p.clock = real.platform().clock;

@@ -84,6 +84,18 @@ inline void writeLines(const QString& path, const QStringList& lines)
         f.write(l.toUtf8() + "\r\n");
 }
 
+// The files of a fleet whose servers are all monitored: "Computers", "Computerlist" and an
+// interval long enough that only the scans a benchmark starts itself run.
+inline void writeMonitoredFleet(const QString& folder, const QStringList& servers)
+{
+    QStringList list;
+    for (const QString& s : servers)
+        list << s + QStringLiteral("\tmonitored");
+    writeLines(folder + QStringLiteral("/Computers"), servers);
+    writeLines(folder + QStringLiteral("/Computerlist"), list);
+    writeLines(folder + QStringLiteral("/Interval"), {QStringLiteral("240")});
+}
+
 // The `name: value` lines of a run's output whose value is a number.
 inline QMap<QString, double> figuresOf(const QByteArray& output)
 {

@@ -139,6 +139,31 @@ struct Journal : joblog::AlertSink, actions::ActionRunner {
     }
 };
 
+// A scan without a program or a window over the files and the fleet of f: run state, server
+// list (servers, all monitored), files, job log, and the recording sink and runner.
+struct BareScan {
+    BareScan(WindowFixture& f, const QStringList& names) : state(stateOf(f))
+    {
+        for (const QString& name : names)
+            servers.add(name, true);
+        log.ensurejoblog();
+    }
+    static core::RunState stateOf(WindowFixture& f)
+    {
+        core::RunState s;
+        s.platform = f.sim.platform();
+        s.datafolder = f.dir.path();
+        return s;
+    }
+    core::RunState state;
+    core::ServerList servers;
+    core::MonitoredServices monitored{*state.platform.files, [this](const QString& n) { return state.file(n); }};
+    joblog::JobLog log{state.platform, [this] { return state.datafolder; }};
+    Journal journal;
+    monitoring::CheckCycle cycle{state, servers, monitored, log, journal, journal};
+    QSignalSpy finished{&cycle, &monitoring::CheckCycle::scanFinished};
+};
+
 } // namespace
 
 class TestCheckCycle : public QObject {
@@ -181,19 +206,9 @@ private slots:
     void aScanNeedsNoWindowAndWaitsForEachFailuresActions()
     {
         Fleet f; // the files and the simulated fleet; no program and no window are built
-        core::RunState state;
-        state.platform = f.sim.platform();
-        state.datafolder = f.dir.path();
-        core::ServerList servers;
-        for (const char* name : {"WEB1", "DB2", "LAB3", "FILE4"})
-            servers.add(name, true);
+        BareScan bare(f, {"WEB1", "DB2", "LAB3", "FILE4"});
+        auto& [state, servers, monitored, log, journal, cycle, finished] = bare;
         servers.setMaintenance("LAB3", true);
-        core::MonitoredServices monitored(*state.platform.files, [&](const QString& n) { return state.file(n); });
-        joblog::JobLog log(state.platform, [&] { return state.datafolder; });
-        log.ensurejoblog();
-        Journal journal;
-        monitoring::CheckCycle cycle(state, servers, monitored, log, journal, journal);
-        QSignalSpy finished(&cycle, &monitoring::CheckCycle::scanFinished);
 
         cycle.trigger();
         QCOMPARE(journal.events, (QStringList{"begin", "row|WEB1|nginx.service|Stopped|Alert", "act|WEB1|nginx.service"}));
@@ -229,17 +244,8 @@ private slots:
         f.writeFile("BIG", lines);
         f.writeFile("Computers", {"BIG"});
         f.sim.icmp.addComputer("BIG", "10.4.0.9", 0);
-        core::RunState state;
-        state.platform = f.sim.platform();
-        state.datafolder = f.dir.path();
-        core::ServerList servers;
-        servers.add("BIG", true);
-        core::MonitoredServices monitored(*state.platform.files, [&](const QString& n) { return state.file(n); });
-        joblog::JobLog log(state.platform, [&] { return state.datafolder; });
-        log.ensurejoblog();
-        Journal journal;
-        monitoring::CheckCycle cycle(state, servers, monitored, log, journal, journal);
-        QSignalSpy finished(&cycle, &monitoring::CheckCycle::scanFinished);
+        BareScan bare(f, {"BIG"});
+        auto& [state, servers, monitored, log, journal, cycle, finished] = bare;
         cycle.trigger();
         QCOMPARE(f.logLines(), expected.mid(0, monitoring::CheckCycle::kRecordsPerTurn));
         QTRY_COMPARE(finished.count(), 1);
