@@ -163,17 +163,37 @@ void CheckCycle::startScan(bool immediate, std::function<void()> done)
     alerts_.updatelogsizecolour();
 
     auto& files = *state_.platform.files;
+    QStringList paths;
     if (!immediate || files.exists(state_.file(core::files::computers))) {
         for (const QString& name : monitored_.servers()) {
             Server s;
             s.name = name;
             const core::ServerEntry* entry = servers_.find(name);
             s.maintenance = !immediate && entry && entry->maintenance;
-            s.records = monitored_.records(name);
+            paths << state_.file(name);
             scan->servers.push_back(std::move(s));
         }
     }
+    // The servers' files are read off the user-interface thread: one may hold thousands of
+    // records.
+    platform::TextFiles* textFiles = &files;
+    state_.platform.worker->run(this, [this, scan, paths, textFiles]() -> std::function<void()> {
+        std::vector<std::vector<core::MonitoredService>> records;
+        records.reserve(size_t(paths.size()));
+        for (const QString& path : paths)
+            records.push_back(core::readMonitoredServices(*textFiles, path));
+        return [this, scan, records = std::move(records)]() mutable {
+            for (size_t i = 0; i < records.size(); ++i)
+                scan->servers[i].records = std::move(records[i]);
+            if (scan_ == scan)
+                pingServers(scan);
+        };
+    });
+}
 
+void CheckCycle::pingServers(const std::shared_ptr<Scan>& scan)
+{
+    const bool immediate = scan->immediate;
     // One ping for every server that is visited; in the immediate check only servers with
     // services are pinged, since it pings per service.
     QStringList names;
@@ -229,12 +249,12 @@ void CheckCycle::queryServices(const std::shared_ptr<Scan>& scan, size_t index, 
     platform::ServiceManager* sm = state_.platform.services;
     state_.platform.worker->run(this, [this, scan, index, from, asked, computer, keys, sm]() -> std::function<void()> {
         std::vector<ServiceCheck> checks = sm->checkServices(computer, keys);
-        return [this, scan, index, from, asked, checks = std::move(checks)] {
+        return [this, scan, index, from, asked, checks = std::move(checks)]() mutable {
             Server& s = scan->servers[index];
             if (asked != s.readAfterActions)
                 return; // read before an action; the answers asked for since then count
             s.checks.resize(s.records.size());
-            std::copy(checks.begin(), checks.end(), s.checks.begin() + qsizetype(from));
+            std::move(checks.begin(), checks.end(), s.checks.begin() + qsizetype(from));
             s.queried = true;
             if (scan_ == scan && scan->pingsIn && !scan->waitingForActions)
                 advance();
@@ -271,9 +291,9 @@ void CheckCycle::advance()
         }
         while (s.nextRecord < s.records.size()) {
             if (--budget < 0) {
-                // A server with thousands of services is gone through a few hundred at a time,
-                // each lot in a turn of the event loop of its own, so that the window never
-                // stands still for the whole server.
+                // A server with thousands of services is gone through a lot at a time, each lot
+                // in a turn of the event loop of its own, so that the window never stands still
+                // for the whole server.
                 QMetaObject::invokeMethod(
                     this, [this, scan] {
                         if (scan_ == scan)

@@ -57,9 +57,10 @@ public:
                QObject* parent = nullptr);
     ~CheckCycle() override;
 
-    // The monitored services a scan goes through in one turn of the event loop; the rest of a
-    // larger server follows in the next turns.
-    static constexpr int kRecordsPerTurn = 250;
+    // The monitored services a scan goes through in one turn of the event loop (a count, not a
+    // time, so that a scan goes the same way on a busy machine); the rest of a larger server, or
+    // of many servers, follows in the next turns.
+    static constexpr int kRecordsPerTurn = 50;
 
     // Timer5: starts a scan when its time has come.
     void timer5Tick();
@@ -93,6 +94,8 @@ private:
     struct Server;
     struct Scan;
     void startScan(bool immediate, std::function<void()> done);
+    // Pings the servers of a scan whose records have been read, then queries their services.
+    void pingServers(const std::shared_ptr<Scan>& scan);
     // Reads the states of a server's services from record `from` on, off the user-interface thread.
     void queryServices(const std::shared_ptr<Scan>& scan, size_t index, size_t from);
     void advance();
