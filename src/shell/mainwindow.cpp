@@ -427,8 +427,7 @@ void MainWindow::load()
     const QString listFile = state.file(core::files::computerlist);
     const bool listExisted = p_.files->exists(listFile);
     core::ServerListRead listed = core::readServerListWithin(*p_.files, listFile);
-    serverListRefused_ = !listed.refused.isEmpty();
-    if (serverListRefused_)
+    if (!listed.refused.isEmpty())
         p_.boxes->show(listed.refused, MsgIcon::Exclamation);
     {
         // Files of servers with "%" in their names under the names earlier versions gave them.
@@ -455,6 +454,7 @@ void MainWindow::load()
     // 14: every server is listed at once and pinged in one batch; the icons follow as the
     // answers come, a large batch a slice at a time so that the window stays usable.
     servers_.reset(safeServerLines(listed.lines));
+    keepServerListFile_ = !listed.refused.isEmpty();
     const QStringList names = servers_.names();
     repingRunning_ = true;
     reach_.pingInParts(
@@ -574,8 +574,9 @@ bool MainWindow::writesettings()
 
 bool MainWindow::writecomputerlist()
 {
-    // A list refused at start-up stays as the user left it (the start-up box said so).
-    if (serverListRefused_)
+    // A list not read yet (a session that ends while a start-up box is open) or refused at
+    // start-up (the box said so) stays as the user left it.
+    if (keepServerListFile_)
         return false;
     const std::vector<core::ServerListLine> lines = servers_.lines();
     const QString path = state.file(core::files::computerlist);

@@ -192,8 +192,8 @@ private:
     servicecontrol::Connections& connections_;
     monitoring::Reachability reach_;
     bool repingRunning_ = false;
-    // The server list file was beyond the limits at start-up: it is neither shown nor written.
-    bool serverListRefused_ = false;
+    // The server list file is left as it is: not read yet, or beyond the limits at start-up.
+    bool keepServerListFile_ = true;
     // The session is ending (a termination signal): no box is shown any more.
     bool endingSession_ = false;
     QStringList refusedAtStart_;
