@@ -38,6 +38,9 @@
 namespace velmora::testsupport {
 
 inline constexpr const char* kSystemdProgram = "/lib/systemd/systemd";
+// Where control groups can be made: the named systemd and unified hierarchies of a hybrid
+// layout, or the one unified hierarchy.
+inline constexpr const char* kCgroupHierarchies = "/sys/fs/cgroup/systemd /sys/fs/cgroup/unified /sys/fs/cgroup";
 
 // Unit file bodies for the usual cases.
 namespace unit {
@@ -132,10 +135,17 @@ public:
         manager_->setProcessEnvironment(environment(true));
         manager_->setStandardOutputFile(path(QStringLiteral("manager.log")));
         manager_->setStandardErrorFile(path(QStringLiteral("manager.log")), QIODevice::Append);
+        // The manager gets a control group of its own: one started from the root's group puts
+        // its units into groups named after them at the top, which every other manager started
+        // so shares, and stopping a unit there (or the bus) would kill the other's too.
         manager_->start(QStringLiteral("unshare"),
                         {QStringLiteral("-m"), QStringLiteral("sh"), QStringLiteral("-c"),
-                         QStringLiteral("mount -t tmpfs tmpfs /run && mkdir -p /run/systemd/system && exec ")
-                             + QString::fromLatin1(kSystemdProgram) + QStringLiteral(" --user")});
+                         QStringLiteral("for h in %1; do [ -f \"$h/cgroup.procs\" ] && mkdir -p \"$h/$0\" "
+                                        "&& echo $$ > \"$h/$0/cgroup.procs\"; done; "
+                                        "mount -t tmpfs tmpfs /run && mkdir -p /run/systemd/system && exec ")
+                                 .arg(QLatin1String(kCgroupHierarchies))
+                             + QString::fromLatin1(kSystemdProgram) + QStringLiteral(" --user"),
+                         cgroupName()});
         manager_->waitForStarted(30000);
         QString error = waitForReady(notify);
         ::close(notify);
@@ -158,6 +168,14 @@ public:
                 manager_->kill();
             manager_->waitForFinished(5000);
         }
+        if (dir_) {
+            // Its groups, emptied with its end, go too (the deepest first).
+            QProcess::execute(QStringLiteral("sh"), {QStringLiteral("-c"),
+                                                     QStringLiteral("for h in %1; do [ -d \"$h/$0\" ] && find \"$h/$0\" -depth "
+                                                                    "-type d -exec rmdir {} + ; done; true")
+                                                         .arg(QLatin1String(kCgroupHierarchies)),
+                                                     cgroupName()});
+        }
         manager_.reset();
         dir_.reset();
     }
@@ -166,6 +184,8 @@ public:
     void stopBus() const { systemctl({QStringLiteral("stop"), QStringLiteral("dbus.socket"), QStringLiteral("dbus.service")}); }
 
     QString address() const { return address_; }
+    // The manager's control group, below the root of each hierarchy.
+    QString cgroupName() const { return dir_ ? QFileInfo(dir_->path()).fileName() : QString(); }
     pid_t managerPid() const { return manager_ ? pid_t(manager_->processId()) : 0; }
     // The bus daemon's process, 0 when it does not run.
     pid_t busPid() const
@@ -262,7 +282,7 @@ private:
         return p;
     }
 
-    // The socket on which the manager says READY=1 once its start-up has finished.
+    // The socket on which the manager says how far its start-up has come.
     int notifySocket() const
     {
         const QByteArray file = QFile::encodeName(path(QStringLiteral("notify")));
@@ -290,7 +310,9 @@ private:
             if (::poll(&pfd, 1, 100) > 0) {
                 char buf[4096];
                 const ssize_t n = ::recv(notify, buf, sizeof buf - 1, 0);
-                if (n > 0 && QByteArray(buf, int(n)).split('\n').contains("READY=1"))
+                // A user manager says READY=1 once at basic.target, with the units of
+                // default.target still starting, and again with "Ready." once no job is left.
+                if (n > 0 && QByteArray(buf, int(n)).split('\n').contains("STATUS=Ready."))
                     return {};
             }
         }
