@@ -1372,12 +1372,16 @@ int SystemdServices::jobResult(const ServiceHandle& service)
         return svcerror::invalidHandle;
     auto c = connection(service.computer);
     std::lock_guard lock(c->m);
-    const auto it = c->unitJobs.find(utf8(service.name));
+    const std::string name = utf8(service.name);
+    const auto it = c->unitJobs.find(name);
     if (it == c->unitJobs.end() || !c->open())
         return svcerror::ok;
-    const int code = jobOutcome(*c, it->second, msToUsec(options_.callTimeoutMs));
+    // A connection that breaks on the way is dropped with the jobs it followed: the job is
+    // copied first and forgotten by its name.
+    const PendingJob job = it->second;
+    const int code = jobOutcome(*c, job, msToUsec(options_.callTimeoutMs));
     if (code != svcerror::ioPending)
-        c->unitJobs.erase(it);
+        c->unitJobs.erase(name);
     return code;
 }
 
