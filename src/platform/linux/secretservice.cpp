@@ -29,6 +29,11 @@ public:
         const int r = ::sd_bus_open_user(&bus_);
         if (r < 0)
             fail(Status::NoStore, QStringLiteral("there is no session bus (%1)").arg(QString::fromLocal8Bit(std::strerror(-r))));
+        // GNOME Keyring admits a new connection in a step of its own that a method call may
+        // overtake: the call then finds no session for its caller and fails. A ping first,
+        // answered before any of our calls is dispatched, gives that step its turn.
+        call(kServicePath, "org.freedesktop.DBus.Peer", "Ping", [](sd_bus_message*) { return 0; },
+             [](sd_bus_message*) { return 0; });
     }
     ~Conversation()
     {
