@@ -148,13 +148,10 @@ private slots:
         s.avahiProgram = fakeAvahi("avahi-dialog", "=;eth0;IPv4;nas;_smb._tcp;local;nas.local;192.168.1.8;445;\n");
         KnownComputersDialog dialog(s, "Select Computer :   ");
         dialog.show();
-        QCOMPARE(dialog.windowTitle(), QString("Select Computer :   "));
-        auto* label = dialog.findChild<QLabel*>("labelTitle");
         auto* list = dialog.findChild<QListWidget*>("listComputers");
         auto* edit = dialog.findChild<QLineEdit*>("editComputer");
         auto* buttons = dialog.findChild<QDialogButtonBox*>("buttons");
-        QVERIFY(label && list && edit && buttons);
-        QCOMPARE(label->text(), QString("Select Computer :   "));
+        QVERIFY(list && edit && buttons);
         QVERIFY(listTexts(list).contains("workstation"));
         // The mDNS name joins once the browse has answered, still in order.
         QTRY_VERIFY(listTexts(list).contains("nas.local"));

@@ -82,12 +82,6 @@ private slots:
         QCOMPARE(sound.stop(), 0);
         QCOMPARE(sound.stop(), 0); // nothing playing: still fine
     }
-
-    void fileDialogFilters()
-    {
-        QCOMPARE(QtFileDialogs::nameFilter("All Files (*.*)", "*.*"), QStringLiteral("All Files (*)"));
-        QCOMPARE(QtFileDialogs::nameFilter("Soundfiles (*.wav)", "*.wav"), QStringLiteral("Soundfiles (*.wav)"));
-    }
 };
 
 QTEST_MAIN(TestLoopSound)
