@@ -18,6 +18,7 @@
 #include <QTest>
 
 #include <csignal>
+#include <functional>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -80,18 +81,30 @@ qint64 parentOf(qint64 pid)
     return fields.size() > 1 && fields.at(0) != "Z" ? fields.at(1).toLongLong() : 0;
 }
 
-// The processes of this program file other than this one (ssh's askpass helpers).
-int helperCount()
+// The live processes that match.
+int processCount(const std::function<bool(qint64 pid, const QString& proc)>& match)
 {
     int n = 0;
     for (const QString& entry : QDir("/proc").entryList(QDir::Dirs)) {
         bool number = false;
         const qint64 pid = entry.toLongLong(&number);
-        if (number && pid != ::getpid() && parentOf(pid) != 0
-            && QFileInfo("/proc/" + entry + "/exe").symLinkTarget() == QCoreApplication::applicationFilePath())
+        if (number && parentOf(pid) != 0 && match(pid, "/proc/" + entry))
             ++n;
     }
     return n;
+}
+
+// The processes of this program file other than this one (ssh's askpass helpers).
+int helperCount()
+{
+    return processCount([](qint64 pid, const QString& proc) {
+        return pid != ::getpid() && QFileInfo(proc + "/exe").symLinkTarget() == QCoreApplication::applicationFilePath();
+    });
+}
+
+int childCount(qint64 parent)
+{
+    return processCount([parent](qint64 pid, const QString&) { return parentOf(pid) == parent; });
 }
 
 // Every regular file under folder whose bytes hold text.
@@ -119,18 +132,6 @@ QStringList fingerprintOf(const QString& publicKey)
     if (fields.size() < 3)
         return {};
     return {fields.last().mid(1).chopped(1), fields.at(1)};
-}
-
-int childCount(qint64 pid)
-{
-    int n = 0;
-    for (const QString& entry : QDir("/proc").entryList(QDir::Dirs)) {
-        bool number = false;
-        const qint64 other = entry.toLongLong(&number);
-        if (number && parentOf(other) == pid)
-            ++n;
-    }
-    return n;
 }
 
 } // namespace
@@ -172,16 +173,11 @@ private:
     }
 
     // The number of ssh processes this test started that still run.
-    int sshChildren()
+    static int sshChildren()
     {
-        int n = 0;
-        for (const QString& entry : QDir("/proc").entryList(QDir::Dirs)) {
-            bool number = false;
-            const qint64 pid = entry.toLongLong(&number);
-            if (number && parentOf(pid) == ::getpid() && readText("/proc/" + entry + "/comm").trimmed() == "ssh")
-                ++n;
-        }
-        return n;
+        return processCount([](qint64 pid, const QString& proc) {
+            return parentOf(pid) == ::getpid() && readText(proc + "/comm").trimmed() == "ssh";
+        });
     }
 
     // Starts sshd in a mount namespace of its own in which the account database has the

@@ -425,7 +425,10 @@ private slots:
         const QString control = ssh.value("SSH_CONTROL");
 
         auto o = options();
-        o.connectTimeoutMs = 15000; // ssh logs in through the control connection, on a loaded machine too
+        // ssh logs in through the control connection and every call crosses it: bounds a
+        // loaded machine keeps well within.
+        o.connectTimeoutMs = 15000;
+        o.callTimeoutMs = 15000;
         o.controlPath = [control](const QString& server) { return server == QLatin1String("127.0.0.1") ? control : QString(); };
         SystemdServices sm(o);
         const ScmHandle remote = sm.openManager("127.0.0.1");

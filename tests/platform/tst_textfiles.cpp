@@ -94,6 +94,11 @@ private slots:
         QVERIFY(!files.readLines(file("missing")));
         QVERIFY(!files.readAll(file("missing")));
         QCOMPARE(files.lineCount(file("missing")), -1);
+        QCOMPARE(files.size(file("missing")), -1);
+        // A folder named like a server is not a file.
+        QVERIFY(QDir(dir_->path()).mkdir("DC1"));
+        QVERIFY(!files.exists(file("DC1")));
+        QVERIFY(!files.readLines(file("DC1")));
     }
 
     void namesMatchWithoutRegardToCase()
@@ -398,21 +403,6 @@ private slots:
         putBytes(path, bytes + "\r\n");
         QVERIFY(files.writeLines(path, *files.readLines(path)));
         QCOMPARE(bytesOf(path), bytes + "\r\n");
-    }
-
-    void sizeExistsAndRemove()
-    {
-        const QString path = file("Interval");
-        QCOMPARE(files.size(path), -1);
-        QVERIFY(!files.remove(path));
-        QVERIFY(files.writeLines(path, {"30"}));
-        QCOMPARE(files.size(path), 4);
-        QVERIFY(files.remove(path));
-        QVERIFY(!files.exists(path));
-        // A folder named like a server is not a file.
-        QVERIFY(QDir(dir_->path()).mkdir("DC1"));
-        QVERIFY(!files.exists(file("DC1")));
-        QVERIFY(!files.readLines(file("DC1")));
     }
 };
 
