@@ -241,15 +241,6 @@ private slots:
         }
     }
 
-    void namesResolveToDottedAddresses()
-    {
-        LinuxIcmp icmp(LinuxIcmp::SocketKind::Automatic, builtHelper());
-        QCOMPARE(icmp.resolve("localhost"), QString("127.0.0.1"));
-        QCOMPARE(icmp.resolve("10.1.2.3"), QString("10.1.2.3"));
-        QCOMPARE(icmp.resolve("no-such-host-velmora.invalid"), QString());
-        QCOMPARE(icmp.resolve(""), QString());
-    }
-
     void aSilentNameServerHoldsUpOnlyItsOwnNames()
     {
         std::vector<QStringList> answers;

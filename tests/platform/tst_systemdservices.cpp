@@ -400,18 +400,6 @@ private slots:
         QCOMPARE(absent.openManager({}).error, svcerror::unavailable);
     }
 
-    // Once the bus has gone, it is the manager that cannot be opened (1722), for a check as for
-    // the details of a service, not the service.
-    void aBusThatDiedLeavesTheManagerUnopened()
-    {
-        SystemdServices sm(options());
-        QCOMPARE(sm.checkServices({}, {"ssh"}).front().state, svcstate::running);
-        manager_.stopBus();
-        const ServiceCheck check = sm.checkServices({}, {"ssh"}).front();
-        QCOMPARE(check.scmError, svcerror::unavailable);
-        QCOMPARE(velmora::servicecontrol::queryDetails(sm, {}, "ssh").scmError, svcerror::unavailable);
-    }
-
     void remoteComputerThroughSsh()
     {
         if (QStandardPaths::findExecutable("ssh").isEmpty() || !QFileInfo::exists("/usr/sbin/sshd"))
