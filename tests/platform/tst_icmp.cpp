@@ -93,15 +93,19 @@ bool runInNamespace(const QString& ns, bool withoutNetRaw, const std::function<v
     return entered;
 }
 
-// Runs fn on a thread of its own in a fresh network namespace (loopback up) and a private
-// mount namespace where /etc/hosts and /etc/resolv.conf are the given texts (the resolver reads
-// both afresh when they change). Threads fn starts live there too. Empty when fn ran, else why not.
-QString withOwnNameService(const QByteArray& hosts, const QByteArray& resolvConf, const std::function<void()>& fn)
+// Runs fn on a thread of its own in a fresh network namespace (loopback up), a host name of its
+// own (hostName) and a private mount namespace where /etc/hosts and /etc/resolv.conf are the given
+// texts and names are looked up in files and DNS only, as on a machine without systemd's
+// nss-myhostname (the resolver reads these files afresh when they change). Threads fn starts
+// live there too. Empty when fn ran, else why not.
+QString withOwnNameService(const QByteArray& hosts, const QByteArray& resolvConf, const std::function<void()>& fn,
+                           const QByteArray& hostName = "velmora-test-host")
 {
     if (::geteuid() != 0)
         return "own network and mount namespaces need root";
     QTemporaryDir dir;
-    for (const auto& [name, text] : {std::pair{"hosts", hosts}, std::pair{"resolv.conf", resolvConf}}) {
+    for (const auto& [name, text] : {std::pair{"hosts", hosts}, std::pair{"resolv.conf", resolvConf},
+                                     std::pair{"nsswitch.conf", QByteArray("hosts: files dns\n")}}) {
         QFile f(dir.filePath(name));
         if (!f.open(QIODevice::WriteOnly) || f.write(text) != text.size())
             return "cannot write the test's own " + QString(name);
@@ -109,11 +113,13 @@ QString withOwnNameService(const QByteArray& hosts, const QByteArray& resolvConf
     QString problem;
     std::thread t([&] {
         const auto fail = [&](const char* what) { problem = QString(what) + ": " + std::strerror(errno); };
-        if (::unshare(CLONE_NEWNS | CLONE_NEWNET) != 0)
+        if (::unshare(CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWUTS) != 0)
             return fail("unshare");
+        if (::sethostname(hostName.constData(), size_t(hostName.size())) != 0)
+            return fail("sethostname");
         if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
             return fail("making mounts private");
-        for (const char* name : {"hosts", "resolv.conf"}) {
+        for (const char* name : {"hosts", "resolv.conf", "nsswitch.conf"}) {
             const QByteArray from = QFile::encodeName(dir.filePath(name));
             const QByteArray to = QByteArray("/etc/") + name;
             if (::mount(from.constData(), to.constData(), nullptr, MS_BIND, nullptr) != 0)
@@ -297,6 +303,46 @@ private slots:
         QVERIFY2(elapsed[0] < 5000, qPrintable(QString::number(elapsed[0])));
         QCOMPARE(answers[1], (QStringList{"10.1.2.3", "10.9.8.7"}));
         QCOMPARE(answers[2], (QStringList{"", "10.4.4.4"}));
+    }
+
+    // "Local" adds this computer by its name, upper case, and the list re-pings it every minute.
+    void thisComputersOwnNameAlwaysAnswers_data()
+    {
+        QTest::addColumn<QByteArray>("hostName");
+        QTest::addColumn<QByteArray>("hosts");
+        QTest::addColumn<QString>("asked");
+        QTest::addColumn<QString>("address");
+        QTest::addColumn<int>("status");
+        QTest::newRow("hosts without the name") << QByteArray("box1") << QByteArray("127.0.0.1 localhost\n")
+                                                << "BOX1" << "127.0.0.1" << 0;
+        QTest::newRow("empty hosts, localhost") << QByteArray("box1") << QByteArray() << "localhost" << "127.0.0.1" << 0;
+        QTest::newRow("name with a domain") << QByteArray("box1.corp.test") << QByteArray() << "BOX1" << "127.0.0.1" << 0;
+        QTest::newRow("the resolver's answer first") << QByteArray("box1") << QByteArray("10.7.7.7 box1\n")
+                                                     << "BOX1" << "10.7.7.7" << 11002;
+        QTest::newRow("another name stays unknown") << QByteArray("box1") << QByteArray() << "BOX2" << "" << -1;
+    }
+
+    void thisComputersOwnNameAlwaysAnswers()
+    {
+        QFETCH(QByteArray, hostName);
+        QFETCH(QByteArray, hosts);
+        QFETCH(QString, asked);
+        QString address;
+        std::vector<int> statuses;
+        // No name server listens here, so every question is refused at once, and no route leaves
+        // the namespace (an address outside loopback is "net unreachable").
+        const QString why = withOwnNameService(hosts, "nameserver 127.0.0.1\n", [&] {
+            LinuxIcmp icmp(LinuxIcmp::SocketKind::Automatic, builtHelper());
+            address = icmp.resolveAll({asked}, 1000).value(0);
+            if (icmp.unavailableReason().isEmpty())
+                statuses = icmp.echo({address}, hello, 300);
+        }, hostName);
+        if (!why.isEmpty())
+            QSKIP(qPrintable(why));
+        QTEST(address, "address");
+        if (statuses.empty())
+            QSKIP("this user may not ping here (no datagram ICMP socket, no capable ping helper)");
+        QTEST(statuses.front(), "status");
     }
 
     void textsThatAreNoDottedAddressGetMinusOneInTheirPlace()

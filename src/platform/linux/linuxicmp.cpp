@@ -299,6 +299,35 @@ bool startLookupThread(const std::shared_ptr<LookupBatch>& batch)
     return started;
 }
 
+// Whether name is this computer's own: its host name, with or without the domain, or
+// "localhost"; in any case, as server names are upper case.
+bool isOwnName(const QString& name)
+{
+    char host[256] = {};
+    if (::gethostname(host, sizeof host - 1) != 0)
+        host[0] = 0;
+    const QString full = QString::fromLocal8Bit(host);
+    const QString plain = full.section(QLatin1Char('.'), 0, 0);
+    for (const QString& own : {full, plain, QStringLiteral("localhost")}) {
+        if (!own.isEmpty() && name.compare(own, Qt::CaseInsensitive) == 0)
+            return true;
+    }
+    return false;
+}
+
+// This computer always answers to its own name, as it does where systemd's nss-myhostname is
+// among the resolver's sources: a name of its own that the resolver did not know (a container or
+// a chroot whose /etc/hosts has no line for it) is the loopback address. Without it "Local"
+// would turn unreachable at the first re-ping.
+QStringList withOwnNameAnswered(QStringList addresses, const QStringList& names)
+{
+    for (qsizetype i = 0; i < names.size(); ++i) {
+        if (addresses[i].isEmpty() && !names[i].isEmpty() && isOwnName(names[i]))
+            addresses[i] = QStringLiteral("127.0.0.1");
+    }
+    return addresses;
+}
+
 } // namespace
 
 LinuxIcmp::LinuxIcmp(SocketKind kind, const QString& helper)
@@ -343,8 +372,8 @@ QStringList LinuxIcmp::resolveAll(const QStringList& names, int timeoutMs)
         for (size_t k = 0; k < more && startLookupThread(batch); ++k)
             ++threads;
         lock.lock();
-        if (threads == 0)
-            return QStringList(names.size(), QString()); // no thread at all: nothing resolves
+        if (threads == 0) // no thread at all: nothing resolves
+            return withOwnNameAnswered(QStringList(names.size(), QString()), names);
         const auto wake = std::min(batch->deadline, std::chrono::steady_clock::now() + lookupGrowthPeriod);
         if (batch->finished.wait_until(lock, wake, [&] { return batch->remaining == 0; }))
             break;
@@ -353,7 +382,7 @@ QStringList LinuxIcmp::resolveAll(const QStringList& names, int timeoutMs)
     }
     // Lookups still under way are left to finish on their own; their answers go nowhere.
     batch->next = batch->pending.size();
-    return batch->addresses;
+    return withOwnNameAnswered(batch->addresses, names);
 }
 
 QString LinuxIcmp::unavailableReason()

@@ -25,6 +25,8 @@ public:
     // helper: the helper program; empty: velmora-ping in the folder of this program's file.
     explicit LinuxIcmp(SocketKind kind = SocketKind::Automatic, const QString& helper = {});
 
+    // This computer's own name (and "localhost") always resolves: to 127.0.0.1 when the resolver
+    // does not know it, as on a machine without systemd's nss-myhostname.
     QString resolve(const QString& name) override;
     // The lookups run on threads of the call's own: 64 to begin with, and 64 more every 10 ms
     // while names wait for a thread (up to maxLookupThreads), each asking every name server for
