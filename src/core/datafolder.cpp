@@ -9,11 +9,22 @@
 
 namespace velmora::core {
 
+namespace {
+
+// A build folder (CMake's, with its CMakeCache.txt) is deleted with everything in it by a clean
+// rebuild: a program run from one keeps its data in the per-user folder, as an installed copy does.
+bool isBuildFolder(const QString& folder)
+{
+    return QDir(folder).exists(QStringLiteral("CMakeCache.txt"));
+}
+
+} // namespace
+
 QString chooseDataFolder(platform::SystemInfo& system)
 {
     // cleanPath drops a trailing separator, except for the root folder itself.
     const QString program = QDir::cleanPath(system.programFolder());
-    if (!program.isEmpty() && system.folderWritable(program))
+    if (!program.isEmpty() && system.folderWritable(program) && !isBuildFolder(program))
         return program;
     const QString user = QDir::cleanPath(system.userDataFolder());
     QDir().mkpath(user);
@@ -25,6 +36,13 @@ QString dataFolderMovedText(platform::SystemInfo& system, const QString& chosen,
     const QString program = QDir::cleanPath(system.programFolder());
     if (program.isEmpty() || program == chosen || !programFolderHasData)
         return {};
+    if (isBuildFolder(program))
+        return QStringLiteral("The build folder \"%1\" holds a server list of an earlier version of Velmora. A clean "
+                              "rebuild deletes that folder, so Velmora keeps its data in \"%2\" now: the servers and "
+                              "settings stored in \"%1\" are not shown.\n\n"
+                              "Move Velmora's files (Computerlist, Computers, Settings, Interval, SMTPServer, "
+                              "Jobs.log and the file of each server) to \"%2\", and start Velmora again.")
+            .arg(program, chosen);
     return QStringLiteral("The folder \"%1\" holds Velmora's server list but cannot be written, so Velmora keeps "
                           "its data in \"%2\" for now: the servers and settings stored in \"%1\" are not shown.\n\n"
                           "Make \"%1\" writable for your user, or copy its files to \"%2\", and start Velmora again.")

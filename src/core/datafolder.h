@@ -9,12 +9,13 @@ class TextFiles;
 
 namespace velmora::core {
 
-// The folder of the program file; when that folder cannot be written (an installed copy), the
-// per-user application data folder, created on demand.
+// The folder of the program file; when that folder cannot be written (an installed copy) or is a
+// build folder (a build from source), the per-user application data folder, created on demand.
 QString chooseDataFolder(platform::SystemInfo& system);
 
 // When the data folder chosen is not the program's folder although that folder holds a server
-// list (it could not be written), the message that names both folders; otherwise empty.
+// list (it could not be written, or it is a build folder), the message that names both folders
+// and says why; otherwise empty.
 QString dataFolderMovedText(platform::SystemInfo& system, const QString& chosen, bool programFolderHasData);
 
 // The message that refuses a data folder the platform's file service found unsafe (why: another

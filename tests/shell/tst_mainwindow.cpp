@@ -266,31 +266,42 @@ private slots:
         QVERIFY(!w.Timer5->isEnabled());
     }
 
-    void readOnlyProgramFolderUsesTheUserDataFolder()
+    // The program's folder keeps no data when it cannot be written (an installed copy) or is a
+    // build folder, which a clean rebuild deletes: the per-user folder does. A server list left in
+    // the program's folder is not shown, and the user is told once where it lies and why.
+    void programFolderThatKeepsNoDataLeavesItToTheUserFolder_data()
     {
+        QTest::addColumn<bool>("buildFolder");
+        QTest::addColumn<bool>("listThere");
+        QTest::newRow("read-only") << false << false;
+        QTest::newRow("read-only, a list there") << false << true;
+        QTest::newRow("build folder") << true << false;
+        QTest::newRow("build folder, a list there") << true << true;
+    }
+
+    void programFolderThatKeepsNoDataLeavesItToTheUserFolder()
+    {
+        QFETCH(bool, buildFolder);
+        QFETCH(bool, listThere);
         WindowFixture f;
-        f.sim.system.program_folder_writable = false;
+        if (listThere)
+            f.writeFile("Computerlist", {"DC1"});
+        if (buildFolder)
+            f.writeFile("CMakeCache.txt", {"CMAKE_BUILD_TYPE:STRING=Release"});
+        else
+            f.sim.system.program_folder_writable = false;
         QDir().mkpath(f.sim.system.user_data_folder);
         auto& w = f.start();
         QCOMPARE(w.Text7->text(), f.sim.system.user_data_folder);
         QVERIFY(QFile::exists(f.sim.system.user_data_folder + "/Jobs.log"));
         QVERIFY(!f.fileExists("Jobs.log"));
-        QVERIFY(f.sim.boxes.shown.isEmpty()); // nothing was left behind in the program's folder
-    }
-
-    // A program folder that holds a server list but cannot be written: the user is told once
-    // where the data is kept now and where the list that is not shown lies.
-    void readOnlyProgramFolderWithDataSaysSo()
-    {
-        WindowFixture f;
-        f.writeFile("Computerlist", {"DC1"});
-        f.sim.system.program_folder_writable = false;
-        QDir().mkpath(f.sim.system.user_data_folder);
-        f.start();
-        QCOMPARE(f.sim.boxes.shown.size(), 1);
+        QCOMPARE(f.sim.boxes.shown.size(), listThere ? 1 : 0);
+        if (!listThere)
+            return;
         const QString text = f.sim.boxes.shown.first().text;
         QVERIFY2(text.contains(QDir::cleanPath(f.sim.system.program_folder)) &&
-                     text.contains(f.sim.system.user_data_folder),
+                     text.contains(f.sim.system.user_data_folder) &&
+                     text.contains(buildFolder ? "clean rebuild" : "cannot be written"),
                  qPrintable(text));
         QCOMPARE(f.readBytes("Computerlist"), QByteArray("DC1\r\n")); // left as it was
     }
