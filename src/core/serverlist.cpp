@@ -159,4 +159,14 @@ void ServerList::setPing(const QString& name, const QString& result, const QStri
     changed(name);
 }
 
+void ServerList::setManagerError(const QString& name, int code, const QDateTime& when)
+{
+    ServerEntry* e = entry(name);
+    if (!e || (code == 0 && e->managererror == 0))
+        return;
+    e->managererror = code;
+    e->managererrorTime = when;
+    changed(name);
+}
+
 } // namespace velmora::core

@@ -34,6 +34,10 @@ struct ServerEntry {
     // and the address the name resolved to; empty until it has been pinged.
     QString pingresult;
     QString pingaddress;
+    // The error code of the last command of the user that failed at this server's service
+    // manager, and when; 0 when none has failed since its services were last listed.
+    int managererror = 0;
+    QDateTime managererrorTime;
 
     int icon() const { return serverIcon(monitored, reachable); }
 };
@@ -72,6 +76,9 @@ public:
     // Stores a ping's result and address and ends the pending state; reachable follows only when
     // updateReachable is set.
     void setPing(const QString& name, const QString& result, const QString& address, bool updateReachable);
+    // Stores what the server's service manager answered a command of the user: an error code,
+    // or 0 for a listing that went well.
+    void setManagerError(const QString& name, int code, const QDateTime& when);
 
 signals:
     void serverAdded(int row);

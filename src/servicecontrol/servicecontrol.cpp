@@ -180,6 +180,7 @@ void ServiceControl::showRows(const std::vector<ListedService>& rows)
 
 void ServiceControl::box(const QString& text, int code)
 {
+    emit managerAnswered(selectedcomputer, code);
     state_.platform.boxes->show(text + QString::number(code), MsgIcon::None);
 }
 
@@ -326,6 +327,7 @@ void ServiceControl::applyDetails(const DetailQuery& q)
     if (q.configError != svcerror::ok) {
         // The size query and the query itself both fail, and each says so.
         const QString msg = QStringLiteral("Query Service Configuration failed.   Error  ") + QString::number(q.configError);
+        emit managerAnswered(selectedcomputer, q.configError);
         boxes.show(msg, MsgIcon::None);
         boxes.show(msg, MsgIcon::None);
         return;
@@ -392,6 +394,9 @@ void ServiceControl::listAfterOpen(int filter)
 
 void ServiceControl::applyListing(const Listing& l)
 {
+    emit managerAnswered(selectedcomputer, l.openError != svcerror::ok                ? l.openError
+                                           : l.sizeCode != svcerror::moreData ? l.sizeCode
+                                                                              : svcerror::ok);
     if (l.openError != svcerror::ok) {
         state_.platform.boxes->show(kListFailed + QString::number(l.openError), MsgIcon::Critical);
         clearServiceSide();
@@ -505,10 +510,11 @@ void ServiceControl::servstart(std::function<void()> done)
             auto& boxes = *state_.platform.boxes;
             if (q.scmError != svcerror::ok)
                 box(kOpenManagerFailed, q.scmError);
-            if (q.serviceError != svcerror::ok)
+            if (q.serviceError != svcerror::ok) {
+                emit managerAnswered(selectedcomputer, q.serviceError);
                 boxes.show(QStringLiteral("Error - ") + QString::number(q.serviceError), MsgIcon::None, MsgButtons::Ok,
                            QStringLiteral("Service Manager"));
-            else if (q.statusError != svcerror::ok)
+            } else if (q.statusError != svcerror::ok)
                 box(kQueryStatusFailed, q.statusError);
             else if (q.controlError != svcerror::ok)
                 box(QStringLiteral("Error - "), q.controlError);

@@ -98,6 +98,9 @@ signals:
     // Command7 and the service menu's "Monitor Service".
     void monitorRequested();
     void monitorServiceRequested();
+    // The service manager of computer failed a command of the user with code (its message box
+    // is shown next), or listed its services (code 0).
+    void managerAnswered(const QString& computer, int code);
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;

@@ -9,6 +9,7 @@
 #include "core/writeresult.h"
 #include "joblog/joblog.h"
 #include "platform/formcontrols.h"
+#include "platform/errorreasons.h"
 #include "platform/icons.h"
 #include "servicecontrol/connections.h"
 #include "servicecontrol/servicecontrol.h"
@@ -312,20 +313,27 @@ void MainWindow::showServerItem(QTreeWidgetItem* item, int row)
     // A server in maintenance is shown dimmed.
     item->setForeground(0, e.maintenance ? ListView2->palette().brush(QPalette::Disabled, QPalette::Text)
                                          : ListView2->palette().brush(QPalette::Active, QPalette::Text));
-    // Why the icon is what it is: the last ping's result and the address it went to.
-    QString tip;
-    if (e.pingresult.isEmpty())
-        tip = QString();
-    else if (e.pingaddress.isEmpty())
-        tip = e.pingresult;
-    else
-        tip = e.pingaddress + QStringLiteral("   ") + e.pingresult;
-    if (e.maintenance && e.maintenanceEnd.isValid()) {
-        const QString until = QStringLiteral("Alerting stops until ") + core::dateText(e.maintenanceEnd) +
-                              QLatin1Char(' ') + joblog::timeText(e.maintenanceEnd);
-        tip = tip.isEmpty() ? until : tip + QLatin1Char('\n') + until;
+    // Why the icon is what it is: the last ping's result and the address it went to, with what
+    // the result means here; then the last error of its service manager, which the message box
+    // showed as a bare number.
+    QStringList tip;
+    if (!e.pingresult.isEmpty()) {
+        tip << (e.pingaddress.isEmpty() ? e.pingresult : e.pingaddress + QStringLiteral("   ") + e.pingresult);
+        const QString why = platform::pingStatusReason(e.pingresult.section(QLatin1Char(' '), 0, 0).toInt());
+        if (!why.isEmpty())
+            tip << why;
     }
-    item->setToolTip(0, tip);
+    if (e.managererror != 0) {
+        const QString why = platform::serviceErrorReason(e.managererror);
+        tip << QStringLiteral("Service manager, %1 %2: Error %3%4")
+                   .arg(core::dateText(e.managererrorTime), joblog::timeText(e.managererrorTime))
+                   .arg(e.managererror)
+                   .arg(why.isEmpty() ? QString() : QStringLiteral(" - ") + why);
+    }
+    if (e.maintenance && e.maintenanceEnd.isValid())
+        tip << QStringLiteral("Alerting stops until ") + core::dateText(e.maintenanceEnd) + QLatin1Char(' ') +
+                   joblog::timeText(e.maintenanceEnd);
+    item->setToolTip(0, tip.join(QLatin1Char('\n')));
 }
 
 void MainWindow::showMonitoredServers()

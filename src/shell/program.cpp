@@ -36,6 +36,10 @@ Program::Program(const platform::Platform& platform)
     if (platform.serverkindsSlot)
         platform.serverkindsSlot->install(&serverTypes);
     services = new servicecontrol::ServiceControl(state, servers, listing, connections);
+    QObject::connect(services, &servicecontrol::ServiceControl::managerAnswered, services,
+                     [this](const QString& computer, int code) {
+                         servers.setManagerError(computer, code, state.platform.clock->now());
+                     });
     window = std::make_unique<MainWindow>(state, servers, monitored, services, connections);
     MainWindow* w = window.get();
 

@@ -128,6 +128,13 @@ private slots:
         QCOMPARE(f.w().services->List2->count(), 0);
         QCOMPARE(f.w().services->Label1->text(), QStringLiteral("Services:"));
         QVERIFY(f.w().services->listfailed);
+        // The box keeps the bare number; the server's tooltip says what it means here, until
+        // the services are listed again.
+        const auto tip = [&] { return f.w().findServer("SRV1")->toolTip(0); };
+        QVERIFY2(tip().contains("Error 1722 - the system bus or systemd cannot be reached"), qPrintable(tip()));
+        f.sim.services.setReachable("SRV1", true);
+        f.w().services->Command2->click();
+        QVERIFY2(!tip().contains("Error"), qPrintable(tip()));
 
         WindowFixture empty;
         empty.writeFile("Computerlist", {"BARE"});
@@ -257,6 +264,7 @@ private slots:
         f.w().services->startCommand();
         QCOMPARE(f.sim.boxes.shown.last().text, QStringLiteral("Error - 1060"));
         QCOMPARE(f.sim.boxes.shown.last().title, QStringLiteral("Service Manager"));
+        QVERIFY(f.w().findServer("SRV1")->toolTip(0).contains("Error 1060 - systemd has no unit of that name"));
         f.w().services->startCommand();
         QCOMPARE(f.sim.boxes.shown.last().text, QStringLiteral("Error - 1056"));
         QCOMPARE(f.sim.boxes.shown.last().title, QStringLiteral("Velmora"));

@@ -2,6 +2,7 @@
 #include "core/serverfile.h"
 #include "core/serverlistfile.h"
 #include "monitoring/setupwindow.h"
+#include "platform/errorreasons.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -132,7 +133,8 @@ private slots:
         QCOMPARE(w.state.pingresult, QStringLiteral("11010   [ ip req timed out ]"));
         QCOMPARE(w.state.pingaddress, QStringLiteral("10.0.0.2"));
         // A red icon says why: the server's own last ping result and address.
-        QCOMPARE(w.findServer("FS2")->toolTip(0), QStringLiteral("10.0.0.2   11010   [ ip req timed out ]"));
+        QCOMPARE(w.findServer("FS2")->toolTip(0), QStringLiteral("10.0.0.2   11010   [ ip req timed out ]\n") +
+                                                      platform::pingStatusReason(11010));
     }
 
     void computerlistMarkerIsCaseSensitive()
