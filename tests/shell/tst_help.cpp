@@ -185,11 +185,13 @@ private slots:
             if (page.endsWith(".html"))
                 QVERIFY2(contents.contains("\"" + page.toUtf8() + "\""), qPrintable(page + " is not in the contents"));
         }
-        // Every link between the pages leads to a page of the file.
-        for (const QString& page : pages) {
+        // Every link between the pages, and every entry of the contents and of the index, leads
+        // to a page of the file.
+        QVERIFY(!readFile(out.filePath("index.hhk")).isEmpty());
+        static const QRegularExpression link(QStringLiteral("(?:href|name=\"Local\" value)=\"([^\"#]+)\""));
+        for (const QString& page : pages + QStringList{"contents.hhc", "index.hhk"}) {
             const QString html = QString::fromUtf8(readFile(out.filePath(page)));
-            static const QRegularExpression href(QStringLiteral("href=\"([^\"#]+)\""));
-            for (auto it = href.globalMatch(html); it.hasNext();) {
+            for (auto it = link.globalMatch(html); it.hasNext();) {
                 const QString target = it.next().captured(1);
                 QVERIFY2(QFile::exists(out.filePath(target)), qPrintable(page + " links to " + target));
             }
