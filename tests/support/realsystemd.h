@@ -93,6 +93,12 @@ public:
             return QStringLiteral("unshare is not installed (package util-linux)");
         if (::geteuid() != 0)
             return QStringLiteral("the manager's private /run needs a mount namespace, which only root may make here");
+        // systemd keeps every unit in a control group and ends at once, without a word, where no
+        // cgroup file system is mounted (a chroot, some containers).
+        QFile mounts(QStringLiteral("/proc/self/mounts"));
+        const QByteArray mounted = mounts.open(QIODevice::ReadOnly) ? mounts.readAll() : QByteArray();
+        if (!mounted.contains(" cgroup2 ") && !mounted.contains("name=systemd"))
+            return QStringLiteral("no cgroup file system is mounted here (/sys/fs/cgroup), which systemd needs");
         QProcess probe;
         probe.start(QStringLiteral("unshare"), {QStringLiteral("-m"), QStringLiteral("sh"), QStringLiteral("-c"),
                                                 QStringLiteral("mount -t tmpfs tmpfs /run")});
