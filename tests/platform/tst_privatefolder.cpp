@@ -147,6 +147,35 @@ private slots:
             QCOMPARE(QDir(target).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
     }
 
+    // The check every private folder of the program passes (sockets, ssh control sockets).
+    void onlyAFolderOfTheUsersOwnThatNobodyElseMayUseIsPrivate_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("why");
+        QTest::newRow("own, 0700") << "own" << "";
+        QTest::newRow("link to own") << "link" << "symbolic link";
+        QTest::newRow("open to all") << "open" << "mode 0755";
+        QTest::newRow("file") << "file" << "not a folder";
+        QTest::newRow("missing") << "none" << "cannot be examined";
+        QTest::newRow("another user's") << "foreign" << "belongs to the user nobody";
+    }
+    void onlyAFolderOfTheUsersOwnThatNobodyElseMayUseIsPrivate()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QString, why);
+        const QString path = dir_->filePath(kind);
+        if (kind == "link")
+            QVERIFY(QFile::link(runtime_, path));
+        else if (kind == "file")
+            QVERIFY(QFile(path).open(QIODevice::WriteOnly));
+        else if (kind != "none")
+            QVERIFY(makeFolder(path, kind == "open" ? 0755 : 0700));
+        if (kind == "foreign" && ::chown(QFile::encodeName(path).constData(), otherUser, otherUser) != 0)
+            QSKIP("giving a folder to another user needs root");
+        const QString problem = privateFolderProblem(path);
+        QVERIFY2(why.isEmpty() ? problem.isEmpty() : problem.contains(why), qPrintable(problem));
+    }
+
     void noSocketGoesWhereAnotherUserWaits()
     {
         // Another user made the program's folder in the shared temporary folder, open to all,

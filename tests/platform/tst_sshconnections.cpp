@@ -1,6 +1,7 @@
 // Ssh control masters against a real sshd on loopback, with a host key, client keys and a
 // port of this test's own.
 #include "platform/linux/askpass.h"
+#include "platform/linux/privatefolder.h"
 #include "platform/linux/sshconnections.h"
 #include "platform/sim/simcredentialsprompt.h"
 
@@ -309,7 +310,7 @@ private slots:
             // A new folder under an unpredictable name in the runtime folder, mode 0700.
             QCOMPARE(QFileInfo(folder).path(), runtimeDir);
             QVERIFY(QFileInfo(folder).fileName().startsWith("velmora-ssh-"));
-            QCOMPARE(SshConnections::privateFolderProblem(folder), QString());
+            QCOMPARE(velmora::platform::privateFolderProblem(folder), QString());
             QCOMPARE(QFileInfo(path).fileName(), QString("srv1"));
             QCOMPARE(net.controlPath("srv1"), path);
             // Nothing in a name can lead out of the folder or clash with a plain name.
@@ -340,34 +341,6 @@ private slots:
         qputenv("XDG_RUNTIME_DIR", runtimeDir.toLocal8Bit());
         QVERIFY(!path.startsWith(shared));
         QVERIFY(path.startsWith(QDir::tempPath() + "/velmora-ssh-"));
-    }
-
-    void privateFolderMeansOwnFolderModeOwnerOnly()
-    {
-        const QString good = file("good");
-        QVERIFY(QDir().mkpath(good));
-        QVERIFY(QFile::setPermissions(good, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
-        QCOMPARE(SshConnections::privateFolderProblem(good), QString());
-
-        QVERIFY(QFile::link(good, file("link")));
-        QVERIFY(SshConnections::privateFolderProblem(file("link")).contains("symbolic link"));
-
-        const QString open = file("open");
-        QVERIFY(QDir().mkpath(open));
-        QVERIFY(QFile::setPermissions(open, QFileDevice::Permissions(0x7755)));
-        QVERIFY(SshConnections::privateFolderProblem(open).contains("mode 0755"));
-
-        QVERIFY(writeText(file("plain"), "x"));
-        QVERIFY(SshConnections::privateFolderProblem(file("plain")).contains("not a folder"));
-        QVERIFY(SshConnections::privateFolderProblem(file("none")).contains("cannot be examined"));
-
-        if (::geteuid() == 0) {
-            const QString foreign = file("foreign");
-            QVERIFY(QDir().mkpath(foreign));
-            QVERIFY(QFile::setPermissions(foreign, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
-            QCOMPARE(::chown(QFile::encodeName(foreign).constData(), 65534, 65534), 0);
-            QVERIFY(SshConnections::privateFolderProblem(foreign).contains("another user"));
-        }
     }
 
     void keyLogonOpensASharedMasterThatCancelCloses()

@@ -14,14 +14,6 @@ namespace velmora::platform {
 
 namespace {
 
-// Whether folder is a real folder of this user that nobody else may use.
-bool ownAndClosed(const QString& folder)
-{
-    struct stat st {};
-    return ::lstat(QFile::encodeName(folder).constData(), &st) == 0 && S_ISDIR(st.st_mode)
-        && st.st_uid == ::geteuid() && (st.st_mode & 077) == 0;
-}
-
 QString userName(uid_t uid)
 {
     if (const passwd* pw = ::getpwuid(uid))
@@ -31,29 +23,35 @@ QString userName(uid_t uid)
 
 } // namespace
 
+QString privateFolderProblem(const QString& path)
+{
+    struct stat st {};
+    if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
+        return QStringLiteral("\"%1\" cannot be examined (%2)").arg(path, QString::fromLocal8Bit(std::strerror(errno)));
+    if (S_ISLNK(st.st_mode))
+        return QStringLiteral("\"%1\" is a symbolic link").arg(path);
+    if (!S_ISDIR(st.st_mode))
+        return QStringLiteral("\"%1\" is not a folder").arg(path);
+    if (st.st_uid != ::geteuid())
+        return QStringLiteral("\"%1\" belongs to the user %2, not to you").arg(path, userName(st.st_uid));
+    if ((st.st_mode & 077) != 0)
+        return QStringLiteral("\"%1\" has mode %2, so other users may use it")
+            .arg(path, QString::number(st.st_mode & 07777, 8).rightJustified(4, QLatin1Char('0')));
+    return {};
+}
+
 PrivateFolder privateFolderIn(const QString& base, const QString& name)
 {
     const QString folder = QDir::cleanPath(base + QLatin1Char('/') + name);
-    const QByteArray native = QFile::encodeName(folder);
-    const QString what = QStringLiteral("The folder \"%1\" for this program's sockets ").arg(folder);
-    const QString advice = QStringLiteral(
-        " Another user may have made it to catch this program's connections. Remove it (or let "
-        "the administrator remove it), or start the program where XDG_RUNTIME_DIR names a folder "
-        "of your own that only you may use (mode 0700).");
-    if (::mkdir(native.constData(), 0700) != 0 && errno != EEXIST)
-        return {{}, what + QStringLiteral("cannot be made: %1.").arg(QString::fromLocal8Bit(std::strerror(errno)))};
-    struct stat st {};
-    if (::lstat(native.constData(), &st) != 0)
-        return {{}, what + QStringLiteral("cannot be checked: %1.").arg(QString::fromLocal8Bit(std::strerror(errno)))};
-    if (!S_ISDIR(st.st_mode))
-        return {{}, what + QStringLiteral("is not a folder but a link or a file.") + advice};
-    if (st.st_uid != ::geteuid())
-        return {{}, what + QStringLiteral("belongs to the user %1, not to you.").arg(userName(st.st_uid)) + advice};
-    if ((st.st_mode & 077) != 0)
-        return {{},
-                what + QStringLiteral("may be used by other users (its mode is %1, not 0700).")
-                           .arg(QString::number(st.st_mode & 07777, 8).rightJustified(4, QLatin1Char('0')))
-                    + advice};
+    if (::mkdir(QFile::encodeName(folder).constData(), 0700) != 0 && errno != EEXIST)
+        return {{}, QStringLiteral("The folder \"%1\" for this program's sockets cannot be made: %2.")
+                        .arg(folder, QString::fromLocal8Bit(std::strerror(errno)))};
+    if (const QString why = privateFolderProblem(folder); !why.isEmpty())
+        return {{}, QStringLiteral("The folder for this program's sockets is not private: %1. Another user may have "
+                                   "made it to catch this program's connections. Remove it (or let the "
+                                   "administrator remove it), or start the program where XDG_RUNTIME_DIR names a "
+                                   "folder of your own that only you may use (mode 0700).")
+                        .arg(why)};
     return {folder, {}};
 }
 
@@ -71,7 +69,7 @@ PrivateFolder sharedFolderBeside(const QString& temp, const QString& name)
                                                        QDir::Dirs | QDir::Hidden | QDir::System, QDir::Name);
         for (const QString& entry : found) {
             const QString folder = QDir(temp).filePath(entry);
-            if (ownAndClosed(folder))
+            if (privateFolderProblem(folder).isEmpty())
                 return folder;
         }
         return QString();
@@ -95,7 +93,7 @@ PrivateFolder sharedFolderBeside(const QString& temp, const QString& name)
 PrivateFolder privateRuntimeFolder()
 {
     const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    if (QDir::isAbsolutePath(runtime) && ownAndClosed(runtime))
+    if (QDir::isAbsolutePath(runtime) && privateFolderProblem(runtime).isEmpty())
         return privateFolderIn(runtime, QStringLiteral("velmora"));
     const QString temp = QDir::tempPath();
     const QString name = QStringLiteral("velmora-%1").arg(::geteuid());

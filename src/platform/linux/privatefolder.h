@@ -24,4 +24,9 @@ PrivateFolder privateRuntimeFolder();
 // have made it to catch the program's connections.
 PrivateFolder privateFolderIn(const QString& base, const QString& name);
 
+// Why path is not a private folder of this user, or empty when it is one: a folder itself (not a
+// symbolic link to one), owned by this user, that neither group nor others may use. The reason
+// names the path.
+QString privateFolderProblem(const QString& path);
+
 } // namespace velmora::platform

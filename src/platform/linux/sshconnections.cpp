@@ -1,4 +1,5 @@
 #include "platform/linux/sshconnections.h"
+#include "platform/linux/privatefolder.h"
 
 #include "platform/linux/askpass.h"
 
@@ -43,24 +44,6 @@ constexpr int HostKeyRefused = 1397;
 // The control sockets give whoever can reach them the logged-on connection, so they live only in
 // a folder that belongs to this user alone.
 
-// Why path is not a private folder of this user, or empty when it is one: a folder itself (not a
-// symbolic link to one), owned by this user, mode 0700.
-QString checkPrivateFolder(const QString& path)
-{
-    struct stat st {};
-    if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
-        return QStringLiteral("%1 cannot be examined (%2)").arg(path, QString::fromLocal8Bit(::strerror(errno)));
-    if (S_ISLNK(st.st_mode))
-        return QStringLiteral("%1 is a symbolic link").arg(path);
-    if (!S_ISDIR(st.st_mode))
-        return QStringLiteral("%1 is not a folder").arg(path);
-    if (st.st_uid != ::geteuid())
-        return QStringLiteral("%1 belongs to another user (uid %2)").arg(path).arg(st.st_uid);
-    if ((st.st_mode & 07777) != 0700)
-        return QStringLiteral("%1 has mode %2 instead of 0700").arg(path).arg(st.st_mode & 07777, 4, 8, QLatin1Char('0'));
-    return {};
-}
-
 // Removes the folders of this user's connections objects that ended without removing theirs (a
 // crash, kill -9): one whose question socket no longer answers and that has not changed for a
 // while (a new one may not listen yet).
@@ -69,7 +52,7 @@ void tidyLeftFolders(const QString& base)
     const QDateTime settled = QDateTime::currentDateTimeUtc().addSecs(-2);
     for (const QFileInfo& entry : QDir(base).entryInfoList({QStringLiteral("velmora-ssh-*")}, QDir::Dirs | QDir::Hidden)) {
         const QString folder = entry.absoluteFilePath();
-        if (!checkPrivateFolder(folder).isEmpty() || entry.lastModified().toUTC() > settled)
+        if (!privateFolderProblem(folder).isEmpty() || entry.lastModified().toUTC() > settled)
             continue;
         QLocalSocket probe;
         probe.connectToServer(folder + QStringLiteral("/_ask"));
@@ -86,7 +69,7 @@ void tidyLeftFolders(const QString& base)
 QString makePrivateFolder(QString& problem)
 {
     QString base = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    if (base.isEmpty() || !checkPrivateFolder(base).isEmpty())
+    if (base.isEmpty() || !privateFolderProblem(base).isEmpty())
         base = QDir::tempPath();
     tidyLeftFolders(base);
     QByteArray name = QFile::encodeName(base + QStringLiteral("/velmora-ssh-XXXXXX"));
@@ -97,7 +80,7 @@ QString makePrivateFolder(QString& problem)
         return {};
     }
     const QString folder = QFile::decodeName(name);
-    problem = checkPrivateFolder(folder);
+    problem = privateFolderProblem(folder);
     if (!problem.isEmpty()) {
         problem = QStringLiteral("the folder for the ssh connections is not private: ") + problem;
         return {};
@@ -203,11 +186,6 @@ SshConnections::~SshConnections()
     questionServer_.reset();
     if (!folder_.isEmpty())
         QDir(folder_).removeRecursively();
-}
-
-QString SshConnections::privateFolderProblem(const QString& path)
-{
-    return checkPrivateFolder(path);
 }
 
 void SshConnections::closeAll()

@@ -63,9 +63,6 @@ public:
     QString controlPath(const QString& server) const;
     // Why no connection can be opened because no private folder could be made; empty when one was.
     QString folderProblem() const { return folderProblem_; }
-    // Why path is not a folder of this user alone (a folder, not a symbolic link, owned by this
-    // user, mode 0700); empty when it is one.
-    static QString privateFolderProblem(const QString& path);
     // The result code of an ssh run that ended with exitCode and printed stderrText.
     static int codeForOutcome(int exitCode, const QString& stderrText);
 
