@@ -21,7 +21,6 @@
 #include <cstdio>
 #include <cstring>
 #include <sched.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 using namespace velmora;
@@ -50,10 +49,8 @@ bool writeFile(const QString& path, const QByteArray& text, bool executable = fa
 // server. Empty when they stand, else why not.
 QString buildNetwork(const QString& resolvConf, bench::SilentPeer& peer, bench::SilentNameServer& dns)
 {
-    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-        return QStringLiteral("making mounts private: ") + std::strerror(errno);
-    if (::mount(QFile::encodeName(resolvConf).constData(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) != 0)
-        return QStringLiteral("bind-mounting /etc/resolv.conf: ") + std::strerror(errno);
+    if (QString why = bench::bindResolvConf(resolvConf); !why.isEmpty())
+        return why;
     if (QString why = peer.bringLoopbackUp(); !why.isEmpty())
         return why;
     return dns.start();

@@ -206,10 +206,8 @@ public:
     // Empty when the network stands, else why not.
     QString build(const QString& resolvConf)
     {
-        if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-            return QStringLiteral("making mounts private: ") + std::strerror(errno);
-        if (::mount(QFile::encodeName(resolvConf).constData(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) != 0)
-            return QStringLiteral("bind-mounting /etc/resolv.conf: ") + std::strerror(errno);
+        if (QString why = bindResolvConf(resolvConf); !why.isEmpty())
+            return why;
         if (QString why = peer_.bringLoopbackUp(); !why.isEmpty())
             return why;
         if (QString why = dns_.start(); !why.isEmpty())

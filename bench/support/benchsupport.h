@@ -21,6 +21,7 @@
 #include <functional>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -212,6 +213,17 @@ private:
     QString ip_, problem_;
     bool made_ = false;
 };
+
+// Makes this process's mounts private and binds resolvConf over /etc/resolv.conf; for a
+// benchmark in a mount namespace of its own. Empty when done, else why not.
+inline QString bindResolvConf(const QString& resolvConf)
+{
+    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        return QStringLiteral("making mounts private: ") + std::strerror(errno);
+    if (::mount(QFile::encodeName(resolvConf).constData(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) != 0)
+        return QStringLiteral("bind-mounting /etc/resolv.conf: ") + std::strerror(errno);
+    return {};
+}
 
 // A name server on 127.0.0.1:53 that reads every question and never answers, for a benchmark in
 // a network namespace of its own whose /etc/resolv.conf names it.
