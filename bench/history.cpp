@@ -193,7 +193,9 @@ int main(int argc, char** argv)
     qint64 parseMs = -1, openMs = -1;
     std::vector<double> appends;
     {
-        history::LogHistory h(*p.worker, *p.clock, [path] { return path; });
+        const core::FixedDataFolder folder(dir.path());
+        joblog::JobLog jobs(p, folder);
+        history::LogHistory h(*p.worker, *p.clock, jobs);
         int updates = 0;
         QObject::connect(&h, &history::LogHistory::updated, [&] { ++updates; });
         QElapsedTimer t;

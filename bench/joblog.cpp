@@ -40,7 +40,8 @@ int main()
 {
     QTemporaryDir dir;
     velmora::platform::sim::SimPlatform sim;
-    JobLog log(sim.platform(), [&dir] { return dir.path(); });
+    const velmora::core::FixedDataFolder folder(dir.path());
+    JobLog log(sim.platform(), folder);
     log.ensurejoblog();
 
     constexpr int lines = 100000;

@@ -76,8 +76,7 @@ joblog::JobLog& ActionDispatcher::joblog()
     if (shared_)
         return *shared_;
     if (!log_)
-        log_ = std::make_unique<joblog::JobLog>(state_.platform,
-                                                [this] { return dataFolder_ ? dataFolder_() : state_.datafolder; });
+        log_ = std::make_unique<joblog::JobLog>(state_.platform, state_);
     return *log_;
 }
 

@@ -60,7 +60,8 @@ bool Mailing::log(const QString& line)
 {
     if (appendjobline)
         return appendjobline(line);
-    return joblog::JobLog(state_.platform, [this] { return folder(); }).appendjobline(line);
+    const core::FixedDataFolder data(folder());
+    return joblog::JobLog(state_.platform, data).appendjobline(line);
 }
 
 SmtpMailWindow* Mailing::form7()

@@ -58,6 +58,26 @@ int moveEarlierServerFiles(platform::TextFiles& files, const QString& dataFolder
 // folders, never a file of the server.
 QString reservedFileFor(const QString& server, const QString& programFile);
 
+// Where the data folder is. It is chosen at start-up, after the modules that keep their files in
+// it have been built, so they ask for it each time they open a file.
+class DataFiles {
+public:
+    virtual ~DataFiles() = default;
+    virtual QString folder() const = 0;
+    // folder + separator + name, as dataFile() writes it.
+    QString file(const QString& name) const { return dataFile(folder(), name); }
+};
+
+// A data folder known when it is made (tools and tests).
+class FixedDataFolder final : public DataFiles {
+public:
+    explicit FixedDataFolder(QString folder) : folder_(std::move(folder)) {}
+    QString folder() const override { return folder_; }
+
+private:
+    QString folder_;
+};
+
 // Tells the user why a name cannot be used for a server (a message box text).
 QString reservedNameText(const QString& server, const QString& file);
 // Tells the job log why a server was passed over (a server-line message).

@@ -6,9 +6,9 @@
 
 namespace velmora::core {
 
-MonitoredServices::MonitoredServices(platform::TextFiles& files, std::function<QString(const QString&)> file,
-                                     QString programFile, QObject* parent)
-    : QObject(parent), files_(files), file_(std::move(file)), programFile_(std::move(programFile))
+MonitoredServices::MonitoredServices(platform::TextFiles& files, const DataFiles& folder, QString programFile,
+                                     QObject* parent)
+    : QObject(parent), files_(files), folder_(folder), programFile_(std::move(programFile))
 {
 }
 
@@ -17,7 +17,7 @@ QString MonitoredServices::reservedFile(const QString& server) const { return re
 QStringList MonitoredServices::refusedServers() const
 {
     QStringList out;
-    const auto lines = files_.readLines(file_(files::computers), true);
+    const auto lines = files_.readLines(folder_.file(files::computers), true);
     if (!lines)
         return out;
     for (const QString& line : *lines) {
@@ -29,13 +29,13 @@ QStringList MonitoredServices::refusedServers() const
 
 WriteResult MonitoredServices::refused(const QString& server) const
 {
-    return WriteResult::failed(file_(server), QStringLiteral("the name is that of Velmora's own file \"%1\"")
+    return WriteResult::failed(folder_.file(server), QStringLiteral("the name is that of Velmora's own file \"%1\"")
                                                   .arg(reservedFile(server)));
 }
 
 QStringList MonitoredServices::servers() const
 {
-    QStringList out = readMonitoredServers(files_, file_(files::computers));
+    QStringList out = readMonitoredServers(files_, folder_.file(files::computers));
     out.removeIf([this](const QString& name) { return !reservedFile(name).isEmpty(); });
     return out;
 }
@@ -43,7 +43,7 @@ QStringList MonitoredServices::servers() const
 QStringList MonitoredServices::storedServers() const
 {
     QStringList out;
-    const auto lines = files_.readLines(file_(files::computers), true);
+    const auto lines = files_.readLines(folder_.file(files::computers), true);
     if (!lines)
         return out;
     for (const QString& line : *lines) {
@@ -59,7 +59,7 @@ std::vector<MonitoredService> MonitoredServices::records(const QString& server) 
 {
     if (!reservedFile(server).isEmpty())
         return {};
-    return readMonitoredServices(files_, file_(server));
+    return readMonitoredServices(files_, folder_.file(server));
 }
 
 WriteResult MonitoredServices::save(const QString& server, const std::vector<MonitoredService>& records)
@@ -73,7 +73,7 @@ WriteResult MonitoredServices::save(const QString& server, const std::vector<Mon
 
 WriteResult MonitoredServices::writeServerFile(const QString& server, const std::vector<MonitoredService>& records)
 {
-    const QString path = file_(server);
+    const QString path = folder_.file(server);
     QStringList out;
     for (const MonitoredService& e : records)
         out << recordLineText(e);
@@ -98,15 +98,15 @@ WriteResult MonitoredServices::setMonitored(const QString& server, bool monitore
     const bool listed = servers.contains(server);
     if (listed == monitored) {
         // Still written, so a file that lost its last line end gets it back.
-        if (!files_.exists(file_(files::computers)) && !monitored)
+        if (!files_.exists(folder_.file(files::computers)) && !monitored)
             return {};
-        return writeFile(files_, file_(files::computers), servers);
+        return writeFile(files_, folder_.file(files::computers), servers);
     }
     if (monitored)
         servers << server;
     else
         servers.removeAll(server);
-    if (WriteResult r = writeFile(files_, file_(files::computers), servers); !r)
+    if (WriteResult r = writeFile(files_, folder_.file(files::computers), servers); !r)
         return r;
     emit monitoredChanged(server, monitored);
     return {};
@@ -120,7 +120,7 @@ WriteResult MonitoredServices::remove(const QString& server)
         return {};
     servers.removeAt(at);
     // "Computers" first: when it cannot be written, the server stays monitored with its file.
-    if (WriteResult r = writeFile(files_, file_(files::computers), servers); !r)
+    if (WriteResult r = writeFile(files_, folder_.file(files::computers), servers); !r)
         return r;
     removeFile(server);
     emit monitoredChanged(server, false);
@@ -129,7 +129,7 @@ WriteResult MonitoredServices::remove(const QString& server)
 
 bool MonitoredServices::removeFile(const QString& server)
 {
-    const QString path = file_(server);
+    const QString path = folder_.file(server);
     if (!reservedFile(server).isEmpty() || !files_.exists(path))
         return false;
     return files_.remove(path);
@@ -139,7 +139,7 @@ bool MonitoredServices::ensureFile(const QString& server)
 {
     if (!reservedFile(server).isEmpty())
         return false;
-    const QString path = file_(server);
+    const QString path = folder_.file(server);
     return files_.exists(path) || files_.create(path);
 }
 
@@ -147,7 +147,7 @@ std::optional<ServerProperties> MonitoredServices::properties(const QString& ser
 {
     if (!reservedFile(server).isEmpty())
         return std::nullopt;
-    const QString path = file_(server);
+    const QString path = folder_.file(server);
     if (!files_.exists(path))
         return ServerProperties{};
     // Counting reader: a last line without a line end is not part of the file here.
@@ -161,7 +161,7 @@ WriteResult MonitoredServices::saveProperties(const QString& server, const Serve
 {
     if (!reservedFile(server).isEmpty())
         return refused(server);
-    return writeFile(files_, file_(server), propertiesFileLines(props));
+    return writeFile(files_, folder_.file(server), propertiesFileLines(props));
 }
 
 } // namespace velmora::core

@@ -7,12 +7,12 @@
 // A server whose file would be one of the program's own files ("Computers", "Settings", the
 // program file, ...) is never taken for a monitored server: it is left out of every list given
 // here, and its file is neither read nor written nor deleted as a server's file.
+#include "core/datafolder.h"
 #include "core/serverfile.h"
 #include "core/writeresult.h"
 
 #include <QObject>
 #include <QStringList>
-#include <functional>
 #include <optional>
 #include <vector>
 
@@ -23,8 +23,8 @@ namespace velmora::core {
 class MonitoredServices : public QObject {
     Q_OBJECT
 public:
-    // file turns a name of the data folder into its path; programFile is the program file's name.
-    MonitoredServices(platform::TextFiles& files, std::function<QString(const QString&)> file,
+    // The files are looked up in folder; programFile is the program file's name.
+    MonitoredServices(platform::TextFiles& files, const DataFiles& folder,
                       QString programFile = {}, QObject* parent = nullptr);
 
     // The program's own file that server's file would be, or an empty text for a safe name.
@@ -72,7 +72,7 @@ private:
     WriteResult refused(const QString& server) const;
 
     platform::TextFiles& files_;
-    std::function<QString(const QString&)> file_;
+    const DataFiles& folder_;
     QString programFile_;
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 // The state shared by the windows and modules for the whole run. The main window owns the one
 // instance and hands it to every module that needs it.
+#include "core/datafolder.h"
 #include "core/settings.h"
 #include "platform/platform.h"
 
@@ -9,7 +10,7 @@
 
 namespace velmora::core {
 
-struct RunState {
+struct RunState : DataFiles {
     platform::Platform platform;
 
     // Data folder (also shown in the main window's hidden field Text7).
@@ -25,8 +26,6 @@ struct RunState {
     QString smtpsender;
     QString mailprofile;
     bool usesmtp = true;
-
-    QString checkinterval; // minutes, as text
 
     // Result of the last ping.
     QString pingaddress;
@@ -45,8 +44,7 @@ struct RunState {
     // The last recipients taken from "Send Email to:" and "Net Message Send to:" entries.
     QString mailaddress, netsendrecipient;
 
-    // data folder + separator + name
-    QString file(const QString& name) const;
+    QString folder() const override { return datafolder; }
 };
 
 } // namespace velmora::core

@@ -6,8 +6,8 @@ namespace {
 const QString kWindows = QStringLiteral("windows");
 }
 
-ServerTypes::ServerTypes(platform::TextFiles& files, std::function<QString()> path)
-    : files_(files), path_(std::move(path))
+ServerTypes::ServerTypes(platform::TextFiles& files, const DataFiles& folder)
+    : files_(files), folder_(folder)
 {
 }
 
@@ -16,7 +16,7 @@ void ServerTypes::load()
     if (loaded_)
         return;
     loaded_ = true;
-    const auto lines = files_.readLines(path_(), true);
+    const auto lines = files_.readLines(folder_.file(files::servertypes), true);
     if (!lines)
         return;
     for (const QString& line : *lines) {
@@ -54,7 +54,7 @@ bool ServerTypes::setWindows(const QString& server, bool windows)
     for (const QString& n : names)
         lines << n + QLatin1Char('\t') + kWindows;
     // A choice that could not be written is not taken: the server keeps the kind it had.
-    if (!files_.writeLines(path_(), lines))
+    if (!files_.writeLines(folder_.file(files::servertypes), lines))
         return false;
     names_ = names;
     if (windows)

@@ -6,22 +6,21 @@
 //
 // The file is read once, on first use; changes are written through at once. May be used from
 // any thread.
-#include "core/datafolder.h" // files::servertypes
+#include "core/datafolder.h"
 #include "platform/serverkinds.h"
 #include "platform/textfiles.h"
 
 #include <QSet>
 #include <QString>
-#include <functional>
 #include <mutex>
 
 namespace velmora::core {
 
 class ServerTypes : public platform::ServerKinds {
 public:
-    // path: the file, or a function that gives it when first needed (the data folder is chosen
-    // after the platform is made).
-    ServerTypes(platform::TextFiles& files, std::function<QString()> path);
+    // The file is looked up in folder when first needed (the data folder is chosen after the
+    // platform is made).
+    ServerTypes(platform::TextFiles& files, const DataFiles& folder);
 
     bool isWindows(const QString& server) override;
     // Marks server as a Windows server or not; false, and nothing changed, when the file could
@@ -32,7 +31,7 @@ private:
     void load();
 
     platform::TextFiles& files_;
-    std::function<QString()> path_;
+    const DataFiles& folder_;
     std::mutex mutex_;
     bool loaded_ = false;
     QSet<QString> windows_; // lower case

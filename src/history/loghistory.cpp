@@ -1,6 +1,7 @@
 #include "history/loghistory.h"
 
 #include "history/logparser.h"
+#include "joblog/joblog.h"
 #include "platform/clock.h"
 #include "platform/worker.h"
 
@@ -13,9 +14,9 @@ struct LogHistory::Shared {
     std::atomic<bool> cancel{false};
 };
 
-LogHistory::LogHistory(platform::Worker& worker, platform::Clock& clock, std::function<QString()> logPath,
+LogHistory::LogHistory(platform::Worker& worker, platform::Clock& clock, joblog::JobLog& log,
                        QObject* parent)
-    : QObject(parent), worker_(worker), clock_(clock), logPath_(std::move(logPath)),
+    : QObject(parent), worker_(worker), clock_(clock), log_(log),
       shared_(std::make_shared<Shared>())
 {
 }
@@ -31,7 +32,7 @@ void LogHistory::refresh()
         return;
     }
     busy_ = true;
-    const QString path = logPath_();
+    const QString path = log_.path();
     const qint64 at = now(), interval = defaultInterval_;
     worker_.run(this, [this, shared = shared_, path, at, interval]() -> std::function<void()> {
         shared->parser.setDefaultInterval(interval);

@@ -9,15 +9,15 @@
 #include <memory>
 
 namespace velmora::platform { class Clock; class Worker; }
+namespace velmora::joblog { class JobLog; }
 
 namespace velmora::history {
 
 class LogHistory : public QObject {
     Q_OBJECT
 public:
-    // logPath is asked for the log's path (its real spelling) before every read.
-    LogHistory(platform::Worker& worker, platform::Clock& clock, std::function<QString()> logPath,
-               QObject* parent = nullptr);
+    // The log is asked for its path (its real spelling) before every read.
+    LogHistory(platform::Worker& worker, platform::Clock& clock, joblog::JobLog& log, QObject* parent = nullptr);
     // Stops a read that is still running; its result is dropped.
     ~LogHistory() override;
 
@@ -40,7 +40,7 @@ private:
     struct Shared;
     platform::Worker& worker_;
     platform::Clock& clock_;
-    std::function<QString()> logPath_;
+    joblog::JobLog& log_;
     std::shared_ptr<Shared> shared_;
     History history_;
     qint64 defaultInterval_ = 1800;

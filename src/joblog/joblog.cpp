@@ -89,8 +89,8 @@ QString lostLinesText(const LostLines& lost, const QLocale& locale)
         .arg(since, why, lost.lost == 1 ? QStringLiteral("1 line") : QStringLiteral("%1 lines").arg(lost.lost));
 }
 
-JobLog::JobLog(const platform::Platform& platform, std::function<QString()> dataFolder)
-    : p_(platform), dataFolder_(std::move(dataFolder))
+JobLog::JobLog(const platform::Platform& platform, const core::DataFiles& folder)
+    : p_(platform), folder_(folder)
 {
 }
 
@@ -101,7 +101,7 @@ QDateTime JobLog::now() const
 
 QString JobLog::path()
 {
-    return p_.files->resolve(core::dataFile(dataFolder_(), core::files::jobslog));
+    return p_.files->resolve(folder_.file(core::files::jobslog));
 }
 
 qint64 JobLog::size()
@@ -170,7 +170,7 @@ bool JobLog::serverline(const QString& server, const QString& message)
 void JobLog::showlogfile()
 {
     // The viewer is handed the lower-case spelling; resolve() finds the file under any case.
-    const QString file = p_.files->resolve(core::dataFile(dataFolder_(), QStringLiteral("jobs.log")));
+    const QString file = p_.files->resolve(folder_.file(QStringLiteral("jobs.log")));
     if (!context_)
         context_ = std::make_unique<QObject>();
     platform::FileOpener* opener = p_.opener;
@@ -186,7 +186,6 @@ void JobLog::showlogfile()
 
 void JobLog::deletelogfile()
 {
-    dataFolder_();
     if (p_.boxes->show(QStringLiteral("Are you sure you want to delete the logfile ?"), MsgIcon::Question,
                        MsgButtons::OkCancel) != MsgAnswer::Ok)
         return;

@@ -8,6 +8,7 @@
 // regional format: the short time format of QLocale::system() with seconds added after the
 // minutes where it has none (so a German system writes "16.11.2026 20:50:14", a US one
 // "16.11.2026 8:50:14 PM").
+#include "core/datafolder.h"
 #include "platform/platform.h"
 
 #include <QDateTime>
@@ -63,9 +64,8 @@ QString lostLinesText(const LostLines& lost, const QLocale& locale = QLocale::sy
 class JobLog : public QObject {
     Q_OBJECT
 public:
-    // dataFolder is asked for the data folder by every operation that touches the file (the
-    // main window re-reads its data-folder field there).
-    JobLog(const platform::Platform& platform, std::function<QString()> dataFolder);
+    // The log is looked up in folder by every operation that touches the file.
+    JobLog(const platform::Platform& platform, const core::DataFiles& folder);
 
     // Appends text and CR LF to an existing log in one write. A missing log is not created here
     // (the line is lost); a failed write (a full disk) loses the line and is kept in lostLines()
@@ -108,7 +108,7 @@ private:
 
     platform::Platform p_;
     LostLines lost_;
-    std::function<QString()> dataFolder_;
+    const core::DataFiles& folder_;
     QLocale locale_ = QLocale::system();
     // Guards completions of work handed to the worker: destroyed with this object.
     std::unique_ptr<QObject> context_;

@@ -18,7 +18,7 @@ const QString kAllServices = QStringLiteral("All Services to be monitored :");
 
 LogAndAlerts::LogAndAlerts(core::RunState& state, platform::Timer* signalTimer, QWidget* windowParent)
     : QObject(nullptr), state_(state), timer_(signalTimer), windowParent_(windowParent),
-      log_(state.platform, [&state] { return state.datafolder; })
+      log_(state.platform, state)
 {
     if (timer_)
         connect(timer_, &platform::Timer::timeout, this, &LogAndAlerts::beep);

@@ -42,19 +42,6 @@ QString checkResultText(const ServiceCheck& c, bool immediate)
     return servicecontrol::stateText(c.state).value_or(QString());
 }
 
-int leadingNumber(const QString& text)
-{
-    const QString t = text.trimmed();
-    qsizetype n = 0;
-    if (n < t.size() && (t[n] == QLatin1Char('-') || t[n] == QLatin1Char('+')))
-        ++n;
-    while (n < t.size() && t[n].isDigit())
-        ++n;
-    bool ok = false;
-    const int value = t.left(n).toInt(&ok);
-    return ok ? value : 0;
-}
-
 // ---------------------------------------------------------------------------------------------
 
 struct CheckCycle::Server {
@@ -83,9 +70,11 @@ struct CheckCycle::Scan {
     std::function<void()> done;
 };
 
-CheckCycle::CheckCycle(core::RunState& state, core::ServerList& servers, core::MonitoredServices& monitored,
-                       joblog::JobLog& log, actions::ActionRunner& actions, joblog::AlertSink& alerts, QObject* parent)
-    : QObject(parent), state_(state), servers_(servers), monitored_(monitored), log_(log), actions_(actions),
+CheckCycle::CheckCycle(core::RunState& state, const core::Schedule& schedule, core::ServerList& servers,
+                       core::MonitoredServices& monitored, joblog::JobLog& log, actions::ActionRunner& actions,
+                       joblog::AlertSink& alerts, QObject* parent)
+    : QObject(parent), state_(state), schedule_(schedule), servers_(servers), monitored_(monitored), log_(log),
+      actions_(actions),
       alerts_(alerts), reach_(*state.platform.icmp, *state.platform.worker)
 {
 }
@@ -97,13 +86,12 @@ void CheckCycle::timer5Tick()
     const QDateTime now = state_.platform.clock->now();
     if (state_.nextscan.isValid() && state_.nextscan > now)
         return;
-    const QString caption = intervalCaption_.isNull() ? state_.checkinterval : intervalCaption_;
-    checkintervall(QString::number(leadingNumber(caption)));
+    checkintervall(QString::number(schedule_.minutes()));
 }
 
 void CheckCycle::checkintervall(const QString& period)
 {
-    state_.nextscan = state_.platform.clock->now().addSecs(qint64(leadingNumber(period)) * 60);
+    state_.nextscan = state_.platform.clock->now().addSecs(qint64(core::leadingNumber(period)) * 60);
     alerts_.showNextScan(state_.nextscan);
     emit nextScanSet(state_.nextscan);
     trigger();

@@ -14,6 +14,7 @@
 // tells the rest of the program what happened through its signals.
 #include "actions/actionrunner.h"
 #include "core/runstate.h"
+#include "core/schedule.h"
 #include "core/serverfile.h"
 #include "monitoring/reachability.h"
 #include "servicecontrol/queries.h"
@@ -37,9 +38,6 @@ using ServiceCheck = servicecontrol::ServiceQuery;
 // code. immediate selects the immediate check's spelling of the failure texts.
 QString checkResultText(const ServiceCheck& check, bool immediate);
 
-// The leading whole number of a text ("15 Minutes" is 15), 0 when it has none.
-int leadingNumber(const QString& text);
-
 // One service as the immediate check found it.
 struct ImmediateResult {
     QString server, service;
@@ -52,7 +50,9 @@ struct ImmediateResult {
 class CheckCycle : public QObject {
     Q_OBJECT
 public:
-    CheckCycle(core::RunState& state, core::ServerList& servers, core::MonitoredServices& monitored,
+    // schedule gives the interval the scheduler goes by.
+    CheckCycle(core::RunState& state, const core::Schedule& schedule, core::ServerList& servers,
+               core::MonitoredServices& monitored,
                joblog::JobLog& log, actions::ActionRunner& actions, joblog::AlertSink& alerts,
                QObject* parent = nullptr);
     ~CheckCycle() override;
@@ -73,8 +73,6 @@ public:
     // The immediate pass over every monitored service; done runs when it has been applied.
     void triggerimmediate(std::function<void()> done = {});
 
-    // The interval the scheduler goes by, as the monitoring setup shows it (minutes, as text).
-    void setIntervalCaption(const QString& caption) { intervalCaption_ = caption; }
     // Whether the instant report's own scan is on: then every immediate result is reported.
     void setReportScanActive(bool on) { reportScanActive_ = on; }
 
@@ -111,13 +109,13 @@ private:
     void finishScan();
 
     core::RunState& state_;
+    const core::Schedule& schedule_;
     core::ServerList& servers_;
     core::MonitoredServices& monitored_;
     joblog::JobLog& log_;
     actions::ActionRunner& actions_;
     joblog::AlertSink& alerts_;
     Reachability reach_;
-    QString intervalCaption_;
     bool reportScanActive_ = false;
     std::shared_ptr<Scan> scan_;
     bool timedScanWaiting_ = false;

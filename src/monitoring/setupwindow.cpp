@@ -3,6 +3,7 @@
 #include "core/datafolder.h"
 #include "core/monitoredservices.h"
 #include "core/runstate.h"
+#include "core/schedule.h"
 #include "core/serverlist.h"
 #include "core/serverlistfile.h"
 #include "monitoring/alertsetupwindow.h"
@@ -50,10 +51,11 @@ QStringList slotTexts(const core::MonitoredService& entry)
 
 } // namespace
 
-SetupWindow::SetupWindow(core::RunState& state, core::ServerList& servers, core::MonitoredServices& monitored,
-                         servicecontrol::ServiceControl& services, servicecontrol::ServiceListing& listing,
-                         actions::ActionDispatcher& dispatcher, QWidget* parent)
-    : QDialog(parent), state_(state), servers_(servers), monitored_(monitored), services_(services),
+SetupWindow::SetupWindow(core::RunState& state, core::Schedule& schedule, core::ServerList& servers,
+                         core::MonitoredServices& monitored, servicecontrol::ServiceControl& services,
+                         servicecontrol::ServiceListing& listing, actions::ActionDispatcher& dispatcher,
+                         QWidget* parent)
+    : QDialog(parent), state_(state), schedule_(schedule), servers_(servers), monitored_(monitored), services_(services),
       listing_(listing), dispatcher_(dispatcher)
 {
     setObjectName(QStringLiteral("Form2"));
@@ -66,6 +68,7 @@ SetupWindow::SetupWindow(core::RunState& state, core::ServerList& servers, core:
             platform::setItemIcon(item, listing_.at(row).icon);
     });
     connect(&monitored_, &core::MonitoredServices::monitoredChanged, this, &SetupWindow::showMonitoredServers);
+    connect(&schedule_, &core::Schedule::changed, this, &SetupWindow::showInterval);
 
     // Loading.
     if (!state_.datafolder.isEmpty()) {
@@ -73,12 +76,10 @@ SetupWindow::SetupWindow(core::RunState& state, core::ServerList& servers, core:
         const QString interval = state_.file(core::files::interval);
         if (!files.exists(interval))
             files.writeLines(interval, {QStringLiteral("30")});
-        const QString minutes = core::readIntervalText(files, interval);
-        state_.checkinterval = minutes;
-        showInterval(minutes);
+        schedule_.read(files, interval);
         showMonitoredServers();
     } else {
-        showInterval(QStringLiteral("30"));
+        schedule_.setText(QStringLiteral("30"));
     }
     fillFromListing();
 }
@@ -194,8 +195,7 @@ void SetupWindow::buildControls()
     grid->setColumnStretch(2, 1);
 
     connect(VScroll1, &QScrollBar::valueChanged, this, [this](int value) {
-        Label5->setText(QString::number(-value));
-        emit intervalShown(Label5->text());
+        schedule_.setText(QString::number(-value));
     });
     connect(ListView1, &QTreeWidget::itemClicked, this, [this] { serviceClicked(); });
     connect(ListView1, &QTreeWidget::itemDoubleClicked, this, [this] {
@@ -465,11 +465,9 @@ void SetupWindow::replaceEntry(int position, const QStringList& actions)
 
 void SetupWindow::showInterval(const QString& minutes)
 {
-    // Label5 holds the interval as the file gives it, and the check cycle goes by its leading
-    // whole number ("15 Minutes" is 15, "2.5" is 2, no number is 0, which scans at every tick).
-    // The spinner shows 1 to 240 only: a value it cannot show is kept as it is, and the user is
-    // told once for each such text.
-    const int read = leadingNumber(minutes);
+    // Label5 shows the interval as the file gives it ("15 Minutes", "2.5"). The spinner shows 1 to
+    // 240 only: a value it cannot show is kept as it is, and the user is told once for each text.
+    const int read = core::leadingNumber(minutes);
     const bool spinnable = read >= kMinInterval && read <= kMaxInterval;
     if (!spinnable && minutes != toldInterval_) {
         toldInterval_ = minutes;
@@ -488,7 +486,6 @@ void SetupWindow::showInterval(const QString& minutes)
     const QSignalBlocker block(VScroll1);
     VScroll1->setValue(-std::clamp(read, kMinInterval, kMaxInterval));
     Label5->setText(minutes);
-    emit intervalShown(Label5->text());
 }
 
 bool SetupWindow::saved(const core::WriteResult& result)
@@ -504,9 +501,8 @@ void SetupWindow::ok()
     const bool wasMonitored = monitored_.contains(name);
     // Everything is stored before the window goes: a write that fails keeps it open with what
     // the user chose, and the files as they were.
-    if (!saved(core::writeFile(*state_.platform.files, state_.file(core::files::interval), {Label5->text()})))
+    if (!saved(schedule_.save(*state_.platform.files, state_.file(core::files::interval))))
         return;
-    state_.checkinterval = Label5->text();
     if (!saved(monitored_.save(name, entries_)))
         return;
     hide();

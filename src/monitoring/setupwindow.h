@@ -5,8 +5,8 @@
 //
 // The window is created once (on first use) and then shown and hidden; every opening reloads it
 // from the files. Its service list shows the service side's listing (each row carries its key
-// name), its interval is what the scheduler goes by (intervalShown), and List3 shows the
-// monitored servers.
+// name), Label5 and the spinner show and set the schedule the scheduler goes by, and List3 shows
+// the monitored servers.
 #include "core/serverfile.h"
 #include "core/writeresult.h"
 
@@ -22,7 +22,7 @@ class QPushButton;
 class QScrollBar;
 class QTreeWidget;
 
-namespace velmora::core { struct RunState; class ServerList; class MonitoredServices; }
+namespace velmora::core { struct RunState; class Schedule; class ServerList; class MonitoredServices; }
 namespace velmora::servicecontrol { class ServiceControl; class ServiceListing; }
 namespace velmora::actions { class ActionDispatcher; }
 
@@ -35,7 +35,8 @@ class SetupWindow : public QDialog {
 public:
     // Loading: makes sure "Interval" exists (with "30"), shows it, and shows the monitored
     // servers in List3.
-    SetupWindow(core::RunState& state, core::ServerList& servers, core::MonitoredServices& monitored,
+    SetupWindow(core::RunState& state, core::Schedule& schedule, core::ServerList& servers,
+                core::MonitoredServices& monitored,
                 servicecontrol::ServiceControl& services, servicecontrol::ServiceListing& listing,
                 actions::ActionDispatcher& dispatcher, QWidget* parent = nullptr);
     ~SetupWindow() override;
@@ -77,11 +78,6 @@ public:
     void ok();     // Command3
     void cancel(); // Command4
 
-    // Shows an interval (minutes, as text) in Label5, as it stands, and in the spinner. The check
-    // cycle reads Label5 by its leading whole number; a value the spinner's 1 to 240 cannot show
-    // is kept, and the user is told so once for each such text.
-    void showInterval(const QString& minutes);
-
     // Form3, the alert setup, created on first use.
     AlertSetupWindow* alertSetup();
 
@@ -92,8 +88,6 @@ public:
     std::pair<QString, QString> selectedService() const;
 
 signals:
-    // The interval shown in Label5 changed (minutes, as text).
-    void intervalShown(const QString& minutes);
     // The alert setup asks for the e-mail options.
     void emailOptionsRequested();
 
@@ -103,6 +97,9 @@ protected:
 
 private:
     void buildControls();
+    // Shows the schedule's interval in Label5, as it stands, and in the spinner. A value the
+    // spinner's 1 to 240 cannot show is kept, and the user is told so once for each such text.
+    void showInterval(const QString& minutes);
     void serviceClicked();
     void monitoredClicked();
     void showSlots(const core::MonitoredService& entry);
@@ -116,6 +113,7 @@ private:
     bool saved(const core::WriteResult& result);
 
     core::RunState& state_;
+    core::Schedule& schedule_;
     core::ServerList& servers_;
     core::MonitoredServices& monitored_;
     servicecontrol::ServiceControl& services_;

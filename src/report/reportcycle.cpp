@@ -35,9 +35,8 @@ QString stoppedStatusText(const FilterWords& w)
            QLatin1Char(' ') + w.errors;
 }
 
-ReportCycle::ReportCycle(core::RunState& state, monitoring::CheckCycle& checks, ReportRows& rows,
-                         std::function<void(const QString&)> logLine, QObject* parent)
-    : QObject(parent), state_(state), checks_(checks), rows_(rows), logLine_(std::move(logLine))
+ReportCycle::ReportCycle(core::RunState& state, monitoring::CheckCycle& checks, ReportRows& rows, QObject* parent)
+    : QObject(parent), state_(state), checks_(checks), rows_(rows)
 {
     connect(&checks_, &monitoring::CheckCycle::immediateResult, this, &ReportCycle::takeResult);
 }
@@ -212,7 +211,7 @@ void ReportCycle::runautoexport()
                                                                   QStringLiteral(" failed, the rows are kept"));
                         if (!outcome.error.isEmpty())
                             line += QStringLiteral(": ") + outcome.error;
-                        logLine_(line);
+                        emit exportFailed(line);
                         return;
                     }
                     rows_.removeBefore(upTo);

@@ -35,9 +35,7 @@ inline const QString kNoServices = QStringLiteral(
 class ReportCycle : public QObject {
     Q_OBJECT
 public:
-    // logLine appends one line to the job log (a failed automatic export says so there).
-    ReportCycle(core::RunState& state, monitoring::CheckCycle& checks, ReportRows& rows,
-                std::function<void(const QString&)> logLine, QObject* parent = nullptr);
+    ReportCycle(core::RunState& state, monitoring::CheckCycle& checks, ReportRows& rows, QObject* parent = nullptr);
     ~ReportCycle() override;
 
     // The row a result makes under the current filters, if any; at is the time of the check.
@@ -74,6 +72,8 @@ signals:
     void busy(bool on);
     // An automatic export has written its rows and removed them.
     void autoExported(const QString& path);
+    // An automatic export failed; line is the job log's line that says so.
+    void exportFailed(const QString& line);
 
 private:
     bool monitoredServersListed() const;
@@ -86,7 +86,6 @@ private:
     core::RunState& state_;
     monitoring::CheckCycle& checks_;
     ReportRows& rows_;
-    std::function<void(const QString&)> logLine_;
     QDateTime nextscan_;
     bool stopped_ = false;
     bool scanFlag_ = false;

@@ -63,13 +63,12 @@ const QString kSaveBeforeClosing = QStringLiteral("Do you want to save the conte
 
 const int ReportWindow::kColumnTwips[kColumnCount] = {1500, 1500, 1500, 1500, 2000, 4000, 2000};
 
-ReportWindow::ReportWindow(core::RunState& state, monitoring::CheckCycle& checks,
-                           std::function<void(const QString&)> logLine, QWidget* parent)
+ReportWindow::ReportWindow(core::RunState& state, monitoring::CheckCycle& checks, QWidget* parent)
     : QMainWindow(parent), state_(state)
 {
     setObjectName(QStringLiteral("Form9"));
     setAttribute(Qt::WA_DeleteOnClose); // the close box unloads the report and its rows
-    cycle_ = new ReportCycle(state_, checks, rows_, std::move(logLine), this);
+    cycle_ = new ReportCycle(state_, checks, rows_, this);
     connect(qApp, &QApplication::focusChanged, this, [this](QWidget*, QWidget* now) {
         if (now && now->window() != this)
             focusInBox_ = qobject_cast<QMessageBox*>(now->window()) != nullptr;

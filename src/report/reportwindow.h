@@ -35,9 +35,8 @@ enum class ExportResult { Saved, Cancelled, Failed };
 class ReportWindow : public QMainWindow {
     Q_OBJECT
 public:
-    // Loading the window runs the first report scan at once. logLine appends a line to the job log.
-    ReportWindow(core::RunState& state, monitoring::CheckCycle& checks, std::function<void(const QString&)> logLine,
-                 QWidget* parent = nullptr);
+    // Loading the window runs the first report scan at once.
+    ReportWindow(core::RunState& state, monitoring::CheckCycle& checks, QWidget* parent = nullptr);
     ~ReportWindow() override;
 
     // Column widths of ListView1 in twips, in column order.

@@ -14,8 +14,7 @@ namespace velmora::shell {
 
 using platform::named;
 
-AddServerDialog::AddServerDialog(std::function<bool(const QString&)> add, ServerKindChoice kinds, QWidget* parent)
-    : QDialog(parent), add_(std::move(add)), kinds_(kinds)
+AddServerDialog::AddServerDialog(ServerKindChoice kinds, QWidget* parent) : QDialog(parent), kinds_(kinds)
 {
     setObjectName(QStringLiteral("Dialog1"));
     setWindowTitle(QStringLiteral("Add Server"));
@@ -59,9 +58,11 @@ bool AddServerDialog::event(QEvent* e)
 
 void AddServerDialog::ok()
 {
-    const QString name = Text1->text().toUpper();
-    if (!add_(name))
-        return;
+    emit addRequested(Text1->text().toUpper());
+}
+
+void AddServerDialog::added(const QString& name)
+{
     // Stored for every new server, so that a line left from an earlier server of the same name
     // cannot make it a Windows server unasked. A kind that could not be stored is told in a box;
     // the server stays added.

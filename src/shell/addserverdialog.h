@@ -5,7 +5,6 @@
 #include "shell/serverkindchoice.h"
 
 #include <QDialog>
-#include <functional>
 
 class QCheckBox;
 class QLabel;
@@ -17,14 +16,20 @@ namespace velmora::shell {
 class AddServerDialog : public QDialog {
     Q_OBJECT
 public:
-    // add receives the typed name in upper case and returns whether the server was added; the
-    // server's kind is then stored through kinds.
-    AddServerDialog(std::function<bool(const QString&)> add, ServerKindChoice kinds, QWidget* parent = nullptr);
+    // OK asks for the typed name, in upper case, to be added (addRequested); added() then stores
+    // the server's kind through kinds and closes the dialog.
+    explicit AddServerDialog(ServerKindChoice kinds, QWidget* parent = nullptr);
+
+    // The server asked for has been added.
+    void added(const QString& name);
 
     QLabel* Label1 = nullptr;
     QLineEdit* Text1 = nullptr;
     QPushButton *OKButton = nullptr, *CancelButton = nullptr;
     QCheckBox* Check1 = nullptr; // "Windows server"; hidden where the platform has no such servers
+
+signals:
+    void addRequested(const QString& name);
 
 protected:
     bool event(QEvent* event) override;
@@ -32,7 +37,6 @@ protected:
 private:
     void ok();
 
-    std::function<bool(const QString&)> add_;
     ServerKindChoice kinds_;
 };
 

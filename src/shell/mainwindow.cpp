@@ -517,10 +517,10 @@ void MainWindow::startupAfterPause()
     if (p_.app->ended())
         return;
     // 21
-    state.checkinterval = core::readIntervalText(*p_.files, state.file(core::files::interval));
-    emit intervalRead(state.checkinterval);
+    const QString interval = core::readIntervalText(*p_.files, state.file(core::files::interval));
+    emit intervalRead(interval);
     // 22
-    emit scanDue(state.checkinterval);
+    emit scanDue(interval);
     // 23
     Timer5->setInterval(1000);
     Timer5->setEnabled(true);
@@ -912,8 +912,11 @@ MaintenanceDialog* MainWindow::maintenanceDialog() const { return maintenanceDia
 void MainWindow::openAddServer()
 {
     if (!addDialog_) {
-        addDialog_ = new AddServerDialog([this](const QString& name) { return addServer(name); },
-                                         ServerKindChoice(p_), this);
+        addDialog_ = new AddServerDialog(ServerKindChoice(p_), this);
+        connect(addDialog_, &AddServerDialog::addRequested, this, [this](const QString& name) {
+            if (addServer(name))
+                addDialog_->added(name);
+        });
         addDialog_->setModal(true);
     }
     addDialog_->show();

@@ -27,9 +27,8 @@
 namespace velmora::shell {
 
 Program::Program(const platform::Platform& platform)
-    : monitored(*platform.files, [this](const QString& name) { return state.file(name); },
-                platform.system->programFileName()),
-      serverTypes(*platform.files, [this] { return state.file(core::files::servertypes); }),
+    : monitored(*platform.files, state, platform.system->programFileName()),
+      serverTypes(*platform.files, state),
       connections(*platform.net, *platform.services, *platform.boxes)
 {
     state.platform = platform;
@@ -48,7 +47,7 @@ Program::Program(const platform::Platform& platform)
     dispatcher = new actions::ActionDispatcher(state, w->Timer6, {}, w);
     dispatcher->logTo(logandalerts->joblog());
     mailing = new actions::Mailing(state, w, w);
-    checkcycle = new monitoring::CheckCycle(state, servers, monitored, logandalerts->joblog(), *dispatcher,
+    checkcycle = new monitoring::CheckCycle(state, schedule, servers, monitored, logandalerts->joblog(), *dispatcher,
                                             *logandalerts, w);
     connectJobLog();
     connectMailing();
@@ -71,12 +70,8 @@ void Program::load() { window->load(); }
 monitoring::SetupWindow* Program::setupWindow()
 {
     if (!setupWindow_) {
-        setupWindow_ = new monitoring::SetupWindow(state, servers, monitored, *services, listing, *dispatcher,
-                                                   window.get());
-        // The scheduler goes by the interval the setup window shows.
-        QObject::connect(setupWindow_, &monitoring::SetupWindow::intervalShown, checkcycle,
-                         &monitoring::CheckCycle::setIntervalCaption);
-        checkcycle->setIntervalCaption(setupWindow_->Label5->text());
+        setupWindow_ = new monitoring::SetupWindow(state, schedule, servers, monitored, *services, listing,
+                                                   *dispatcher, window.get());
         QObject::connect(setupWindow_, &monitoring::SetupWindow::emailOptionsRequested, mailing,
                          &actions::Mailing::showOptions);
     }
@@ -133,10 +128,12 @@ void Program::connectMonitoring()
         w->Command9->setEnabled(true);
         w->mnuChecknow->setEnabled(true);
     });
+    // The setup window shows the interval read, and tells the user of one its spinner cannot show.
     QObject::connect(w, &MainWindow::intervalRead, w, [this](const QString& interval) {
-        setupWindow()->showInterval(interval);
+        setupWindow();
+        schedule.setText(interval);
     });
-    QObject::connect(w, &MainWindow::scanDue, c, [this] { checkcycle->checkintervall(setupWindow()->Label5->text()); });
+    QObject::connect(w, &MainWindow::scanDue, c, [this] { checkcycle->checkintervall(schedule.text()); });
     QObject::connect(w, &MainWindow::monitorSetupRequested, w, [this](const QString& server) {
         window->Text1->setText(server);
         setupWindow()->openFor(window->Text1->text());
@@ -209,8 +206,9 @@ report::ReportWindow* Program::reportWindow()
 {
     if (!report_) {
         joblog::LogAndAlerts* alerts = logandalerts;
-        report_ = new report::ReportWindow(
-            state, *checkcycle, [alerts](const QString& line) { alerts->joblog().appendjobline(line); }, window.get());
+        report_ = new report::ReportWindow(state, *checkcycle, window.get());
+        QObject::connect(&report_->cycle(), &report::ReportCycle::exportFailed, alerts,
+                         [alerts](const QString& line) { alerts->joblog().appendjobline(line); });
         QObject::connect(report_, &report::ReportWindow::gotoServiceRequested, window.get(), &MainWindow::gotoService);
         QObject::connect(report_, &report::ReportWindow::propertiesRequested, window.get(),
                          &MainWindow::openPropertiesFor);
@@ -242,9 +240,8 @@ void Program::connectReport()
 history::AvailabilityWindow* Program::availabilityWindow()
 {
     if (!availability_) {
-        joblog::LogAndAlerts* m = logandalerts;
-        history_ = new history::LogHistory(*state.platform.worker, *state.platform.clock,
-                                           [m] { return m->joblog().path(); }, window.get());
+        history_ = new history::LogHistory(*state.platform.worker, *state.platform.clock, logandalerts->joblog(),
+                                           window.get());
         availability_ = new history::AvailabilityWindow(state.platform, *history_, window.get());
     }
     return availability_;
@@ -254,7 +251,7 @@ void Program::showAvailability(const QString& server, const QString& service)
 {
     history::AvailabilityWindow* a = availabilityWindow();
     // Until a service's own checks tell its interval, the monitoring interval is the best guess.
-    if (const int minutes = monitoring::leadingNumber(state.checkinterval); minutes > 0)
+    if (const int minutes = schedule.minutes(); minutes > 0)
         history_->setDefaultInterval(qint64(minutes) * 60);
     if (server.isEmpty())
         a->open();

@@ -3,6 +3,7 @@
 // what one module tells to what another does. Nothing else builds modules or wires them.
 #include "core/monitoredservices.h"
 #include "core/runstate.h"
+#include "core/schedule.h"
 #include "core/serverlist.h"
 #include "core/servertypes.h"
 #include "platform/platform.h"
@@ -36,6 +37,8 @@ public:
     void load();
 
     core::RunState state;
+    // The check interval: the setup window sets it, the check cycle goes by it.
+    core::Schedule schedule;
     core::ServerList servers;
     core::MonitoredServices monitored;
     // Which servers are Windows servers ("ServerTypes"); installed into the platform's slot, which

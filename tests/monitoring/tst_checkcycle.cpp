@@ -157,10 +157,11 @@ struct BareScan {
     }
     core::RunState state;
     core::ServerList servers;
-    core::MonitoredServices monitored{*state.platform.files, [this](const QString& n) { return state.file(n); }};
-    joblog::JobLog log{state.platform, [this] { return state.datafolder; }};
+    core::MonitoredServices monitored{*state.platform.files, state};
+    joblog::JobLog log{state.platform, state};
     Journal journal;
-    monitoring::CheckCycle cycle{state, servers, monitored, log, journal, journal};
+    core::Schedule schedule;
+    monitoring::CheckCycle cycle{state, schedule, servers, monitored, log, journal, journal};
     QSignalSpy finished{&cycle, &monitoring::CheckCycle::scanFinished};
 };
 
@@ -207,7 +208,7 @@ private slots:
     {
         Fleet f; // the files and the simulated fleet; no program and no window are built
         BareScan bare(f, {"WEB1", "DB2", "LAB3", "FILE4"});
-        auto& [state, servers, monitored, log, journal, cycle, finished] = bare;
+        auto& [state, servers, monitored, log, journal, schedule, cycle, finished] = bare;
         servers.setMaintenance("LAB3", true);
 
         cycle.trigger();
@@ -245,7 +246,7 @@ private slots:
         f.writeFile("Computers", {"BIG"});
         f.sim.icmp.addComputer("BIG", "10.4.0.9", 0);
         BareScan bare(f, {"BIG"});
-        auto& [state, servers, monitored, log, journal, cycle, finished] = bare;
+        auto& [state, servers, monitored, log, journal, schedule, cycle, finished] = bare;
         cycle.trigger();
         QCOMPARE(f.logLines(), expected.mid(0, monitoring::CheckCycle::kRecordsPerTurn));
         QTRY_COMPARE(finished.count(), 1);
@@ -406,10 +407,10 @@ private slots:
 
     void leadingNumberOfAnIntervalText()
     {
-        QCOMPARE(monitoring::leadingNumber("15"), 15);
-        QCOMPARE(monitoring::leadingNumber("15 Minutes"), 15);
-        QCOMPARE(monitoring::leadingNumber("Minutes"), 0);
-        QCOMPARE(monitoring::leadingNumber(""), 0);
+        QCOMPARE(core::leadingNumber("15"), 15);
+        QCOMPARE(core::leadingNumber("15 Minutes"), 15);
+        QCOMPARE(core::leadingNumber("Minutes"), 0);
+        QCOMPARE(core::leadingNumber(""), 0);
     }
 };
 

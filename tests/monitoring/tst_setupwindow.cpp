@@ -253,7 +253,7 @@ private slots:
                                       block);
         QCOMPARE(f.readBytes("Computers"), QByteArray("SRV1\r\n"));
         QCOMPARE(f.readBytes("Interval"), QByteArray("45\r\n"));
-        QCOMPARE(f.w().state.checkinterval, QStringLiteral("45"));
+        QCOMPARE(f.program->schedule.text(), QStringLiteral("45"));
         QCOMPARE(texts(f.w().Combo1), QStringList{"SRV1"});
         QCOMPARE(shell::MainWindow::serverIcon(f.w().findServer("SRV1")), 9);
         QCOMPARE(f.w().Text1->text(), QStringLiteral("SRV1")); // the combo did not move the main window

@@ -72,7 +72,7 @@ private slots:
         QVERIFY(w.Timer9->isEnabled());
         QCOMPARE(w.Timer5->interval(), 1000);
         QVERIFY(w.Timer5->isEnabled());
-        QCOMPARE(w.state.checkinterval, QStringLiteral("30"));
+        QCOMPARE(f.program->schedule.text(), QStringLiteral("30"));
         QVERIFY(!f.fileExists("Computerlist"));
 
         w.close();
@@ -630,7 +630,7 @@ private slots:
         QCOMPARE(w.state.settings.reportinterval, QString());
         QCOMPARE(w.state.smtpserver, QStringLiteral("mail.example.org"));
         QCOMPARE(w.state.smtpport, 0);
-        QCOMPARE(w.state.checkinterval, QString());
+        QCOMPARE(f.program->schedule.text(), QString());
         w.close();
         QVERIFY(f.fileExists("Settings"));
     }
