@@ -127,29 +127,38 @@ AlertWindow::AlertWindow(LogAndAlerts& owner, QWidget* parent) : QWidget(parent,
     });
     connect(mnuf4gotoservice, &QAction::triggered, this, &AlertWindow::gotoservice);
     connect(ListView1, &QTreeWidget::itemDoubleClicked, this, &AlertWindow::gotoservice);
+
+    AlertRows& rows = owner_.rows();
+    connect(&rows, &AlertRows::rowsInserted, this,
+            [this](const QModelIndex&, int first, int last) { showRows(first, last); });
+    connect(&rows, &AlertRows::modelReset, ListView1, &QTreeWidget::clear);
+    if (rows.count() > 0)
+        showRows(0, rows.count() - 1);
 }
 
 AlertWindow::~AlertWindow() = default;
 
-void AlertWindow::addrow(const QDateTime& at, const QString& server, const QString& service, const QString& state,
-                         const QString& actions, bool red)
+void AlertWindow::showRows(int first, int last)
 {
-    const QLocale& locale = owner_.joblog().locale();
-    auto* item = new QTreeWidgetItem(QStringList{core::dateText(at), timeText(at, locale), server, service, state,
-                                                 actions});
-    if (red) {
-        for (int c = 2; c <= 4; ++c)
-            item->setForeground(c, kRed);
-    }
-    ListView1->addTopLevelItem(item);
-    // A column widens to what it shows (a date, a long service name), never narrows below its
-    // starting width; the new row's texts are measured, not the whole list again.
+    const AlertRows& rows = owner_.rows();
     const QFontMetrics metrics(ListView1->font());
     const int margin = 2 * ListView1->style()->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, ListView1) + 12;
-    for (int c = 0; c < ListView1->columnCount(); ++c) {
-        const int needed = metrics.horizontalAdvance(item->text(c)) + margin;
-        if (needed > ListView1->columnWidth(c))
-            ListView1->setColumnWidth(c, needed);
+    for (int r = first; r <= last; ++r) {
+        const AlertRow& row = rows.at(r);
+        auto* item = new QTreeWidgetItem(
+            QStringList{row.date, row.time, row.server, row.service, row.state, row.actions});
+        if (row.red) {
+            for (int c = AlertRows::Server; c <= AlertRows::State; ++c)
+                item->setForeground(c, kRed);
+        }
+        ListView1->addTopLevelItem(item);
+        // A column widens to what it shows (a date, a long service name), never narrows below
+        // its starting width; the new row's texts are measured, not the whole list again.
+        for (int c = 0; c < ListView1->columnCount(); ++c) {
+            const int needed = metrics.horizontalAdvance(item->text(c)) + margin;
+            if (needed > ListView1->columnWidth(c))
+                ListView1->setColumnWidth(c, needed);
+        }
     }
 }
 
@@ -249,10 +258,11 @@ void AlertWindow::gotoservice()
 {
     if (ListView1->topLevelItemCount() == 0)
         return;
-    const QTreeWidgetItem* item = ListView1->currentItem();
-    if (!item)
+    const int row = ListView1->indexOfTopLevelItem(ListView1->currentItem());
+    if (row < 0 || row >= owner_.rows().count())
         return;
-    owner_.requestGotoService(item->text(2), item->text(3));
+    const AlertRow& r = owner_.rows().at(row);
+    owner_.requestGotoService(r.server, r.service);
 }
 
 } // namespace velmora::joblog

@@ -2,8 +2,8 @@
 // The alert window Form4 "Velmora Info": every failure found since it was last cleared, the
 // log-size indicator, the popup option and the reset commands.
 //
-// Controls are public members named as on the form; the check cycle writes Label1, Label2,
-// Text1 and ListView1 directly. Positions are kept in twips (15 per pixel) in the settings
+// Controls are public members named as on the form; ListView1 shows the owner's AlertRows, and a
+// selection is mapped back through them. Positions are kept in twips (15 per pixel) in the settings
 // record (alertleft, alerttop); a left of 0 means no position is known.
 #include "joblog/joblog.h"
 
@@ -39,10 +39,6 @@ public:
     QMenu* mnuf4context = nullptr;
     QAction* mnuf4gotoservice = nullptr;
 
-    // Appends a row; columns 2 to 4 (server, service, state) drawn in red unless red is false
-    // (the immediate check lists running services in plain colours).
-    void addrow(const QDateTime& at, const QString& server, const QString& service, const QString& state,
-                const QString& actions, bool red = true);
     // The indicator: red above the large-log size, the button face at or below; the caption
     // only when one is given.
     void setLogSize(qint64 bytes, std::optional<SizeCaption> caption);
@@ -67,6 +63,8 @@ private:
     // Stores the left and top (in twips) when each is at least the given pixel value.
     void rememberPosition(int minLeft, int minTop);
     void setCheckFromOption();
+    // Adds the tree's items for rows first to last of the model.
+    void showRows(int first, int last);
 
     LogAndAlerts& owner_;
     QString lostLines_;    // what setLostLines() gave, empty while the log is written

@@ -43,6 +43,7 @@ AlertWindow* LogAndAlerts::alertwindow()
 {
     if (!window_) {
         window_ = new AlertWindow(*this, windowParent_);
+        connect(window_, &QObject::destroyed, this, [this] { rows_.clear(); });
         if (log_.lostLines().any())
             window_->setLostLines(lostLinesText(log_.lostLines(), log_.locale()));
     }
@@ -68,7 +69,8 @@ void LogAndAlerts::showalertwindow()
 void LogAndAlerts::addalertrow(const QString& server, const QString& service, const QString& state,
                                const QString& actions)
 {
-    alertwindow()->addrow(log_.now(), server, service, state, actions);
+    alertwindow();
+    addrow(server, service, state, actions, true);
 }
 
 void LogAndAlerts::addcheckrow(const QString& server, const QString& service, const QString& shown,
@@ -76,7 +78,14 @@ void LogAndAlerts::addcheckrow(const QString& server, const QString& service, co
 {
     AlertWindow* w = alertwindow();
     w->Label1->setText(QStringLiteral("Interval in turn"));
-    w->addrow(log_.now(), server, service, shown, actions, red);
+    addrow(server, service, shown, actions, red);
+}
+
+void LogAndAlerts::addrow(const QString& server, const QString& service, const QString& state,
+                          const QString& actions, bool red)
+{
+    const QDateTime at = log_.now();
+    rows_.append({core::dateText(at), timeText(at, log_.locale()), server, service, state, actions, red});
 }
 
 void LogAndAlerts::beginTimedScan()
@@ -84,7 +93,7 @@ void LogAndAlerts::beginTimedScan()
     AlertWindow* w = alertwindow();
     if (w->Label2->text() == kAllServices) {
         w->Text1->clear();
-        w->ListView1->clear();
+        rows_.clear();
     }
     w->Label2->setText(kFailedServices);
 }
@@ -94,7 +103,7 @@ void LogAndAlerts::beginImmediateCheck()
     AlertWindow* w = alertwindow();
     w->Label2->setText(kAllServices);
     w->Text1->clear();
-    w->ListView1->clear();
+    rows_.clear();
 }
 
 void LogAndAlerts::showNextScan(const QDateTime& at)
@@ -123,8 +132,7 @@ void LogAndAlerts::resetalert()
 
 void LogAndAlerts::clearalert()
 {
-    if (window_)
-        window_->ListView1->clear();
+    rows_.clear();
     if (timer_)
         timer_->setEnabled(false);
 }

@@ -6,6 +6,7 @@
 // 1300 Hz for 500 ms. It is on exactly while the timer is enabled; the "Alert" action switches
 // it on by enabling the timer, resetalert() and the alert window's "Cl&ear" switch it off.
 #include "core/runstate.h"
+#include "joblog/alertrows.h"
 #include "joblog/alertsink.h"
 #include "joblog/joblog.h"
 
@@ -28,6 +29,8 @@ public:
 
     core::RunState& state() { return state_; }
     JobLog& joblog() { return log_; }
+    // The alert window's rows; they go with the window when its close box unloads it.
+    AlertRows& rows() { return rows_; }
     platform::Timer* signalTimer() const { return timer_; }
 
     // The alert window's "&Check Services Now" and "Goto service...": the main window does them.
@@ -73,11 +76,14 @@ signals:
 
 private:
     void beep();
+    void addrow(const QString& server, const QString& service, const QString& state, const QString& actions,
+                bool red);
 
     core::RunState& state_;
     platform::Timer* timer_;
     QWidget* windowParent_;
     JobLog log_;
+    AlertRows rows_;
     QPointer<AlertWindow> window_;
 };
 

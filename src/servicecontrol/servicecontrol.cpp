@@ -6,6 +6,7 @@
 #include "platform/icons.h"
 #include "servicecontrol/connections.h"
 #include "servicecontrol/servicelisting.h"
+#include "servicecontrol/servicepanel.h"
 #include "servicecontrol/statetext.h"
 
 #include <QApplication>
@@ -39,16 +40,29 @@ constexpr int kKeyRole = Qt::UserRole + 2;
 } // namespace
 
 ServiceControl::ServiceControl(core::RunState& state, const core::ServerList& servers, ServiceListing& listing,
-                               Connections& connections, QWidget* parent)
-    : QGroupBox(parent), state_(state), servers_(servers), listing_(listing), connections_(connections)
+                               ServicePanel& panel, Connections& connections, QWidget* parent)
+    : QGroupBox(parent), state_(state), servers_(servers), listing_(listing), panel_(panel),
+      connections_(connections)
 {
     setObjectName(QStringLiteral("Frame2"));
     buildControls();
 
     Timer1 = state_.platform.clock->createTimer(this, QStringLiteral("Timer1"), 1000);
-    Timer2 = state_.platform.clock->createTimer(this, QStringLiteral("Timer2"), 100);
     connect(Timer1, &platform::Timer::timeout, this, &ServiceControl::timer1Tick);
-    connect(Timer2, &platform::Timer::timeout, this, &ServiceControl::timer2Tick);
+
+    // Another server or service is no longer the one Timer1 follows.
+    connect(&panel_, &ServicePanel::computerChanged, this, [this] {
+        Timer1->setEnabled(false);
+        enableCommands();
+    });
+    connect(&panel_, &ServicePanel::serviceChanged, this, [this] {
+        Timer1->setEnabled(false);
+        enableCommands();
+    });
+    connect(&panel_, &ServicePanel::stateChanged, this, &ServiceControl::enableCommands);
+    connect(&panel_, &ServicePanel::detailsChanged, this, &ServiceControl::showDetails);
+    connect(&panel_, &ServicePanel::dependentsChanged, this, &ServiceControl::showDependents);
+    enableCommands();
 
     connect(&listing_, &ServiceListing::reset, this, &ServiceControl::fillFromListing);
     connect(&listing_, &ServiceListing::iconChanged, this, [this](int row) {
@@ -66,23 +80,14 @@ ServiceControl::ServiceControl(core::RunState& state, const core::ServerList& se
         QListWidgetItem* item = List2->currentItem();
         if (!item || item->text() == kNoDependents)
             return;
-        const int row = List2->row(item);
+        const size_t row = size_t(List2->row(item));
         const int listed = listing_.indexOfDisplay(item->text());
         if (listed >= 0)
             ListView1->setCurrentItem(ListView1->topLevelItem(listed));
-        if (row < List4->count())
-            Text3->setText(List4->item(row)->text());
-        servicedetails(Text3->text());
+        if (row < panel_.dependents().size())
+            panel_.setService(panel_.dependents()[row].name);
+        servicedetails(panel_.service());
         List2->setToolTip(item->text());
-    });
-    connect(Text3, &QLineEdit::textChanged, this, [this] { Timer1->setEnabled(false); });
-    // List1 is hidden; selecting a row in it shows that service.
-    connect(List1, &QListWidget::currentRowChanged, this, [this](int row) {
-        if (row < 0 || row >= listing_.count())
-            return;
-        Text3->setText(listing_.at(row).key);
-        showServiceDetails();
-        List1->setToolTip(List1->item(row)->text());
     });
     connect(Command2, &QPushButton::clicked, this, [this] { showServices(true); });
     connect(Command6, &QPushButton::clicked, this, [this] { showServices(false); });
@@ -145,13 +150,6 @@ void ServiceControl::buildControls()
     grid->setColumnStretch(0, 3);
     grid->setColumnStretch(2, 2);
 
-    // Hidden lists that carry data for the visible ones.
-    List1 = named(new QListWidget(this), "List1");
-    List3 = named(new QListWidget(this), "List3");
-    List4 = named(new QListWidget(this), "List4");
-    for (QWidget* w : {List1, List3, List4})
-        w->hide();
-
     mnumonitor = named(new QMenu(QStringLiteral("Monitor"), this), "mnumonitor");
     mnumonitorservice = platform::menuItem(mnumonitor, "mnumonitorservice", QStringLiteral("Monitor Service"));
     platform::menuSeparator(mnumonitor, "s15");
@@ -165,16 +163,57 @@ void ServiceControl::fillFromListing() { showRows(listing_.rows()); }
 void ServiceControl::showRows(const std::vector<ListedService>& rows)
 {
     const QSignalBlocker blockList(ListView1);
-    const QSignalBlocker blockNames(List1);
     ListView1->clear();
-    List1->clear();
-    List3->clear();
     for (const ListedService& s : rows) {
         auto* item = new QTreeWidgetItem(ListView1, {s.display});
         item->setData(0, kKeyRole, s.key);
         platform::setItemIcon(item, s.icon);
-        List1->addItem(s.display);
-        List3->addItem(s.key);
+    }
+}
+
+void ServiceControl::showDetails()
+{
+    Text3->setText(panel_.service());
+    Text4->setText(panel_.state());
+    Text5->setText(panel_.startType());
+    Text2->setText(panel_.binaryPath());
+    Text6->setText(panel_.account());
+    // Long values (a program with its arguments) show their beginning, not their end.
+    for (QLineEdit* t : {Text2, Text3, Text4, Text5, Text6})
+        t->setCursorPosition(0);
+}
+
+void ServiceControl::showDependents()
+{
+    List2->clear();
+    if (panel_.noneRunning())
+        List2->addItem(kNoDependents);
+    for (const Dependent& d : panel_.dependents())
+        List2->addItem(d.display);
+}
+
+void ServiceControl::enableCommands()
+{
+    const QString& state = panel_.state();
+    std::optional<bool> startOn, stopOn;
+    if (state == QStringLiteral("Running") || state == QStringLiteral("Paused")) {
+        startOn = false;
+        stopOn = true;
+    } else if (state == QStringLiteral("Stopped")) {
+        startOn = true;
+        stopOn = false;
+    }
+    if (panel_.computer().isEmpty() || panel_.service().isEmpty()) {
+        startOn = false;
+        stopOn = false;
+    }
+    if (startOn) {
+        Command1->setEnabled(*startOn);
+        mnustartservice->setEnabled(*startOn);
+    }
+    if (stopOn) {
+        Command5->setEnabled(*stopOn);
+        mnustopservice->setEnabled(*stopOn);
     }
 }
 
@@ -198,9 +237,11 @@ void ServiceControl::runJob(std::function<std::function<void()>()> job)
 
 void ServiceControl::setComputer(const QString& name)
 {
-    computer_ = name;
+    panel_.setComputer(name);
     Timer1->setEnabled(false);
 }
+
+QString ServiceControl::computer() const { return panel_.computer(); }
 
 // ---- selection ----
 
@@ -214,21 +255,20 @@ void ServiceControl::clearShownServices()
 {
     showRows({});
     Label1->setText(QStringLiteral("Services:"));
-    List2->clear();
-    for (QLineEdit* t : {Text2, Text3, Text4, Text5, Text6})
-        t->clear();
+    panel_.clearDependents();
+    panel_.clearService();
 }
 
 void ServiceControl::showServices(bool all)
 {
-    List2->clear();
+    panel_.clearDependents();
     if (servers_.isEmpty()) {
         state_.platform.boxes->show(QStringLiteral("No servers listet, please add servers to be monitored"),
                                     MsgIcon::Information);
         return;
     }
     Timer1->setEnabled(false);
-    const core::ServerEntry* entry = servers_.find(computer_);
+    const core::ServerEntry* entry = servers_.find(panel_.computer());
     if (entry && !entry->reachable) {
         state_.platform.boxes->show(QStringLiteral("Selected Server is not available, can not show Services !"),
                                     MsgIcon::Information);
@@ -236,7 +276,7 @@ void ServiceControl::showServices(bool all)
         return;
     }
     Label1->setText((all ? QStringLiteral("All Registered Services on : ") : QStringLiteral("Active Services on : ")) +
-                    computer_);
+                    panel_.computer());
     getServiceInfo(all ? 3 : 1);
 }
 
@@ -244,7 +284,7 @@ void ServiceControl::selectService()
 {
     if (ListView1->topLevelItemCount() > 0 && !detailsfailed) {
         if (QTreeWidgetItem* item = ListView1->currentItem()) {
-            Text3->setText(item->data(0, kKeyRole).toString());
+            panel_.setService(item->data(0, kKeyRole).toString());
             showServiceDetails();
             ListView1->setToolTip(item->text(0));
         }
@@ -272,7 +312,7 @@ bool ServiceControl::selectListedService(const QString& service)
 
 void ServiceControl::showServiceDetails()
 {
-    servicedetails(Text3->text(), [this] { depservices(1); });
+    servicedetails(panel_.service(), [this] { depservices(1); });
 }
 
 bool ServiceControl::eventFilter(QObject* watched, QEvent* e)
@@ -305,7 +345,7 @@ void ServiceControl::listRightButton(const QPoint& globalPos)
 
 // ---- details ----
 
-void ServiceControl::applyDetails(const DetailQuery& q)
+void ServiceControl::applyDetails(const DetailQuery& q, bool selected)
 {
     auto& boxes = *state_.platform.boxes;
     if (q.scmError != svcerror::ok) {
@@ -322,7 +362,8 @@ void ServiceControl::applyDetails(const DetailQuery& q)
         return;
     }
     const QString text = stateText(q.state).value_or(QString());
-    Text4->setText(text);
+    if (selected)
+        panel_.setState(text);
     detailstate = text;
     if (q.configError != svcerror::ok) {
         // The size query and the query itself both fail, and each says so.
@@ -332,19 +373,17 @@ void ServiceControl::applyDetails(const DetailQuery& q)
         boxes.show(msg, MsgIcon::None);
         return;
     }
+    if (!selected)
+        return;
     if (const auto start = startTypeText(q.config.startType))
-        Text5->setText(*start);
-    Text2->setText(q.config.binaryPath.left(kTextLength));
-    Text6->setText(q.config.account.left(kTextLength));
-    // Long values (a program with its arguments) show their beginning, not their end.
-    for (QLineEdit* t : {Text2, Text3, Text4, Text5, Text6})
-        t->setCursorPosition(0);
+        panel_.setStartType(*start);
+    panel_.setConfig(q.config.binaryPath.left(kTextLength), q.config.account.left(kTextLength));
 }
 
 void ServiceControl::servicedetails(const QString& service, std::function<void()> done)
 {
     detailsfailed = false;
-    selectedcomputer = computer_;
+    selectedcomputer = panel_.computer();
     const QString computer = selectedcomputer;
     platform::ServiceManager* sm = state_.platform.services;
     runJob([this, sm, computer, service, done = std::move(done)]() -> std::function<void()> {
@@ -363,7 +402,7 @@ void ServiceControl::getServiceInfo(int filter)
 {
     listfailed = false;
     emit listingStarted();
-    selectedcomputer = computer_;
+    selectedcomputer = panel_.computer();
     const QString computer = selectedcomputer;
     platform::ServiceManager* sm = state_.platform.services;
     runJob([this, sm, computer, filter]() -> std::function<void()> {
@@ -416,12 +455,11 @@ void ServiceControl::applyListing(const Listing& l)
         const auto& s = l.services[i];
         const QString key = s.name.left(kNameLength);
         state_.currentservice = key;
-        applyDetails(l.details[i]);
+        applyDetails(l.details[i], false);
         rows.push_back({key, s.displayName.left(kNameLength), stateIcon(detailstate)});
     }
     listing_.setRows(std::move(rows));
-    for (QLineEdit* t : {Text2, Text3, Text4, Text5, Text6})
-        t->clear();
+    panel_.clearService();
     emit listingFinished();
 }
 
@@ -435,7 +473,7 @@ void ServiceControl::depservices(int filter, std::function<void()> done)
         return;
     }
     const QString computer = selectedcomputer;
-    const QString service = Text3->text().trimmed();
+    const QString service = panel_.service().trimmed();
     platform::ServiceManager* sm = state_.platform.services;
     runJob([this, sm, computer, service, filter, done = std::move(done)]() -> std::function<void()> {
         const DependentsQuery q = queryDependents(*sm, computer, service, filter);
@@ -445,16 +483,14 @@ void ServiceControl::depservices(int filter, std::function<void()> done)
             } else if (q.serviceError != svcerror::ok) {
                 box(kOpenServiceFailed, q.serviceError);
             } else if (q.sizeCode == svcerror::ok) {
-                List2->clear();
-                List2->addItem(kNoDependents);
+                panel_.setNoneRunning();
             } else if (q.sizeCode == svcerror::moreData) {
-                List2->clear();
-                List4->clear();
+                std::vector<Dependent> running;
                 for (const auto& d : q.dependents) {
-                    List2->addItem(d.displayName.left(kNameLength));
-                    List4->addItem(d.name.left(kNameLength));
+                    running.push_back({d.name.left(kNameLength), d.displayName.left(kNameLength)});
                     state_.currentservice = d.name;
                 }
+                panel_.setDependents(std::move(running));
             }
             if (done)
                 done();
@@ -475,11 +511,11 @@ void ServiceControl::stopCommand()
 {
     emit processing(true);
     const MsgAnswer answer = state_.platform.boxes->show(
-        QStringLiteral("Are you sure you want to stop the  ") + Text3->text() + QStringLiteral("  Service ") +
-            QStringLiteral(" on Computer  ") + computer_ + QStringLiteral(" ?        "),
+        QStringLiteral("Are you sure you want to stop the  ") + panel_.service() + QStringLiteral("  Service ") +
+            QStringLiteral(" on Computer  ") + panel_.computer() + QStringLiteral(" ?        "),
         MsgIcon::Question, MsgButtons::YesNo);
     if (answer == MsgAnswer::Yes)
-        servstop(Text3->text(), followWhenUnchanged(Command::Stop));
+        servstop(panel_.service(), followWhenUnchanged(Command::Stop));
     else
         emit processing(false);
 }
@@ -489,10 +525,10 @@ std::function<void()> ServiceControl::followWhenUnchanged(Command command)
     // The request runs off the user-interface thread. A service selected meanwhile is what a
     // one-thing-at-a-time program would have seen after switching Timer1 on, and that
     // selection switches it off again: so Timer1 follows only a service still selected.
-    const QString service = Text3->text();
+    const QString service = panel_.service();
     QTreeWidgetItem* const item = ListView1->currentItem();
     return [this, command, service, item] {
-        if (Text3->text() != service || ListView1->currentItem() != item)
+        if (panel_.service() != service || ListView1->currentItem() != item)
             return;
         following_ = command;
         Timer1->setEnabled(true);
@@ -502,7 +538,7 @@ std::function<void()> ServiceControl::followWhenUnchanged(Command command)
 void ServiceControl::servstart(std::function<void()> done)
 {
     const QString computer = selectedcomputer;
-    const QString service = Text3->text().trimmed();
+    const QString service = panel_.service().trimmed();
     platform::ServiceManager* sm = state_.platform.services;
     runJob([this, sm, computer, service, done = std::move(done)]() -> std::function<void()> {
         const ControlQuery q = control(*sm, computer, service, true);
@@ -559,7 +595,7 @@ void ServiceControl::timer1Tick()
         return;
     tickRunning_ = true;
     const QString computer = selectedcomputer;
-    const QString service = Text3->text();
+    const QString service = panel_.service();
     const bool askJob = following_ != Command::None;
     platform::ServiceManager* sm = state_.platform.services;
     runJob([this, sm, computer, service, askJob]() -> std::function<void()> {
@@ -590,7 +626,7 @@ void ServiceControl::applyTick(const ServiceQuery& q, int job, const QString& se
         return;
     }
     const QString text = stateText(q.state).value_or(QString());
-    Text4->setText(text);
+    panel_.setState(text);
     // Only the row of the service that was asked about takes its icon.
     QTreeWidgetItem* item = ListView1->currentItem();
     int row = item ? ListView1->indexOfTopLevelItem(item) : -1;
@@ -608,34 +644,9 @@ void ServiceControl::applyTick(const ServiceQuery& q, int job, const QString& se
             box(command == Command::Start ? QStringLiteral("Error - ") : kControlFailed, job);
     }
     if (text == QStringLiteral("Stopped") && row >= 0) {
-        // The same key name again leaves Text3 unchanged, so the follow-up goes on.
-        Text3->setText(listing_.at(row).key);
-        servicedetails(Text3->text(), [this] { depservices(1); });
-    }
-}
-
-void ServiceControl::timer2Tick()
-{
-    const QString state = Text4->text();
-    std::optional<bool> startOn, stopOn;
-    if (state == QStringLiteral("Running") || state == QStringLiteral("Paused")) {
-        startOn = false;
-        stopOn = true;
-    } else if (state == QStringLiteral("Stopped")) {
-        startOn = true;
-        stopOn = false;
-    }
-    if (computer_.isEmpty() || Text3->text().isEmpty()) {
-        startOn = false;
-        stopOn = false;
-    }
-    if (startOn) {
-        Command1->setEnabled(*startOn);
-        mnustartservice->setEnabled(*startOn);
-    }
-    if (stopOn) {
-        Command5->setEnabled(*stopOn);
-        mnustopservice->setEnabled(*stopOn);
+        // The same key name again leaves the selection unchanged, so the follow-up goes on.
+        panel_.setService(listing_.at(row).key);
+        servicedetails(panel_.service(), [this] { depservices(1); });
     }
 }
 

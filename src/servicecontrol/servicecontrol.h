@@ -1,12 +1,14 @@
 #pragma once
 // The service side of the main window (its frame Frame2): the services of the current server,
 // the details of the selected one, its running dependents in stop order, and the commands that
-// list, start, stop and follow it (Timer1) and enable themselves by state (Timer2).
+// list, start, stop and follow it (Timer1). The fields, the dependents and the commands' enabled
+// state show a ServicePanel.
 //
 // Every call to a service manager runs on a worker thread; what it found is then applied on the
 // user-interface thread step by step, message boxes included, in the order a one-call-at-a-time
 // run would have shown them. The listing lives in a ServiceListing that other windows show too.
 #include "servicecontrol/queries.h"
+#include "servicecontrol/servicepanel.h"
 
 #include <QGroupBox>
 #include <QString>
@@ -34,27 +36,25 @@ class ServiceControl : public QGroupBox {
     Q_OBJECT
 public:
     ServiceControl(core::RunState& state, const core::ServerList& servers, ServiceListing& listing,
-                   Connections& connections, QWidget* parent = nullptr);
+                   ServicePanel& panel, Connections& connections, QWidget* parent = nullptr);
 
     // ---- controls, named as on the form ----
     QLabel *Label1 = nullptr, *Label3 = nullptr, *Label4 = nullptr, *Label5 = nullptr, *Label6 = nullptr,
            *Label7 = nullptr, *Label8 = nullptr, *Label13 = nullptr;
     QTreeWidget* ListView1 = nullptr; // services of the current server
-    QListWidget* List1 = nullptr;     // hidden: their display names, row for row
     QListWidget* List2 = nullptr;     // running dependents (display names)
-    QListWidget* List3 = nullptr;     // hidden: the key names of ListView1's rows
-    QListWidget* List4 = nullptr;     // hidden: the key names of List2's rows
     QLineEdit *Text2 = nullptr, *Text3 = nullptr, *Text4 = nullptr, *Text5 = nullptr, *Text6 = nullptr;
     QPushButton *Command1 = nullptr, *Command2 = nullptr, *Command5 = nullptr, *Command6 = nullptr,
                 *Command7 = nullptr;
-    platform::Timer *Timer1 = nullptr, *Timer2 = nullptr;
+    platform::Timer* Timer1 = nullptr;
     // The service list's pop-up menu.
     QMenu* mnumonitor = nullptr;
     QAction *mnumonitorservice = nullptr, *mnustopservice = nullptr, *mnustartservice = nullptr;
 
-    // The current server (the main window's Text1). A change switches Timer1 off.
+    // The current server (the main window's Text1). Switches Timer1 off.
     void setComputer(const QString& name);
-    QString computer() const { return computer_; }
+    QString computer() const;
+    ServicePanel& panel() { return panel_; }
 
     // Command2 / Command6: lists all or the active services of the current server.
     void showServices(bool all);
@@ -74,12 +74,11 @@ public:
     void getServiceInfo(int filter);
     // Shows the details of a service (key name) of the current server; then runs done.
     void servicedetails(const QString& service, std::function<void()> done = {});
-    // Lists the running dependents of the service in Text3.
+    // Lists the running dependents of the selected service.
     void depservices(int filter, std::function<void()> done = {});
     void startCommand();
     void stopCommand();
     void timer1Tick();
-    void timer2Tick();
 
     // Shared results, as the other windows read them.
     bool listfailed = false;
@@ -110,13 +109,19 @@ private:
     enum class Command { None, Start, Stop };
 
     void buildControls();
+    // Start and Stop follow the selected service's state.
+    void enableCommands();
+    void showDetails();
+    void showDependents();
     std::function<void()> followWhenUnchanged(Command command);
     void applyTick(const ServiceQuery& q, int job, const QString& service);
     void fillFromListing();
-    // Fills ListView1, List1 and List3 with rows (none: empties them).
+    // Fills ListView1 with rows (none: empties it).
     void showRows(const std::vector<ListedService>& rows);
     void showServiceDetails();
-    void applyDetails(const DetailQuery& q);
+    // Shows what a details query found: its failures in boxes, and for the selected service its
+    // state and details.
+    void applyDetails(const DetailQuery& q, bool selected = true);
     void listAfterOpen(int filter);
     void applyListing(const Listing& l);
     void servstart(std::function<void()> done);
@@ -128,8 +133,8 @@ private:
     core::RunState& state_;
     const core::ServerList& servers_;
     ServiceListing& listing_;
+    ServicePanel& panel_;
     Connections& connections_;
-    QString computer_;
     int busy_ = 0;
     bool tickRunning_ = false;
     Command following_ = Command::None;

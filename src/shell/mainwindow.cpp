@@ -71,7 +71,7 @@ MainWindow::MainWindow(core::RunState& runState, core::ServerList& servers, core
     Timer8 = p_.clock->createTimer(this, QStringLiteral("Timer8"), 200);
     Timer9 = p_.clock->createTimer(this, QStringLiteral("Timer9"), 60000);
     // All timers run from the moment the window exists; start-up switches some of them off.
-    for (platform::Timer* t : {services->Timer1, services->Timer2, Timer5, Timer6, Timer8, Timer9})
+    for (platform::Timer* t : {services->Timer1, Timer5, Timer6, Timer8, Timer9})
         t->setEnabled(true);
     connect(Timer9, &platform::Timer::timeout, this, &MainWindow::repingServers);
     // Logout, system shutdown and a termination signal close the window like its close box,
@@ -226,19 +226,14 @@ void MainWindow::connectControls()
         services->showServices(true);
     });
 
-    connect(Text1, &QLineEdit::textChanged, this, [this](const QString& text) {
-        const QString upper = text.toUpper();
-        if (upper != text) {
-            Text1->setText(upper);
-            return;
-        }
-        Text1->setCursorPosition(int(upper.size()));
-        state.currentserver = upper;
-        services->setComputer(upper);
+    // Text1 shows the current server.
+    connect(&services->panel(), &servicecontrol::ServicePanel::computerChanged, this, [this](const QString& name) {
+        Text1->setText(name);
+        state.currentserver = name;
     });
     connect(Combo1, &QComboBox::currentIndexChanged, this, [this](int index) {
         if (index >= 0)
-            Text1->setText(Combo1->currentText());
+            setCurrentServer(Combo1->currentText());
     });
     connect(services, &servicecontrol::ServiceControl::listingStarted, this, [this] { setCursor(Qt::WaitCursor); });
     connect(services, &servicecontrol::ServiceControl::listingFinished, this, [this] { unsetCursor(); });
@@ -393,9 +388,8 @@ void MainWindow::load()
     // 8
     state.localcomputer = p_.system->computerName();
     connections_.setLocalComputer(state.localcomputer);
-    Text1->setText(state.localcomputer);
-    for (QLineEdit* t : {services->Text2, services->Text3, services->Text4, services->Text5, services->Text6})
-        t->clear();
+    setCurrentServer(state.localcomputer);
+    services->panel().clearService();
     emit localComputerNameRead();
     // 9: copies find each other only through a folder of this user's own; without one there is
     // no telling whether another copy runs, and this one does not go on.
@@ -486,7 +480,7 @@ void MainWindow::load()
     // 15
     if (Combo1->count() > 0)
         Combo1->setCurrentIndex(0);
-    Text1->setText(Combo1->currentText());
+    setCurrentServer(Combo1->currentText());
     // 16
     emit mailProfileCheckDue();
     // 17
@@ -601,7 +595,7 @@ bool MainWindow::writecomputerlist()
 
 void MainWindow::endProgram()
 {
-    for (platform::Timer* t : {services->Timer1, services->Timer2, Timer5, Timer6, Timer8, Timer9})
+    for (platform::Timer* t : {services->Timer1, Timer5, Timer6, Timer8, Timer9})
         t->setEnabled(false);
     p_.app->end(0);
     hide();
@@ -693,7 +687,14 @@ const core::ServerEntry* MainWindow::selectedEntry() const
 QString MainWindow::selectedServer() const
 {
     const core::ServerEntry* entry = selectedEntry();
-    return entry ? entry->name : Text1->text();
+    return entry ? entry->name : services->computer();
+}
+
+void MainWindow::setCurrentServer(const QString& name)
+{
+    // The same server again leaves the service side as it is (Timer1 goes on following).
+    if (const QString upper = name.toUpper(); upper != services->computer())
+        services->setComputer(upper);
 }
 
 void MainWindow::pingserver(const QString& name, std::function<void(bool)> done)
@@ -738,13 +739,13 @@ void MainWindow::selectServer()
     const core::ServerEntry* entry = selectedEntry();
     if (!entry)
         return;
-    Text1->setText(entry->name.toUpper());
+    setCurrentServer(entry->name);
     services->clearShownServices();
 }
 
 void MainWindow::gotoService(const QString& server, const QString& service)
 {
-    Text1->setText(server);
+    setCurrentServer(server);
     if (QTreeWidgetItem* item = findServer(server)) {
         ListView2->setCurrentItem(item);
         ListView2->scrollToItem(item);
@@ -770,12 +771,12 @@ void MainWindow::browseComputer()
 
     const QString chosen = p_.chooser->choose(this, QStringLiteral("Select Computer :   "));
     if (chosen != QStringLiteral(" "))
-        Text1->setText(chosen.trimmed());
-    if (Text1->text().isEmpty()) {
+        setCurrentServer(chosen.trimmed());
+    const QString name = services->computer();
+    if (name.isEmpty()) {
         p_.boxes->show(QStringLiteral("Invalid Servername !"), MsgIcon::Information);
         return;
     }
-    const QString name = Text1->text();
     if (servers_.contains(name)) {
         p_.boxes->show(QStringLiteral("Item already exists !"), MsgIcon::Information);
         return;
@@ -796,8 +797,7 @@ void MainWindow::browseComputer()
 void MainWindow::addLocalComputer()
 {
     const QString name = p_.system->computerName().toUpper();
-    Text1->setText(name);
-    state.currentserver = name;
+    setCurrentServer(name);
     if (servers_.contains(name))
         p_.boxes->show(QStringLiteral("Item already exists !"), MsgIcon::Information);
     else if (!refusedServerName(name))

@@ -86,8 +86,10 @@ public:
     QTreeWidgetItem* findServer(const QString& name) const;
     // The icon number an item shows (7 to 10; 0 for none).
     static int serverIcon(const QTreeWidgetItem* item);
-    // The server selected in the list, else the one in Text1.
+    // The server selected in the list, else the current server (shown in Text1).
     QString selectedServer() const;
+    // Makes name, in upper case, the server whose services the service side shows.
+    void setCurrentServer(const QString& name);
     // The entry of the server selected in the list, null when none is selected.
     const core::ServerEntry* selectedEntry() const;
 

@@ -34,7 +34,7 @@ Program::Program(const platform::Platform& platform)
     state.platform = platform;
     if (platform.serverkindsSlot)
         platform.serverkindsSlot->install(&serverTypes);
-    services = new servicecontrol::ServiceControl(state, servers, listing, connections);
+    services = new servicecontrol::ServiceControl(state, servers, listing, panel, connections);
     QObject::connect(services, &servicecontrol::ServiceControl::managerAnswered, services,
                      [this](const QString& computer, int code) {
                          servers.setManagerError(computer, code, state.platform.clock->now());
@@ -135,8 +135,8 @@ void Program::connectMonitoring()
     });
     QObject::connect(w, &MainWindow::scanDue, c, [this] { checkcycle->checkintervall(schedule.text()); });
     QObject::connect(w, &MainWindow::monitorSetupRequested, w, [this](const QString& server) {
-        window->Text1->setText(server);
-        setupWindow()->openFor(window->Text1->text());
+        window->setCurrentServer(server);
+        setupWindow()->openFor(services->computer());
     });
     QObject::connect(services, &servicecontrol::ServiceControl::monitorServiceRequested, w, [this] {
         const QTreeWidgetItem* chosen = services->ListView1->currentItem();
@@ -144,8 +144,8 @@ void Program::connectMonitoring()
             return;
         const QString display = chosen->text(0);
         const QString server = window->selectedServer();
-        window->Text1->setText(server);
-        setupWindow()->monitorService(window->Text1->text(), display);
+        window->setCurrentServer(server);
+        setupWindow()->monitorService(services->computer(), display);
     });
 }
 

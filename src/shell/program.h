@@ -9,6 +9,7 @@
 #include "platform/platform.h"
 #include "servicecontrol/connections.h"
 #include "servicecontrol/servicelisting.h"
+#include "servicecontrol/servicepanel.h"
 
 #include <QPointer>
 #include <memory>
@@ -45,6 +46,8 @@ public:
     // the service and connection backends route by.
     core::ServerTypes serverTypes;
     servicecontrol::ServiceListing listing;
+    // The selected service with its state, details and running dependents.
+    servicecontrol::ServicePanel panel;
     servicecontrol::Connections connections;
 
     // Owned by the main window (its children) from here on.

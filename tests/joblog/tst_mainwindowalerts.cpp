@@ -110,11 +110,11 @@ private slots:
         f.sim.services.addService("SRV2", {.name = "nginx.service", .displayName = "nginx web server",
                                            .state = svcstate::running, .binaryPath = "/usr/sbin/nginx"});
         auto& w = f.start();
-        w.Text1->setText("SRV1");
+        w.setCurrentServer("SRV1");
 
         joblog::LogAndAlerts& m = *f.program->logandalerts;
         m.showalertwindow();
-        m.addalertrow("SRV2", "cups.service", "Stopped", m.joinactions({"Alert"}));
+        m.addalertrow("SRV2", "cups.service", "Stopped", "Alert            ");
         joblog::AlertWindow* form4 = m.alertwindow();
         form4->ListView1->setCurrentItem(form4->ListView1->topLevelItem(0));
         form4->mnuf4gotoservice->trigger();
@@ -123,6 +123,7 @@ private slots:
         QCOMPARE(w.ListView2->currentItem()->text(0), QStringLiteral("SRV2"));
         QVERIFY(w.services->ListView1->currentItem());
         QCOMPARE(w.services->ListView1->currentItem()->text(0), QStringLiteral("CUPS Scheduler"));
+        QCOMPARE(f.program->panel.service(), QStringLiteral("cups.service"));
         QCOMPARE(w.services->Text3->text(), QStringLiteral("cups.service"));
         QCOMPARE(w.services->Text2->text(), QStringLiteral("/usr/sbin/cupsd -l"));
     }

@@ -47,7 +47,7 @@ struct Bench : test::SystemdFixture {
         QVERIFY(!items.isEmpty());
         sc().ListView1->setCurrentItem(items.first());
         sc().selectService();
-        f.sim.clock.advance(100); // Timer2 enables the commands for the state shown
+        f.sim.clock.advance(100);
     }
     int icon() { return platform::itemIcon(sc().ListView1->currentItem()); }
     // One Timer1 tick after the real time given.

@@ -211,7 +211,6 @@ private slots:
         QCOMPARE(f.program->info->aboutWindow(), about);
         QVERIFY(about->isVisible());
         QVERIFY(!about->isModal());
-        QCOMPARE(about->objectName(), QStringLiteral("Form5"));
         QCOMPARE(about->windowTitle(), QStringLiteral("Info"));
         QCOMPARE(about->Label1->text(), QStringLiteral("Velmora  Version 3.0   "));
         QCOMPARE(about->Command3->text(), QStringLiteral("&OK"));

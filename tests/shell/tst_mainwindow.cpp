@@ -189,23 +189,8 @@ private slots:
         QCOMPARE(f.readBytes("Computerlist"), writesFiles ? QByteArray("OLD\r\nADMINPC\r\n") : QByteArray("OLD\r\n"));
         if (writesFiles)
             QCOMPARE(f.sim.net.cancelled, QStringList{"OLD"}); // never the local computer
-        for (platform::Timer* t : {w.services->Timer1, w.services->Timer2, w.Timer5, w.Timer6, w.Timer8, w.Timer9})
+        for (platform::Timer* t : {w.services->Timer1, w.Timer5, w.Timer6, w.Timer8, w.Timer9})
             QVERIFY(!t->isEnabled());
-    }
-
-    void exitProgramStoresThePositionEvenWhenNotPositive()
-    {
-        WindowFixture f;
-        f.writeFile("Settings", {"False", "True", "5", "1", "True", "True", "True", "1", "2", "3", "4", "0", "0",
-                                 "7", "8", "False", "False", "1000", "x.txt", "eof"});
-        auto& w = f.start();
-        w.move(0, 0);
-        w.Command4->click();
-        const QList<QByteArray> lines = f.readBytes("Settings").split('\n');
-        QCOMPARE(lines[0], QByteArray("False\r"));
-        QCOMPARE(lines[7], QByteArray("1\r")); // the report's position is written back as read
-        QCOMPARE(lines[13], QByteArray("7\r"));
-        QCOMPARE(lines[11], QString::number(w.frameGeometry().left() * 15).toUtf8() + "\r");
     }
 
     void unsuitableSystemOrSecondCopyEndsBeforeTouchingFiles_data()

@@ -108,9 +108,7 @@ private slots:
         w.Command13->click();
         QPointer<shell::AddServerDialog> d = w.addServerDialog();
         QVERIFY(d);
-        QCOMPARE(d->objectName(), QStringLiteral("Dialog1"));
         QVERIFY(d->isVisible());
-        QCOMPARE(d->Label1->text(), QStringLiteral("Please type in the servername:"));
         QCOMPARE(d->Text1->text(), QString());
         QVERIFY(d->OKButton->isDefault());
 
@@ -216,7 +214,7 @@ private slots:
 
         // Properties and the monitoring setup's store never use the file either.
         w.ListView2->setCurrentItem(nullptr);
-        w.Text1->setText(name);
+        w.setCurrentServer(name);
         w.mnuproperties->trigger();
         QCOMPARE(f.sim.boxes.texts().last(), box);
         QVERIFY(!w.propertiesWindow());
@@ -501,7 +499,6 @@ private slots:
         w.mnuproperties->trigger();
         QPointer<shell::PropertiesWindow> p = w.propertiesWindow();
         QVERIFY(p && p->isVisible());
-        QCOMPARE(p->objectName(), QStringLiteral("Form10"));
         QCOMPARE(p->Frame1->title(), QStringLiteral("Properties of : FS1"));
         QCOMPARE(p->Text9->text(), QStringLiteral("FS1"));
         QCOMPARE(f.readBytes("FS1"), QByteArray()); // created empty on opening

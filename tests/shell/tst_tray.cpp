@@ -24,7 +24,7 @@ namespace {
 QList<bool> timerStates(shell::MainWindow& w)
 {
     QList<bool> out;
-    for (platform::Timer* t : {w.services->Timer1, w.services->Timer2, w.Timer5, w.Timer6, w.Timer8, w.Timer9})
+    for (platform::Timer* t : {w.services->Timer1, w.Timer5, w.Timer6, w.Timer8, w.Timer9})
         out << t->isEnabled();
     return out;
 }
@@ -51,21 +51,6 @@ private slots:
             if (auto* menu = qobject_cast<QMenu*>(w))
                 menu->close();
         }
-    }
-
-    void trayMenuHasItsItemsInOrderAndIsNotInTheMenuBar()
-    {
-        WindowFixture f;
-        auto& w = f.create();
-        QCOMPARE(w.mnuPopUp->title(), QStringLiteral("&Traymenu"));
-        QStringList items;
-        for (QAction* a : w.mnuPopUp->actions())
-            items << a->objectName() + (a->isSeparator() ? QString() : QStringLiteral("=") + a->text());
-        QCOMPARE(items, (QStringList{"mnuTrayExit=Exit", "linetray1", "mnuTrayinfo=Info", "linetray2",
-                                     "mnuTrayMaximize=Maximize", "linetray3", "mnutrayChecknow=Check Services Now",
-                                     "s33", "trymnushowreport=Show Report", "s34", "traymnuresetalert=Reset Alert"}));
-        for (QAction* a : w.menuBar()->actions())
-            QVERIFY(a->menu() != w.mnuPopUp);
     }
 
     void activationAddsTheIconAndKeepsTheWindowOutOfTheTaskbar_data()
@@ -153,22 +138,6 @@ private slots:
         w.Command11->click();
         f.sim.tray.rightClick();
         QCOMPARE(f.sim.tray.popups.size(), 2);
-    }
-
-    void trayMenuItemsReachTheirCommands()
-    {
-        WindowFixture f;
-        auto& w = startActive(f);
-        QVERIFY(f.sim.tray.shown());
-        QSignalSpy checkNow(w.Command9, &QPushButton::clicked);
-        QSignalSpy report(w.Command8, &QPushButton::clicked);
-        w.mnutrayChecknow->trigger();
-        QCOMPARE(checkNow.size(), 1);
-        w.trymnushowreport->trigger();
-        QCOMPARE(report.size(), 1);
-        w.mnuTrayinfo->trigger();
-        QVERIFY(f.program->info->aboutWindow());
-        QVERIFY(f.program->info->aboutWindow()->isVisible());
     }
 
     void withoutATrayTheWindowStaysAndSaysWhy_data()

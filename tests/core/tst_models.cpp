@@ -1,0 +1,83 @@
+// The small models the windows show: the check interval, the service side's selection and the
+// alert rows. Tested without a window.
+#include "core/schedule.h"
+#include "joblog/alertrows.h"
+#include "platform/sim/simplatform.h"
+#include "servicecontrol/servicepanel.h"
+
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace velmora;
+
+class TestModels : public QObject {
+    Q_OBJECT
+private slots:
+    // The interval file is kept as it stands; the scheduler goes by its leading whole number.
+    void scheduleKeepsTheTextAndGoesByItsLeadingNumber_data()
+    {
+        QTest::addColumn<QByteArray>("file");
+        QTest::addColumn<int>("minutes");
+        QTest::newRow("number") << QByteArray("15\r\nignored\r\n") << 15;
+        QTest::newRow("number and a word") << QByteArray("15 Minutes\r\n") << 15;
+        QTest::newRow("fraction") << QByteArray("2.5\r\n") << 2;
+        QTest::newRow("negative") << QByteArray(" -5\r\n") << -5;
+        QTest::newRow("no number") << QByteArray("Minutes\r\n") << 0;
+        QTest::newRow("empty file") << QByteArray() << 0;
+    }
+    void scheduleKeepsTheTextAndGoesByItsLeadingNumber()
+    {
+        QFETCH(QByteArray, file);
+        QFETCH(int, minutes);
+        QTemporaryDir dir;
+        platform::sim::SimPlatform sim;
+        const QString path = dir.filePath("Interval");
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(file);
+        f.close();
+        core::Schedule schedule;
+        schedule.read(sim.files, path);
+        QCOMPARE(schedule.minutes(), minutes);
+        QVERIFY(schedule.save(sim.files, path));
+        const QString first = QString::fromUtf8(file.left(file.indexOf('\r')));
+        QCOMPARE(*sim.files.readLines(path), QStringList{first});
+    }
+
+    // The same service selected again is no change: the follow-up of a start goes on.
+    void thePanelTellsOnlyRealChanges()
+    {
+        servicecontrol::ServicePanel panel;
+        QSignalSpy service(&panel, &servicecontrol::ServicePanel::serviceChanged);
+        QSignalSpy state(&panel, &servicecontrol::ServicePanel::stateChanged);
+        panel.setService("cups.service");
+        panel.setService("cups.service");
+        panel.setState("Running");
+        panel.setState("Running");
+        QCOMPARE(service.count(), 1);
+        QCOMPARE(state.count(), 1);
+        panel.setDependents({{"nginx.service", "nginx"}});
+        panel.clearService();
+        QCOMPARE(panel.state(), QString());
+        QCOMPARE(panel.dependents().size(), size_t(1)); // the dependents stay until listed again
+        panel.setNoneRunning();
+        QVERIFY(panel.dependents().empty() && panel.noneRunning());
+    }
+
+    void alertRowsShowTheirColumnsAndColour()
+    {
+        joblog::AlertRows rows;
+        rows.append({"16.11.2026", "20:50:14", "SRV1", "cups.service", "Stopped", "Alert", true});
+        rows.append({"16.11.2026", "20:50:15", "SRV1", "nginx.service", "Running", "", false});
+        QCOMPARE(rows.rowCount(), 2);
+        QCOMPARE(rows.index(0, joblog::AlertRows::Service).data().toString(), QStringLiteral("cups.service"));
+        QVERIFY(rows.index(0, 0).data(joblog::AlertRows::kRedRole).toBool());
+        QVERIFY(!rows.index(1, 0).data(joblog::AlertRows::kRedRole).toBool());
+        rows.clear();
+        QCOMPARE(rows.rowCount(), 0);
+    }
+};
+
+QTEST_MAIN(TestModels)
+#include "tst_models.moc"
