@@ -275,15 +275,8 @@ private slots:
         QCOMPARE(got, fields);
     }
 
-    void intervalAndSmtpFiles()
+    void smtpFile()
     {
-        const QString interval = file("Interval");
-        QCOMPARE(readIntervalText(disk, interval), QString());
-        putBytes(interval, "30\r\nxyz");
-        QCOMPARE(readIntervalText(disk, interval), QString("30"));
-        putBytes(interval, "45");
-        QCOMPARE(readIntervalText(disk, interval), QString("45"));
-
         const QString smtp = file("smtpserver"); // case-blind name
         putBytes(smtp, "mail.example.org\r\n587\r\nvelmora@example.org");
         auto s = readSmtpSettings(disk, file(files::smtpserver));
@@ -314,22 +307,6 @@ private slots:
             QCOMPARE(parseBool(t), std::optional<bool>(false));
         for (const char* t : {"", "yes", "Truee", "nan"})
             QCOMPARE(parseBool(t), std::nullopt);
-    }
-
-    void missingSettingsGiveDefaultsAndKeepPositions()
-    {
-        SettingsRecord r = initialRecord();
-        r.mainleft = "600";
-        readSettings(disk, file("Settings"), r);
-        QVERIFY(r.popupalert && r.reportascending && r.reporterrors && r.reportrunning && r.reportnotrunning);
-        QVERIFY(!r.autoexport && !r.autoexportoverwrite);
-        QCOMPARE(r.reportinterval, QString("5"));
-        QCOMPARE(r.reportsortcolumn, QString("1"));
-        QCOMPARE(r.autoexportcount, QString("1000"));
-        QCOMPARE(r.autoexportfile, file("AutoExport.txt"));
-        QCOMPARE(r.mainleft, QString("600"));
-        QCOMPARE(r.reportleft, QString());
-        QCOMPARE(r.endmarker, QString("eof"));
     }
 
     void damagedSettingsStopAtTheFirstBadLine()

@@ -166,17 +166,6 @@ private slots:
         QVERIFY(!w.state.settings.popupalert);
         QVERIFY(core::writeSettings(w.sim.files, settings, w.state.settings));
         QCOMPARE(w.sim.files.readLines(settings)->value(0), QStringLiteral("False"));
-
-        // A later run reads it back: the window loads with the box checked.
-        World later(true);
-        core::readSettings(later.sim.files, settings, later.state.settings);
-        QVERIFY(!later.state.settings.popupalert);
-        QVERIFY(later.window()->Check1->isChecked());
-
-        later.window()->Check1->click();
-        QVERIFY(later.state.settings.popupalert);
-        QVERIFY(core::writeSettings(later.sim.files, settings, later.state.settings));
-        QCOMPARE(later.sim.files.readLines(settings)->value(0), QStringLiteral("True"));
     }
 
     // ---- the signal ----

@@ -130,22 +130,6 @@ private slots:
         QCOMPARE(joblog::checkLineText(QDateTime(QDate(2026, 3, 2), time), "S", "X", "Running", locale), line);
     }
 
-    void timeFormatGainsSecondsAfterTheMinutes_data()
-    {
-        QTest::addColumn<QLocale>("locale");
-        QTest::addColumn<QString>("format");
-        QTest::newRow("german") << kGerman << "HH:mm:ss";
-        QTest::newRow("us, marker after") << kUs << "h:mm:ss AP";
-        QTest::newRow("korean, marker before") << QLocale(QLocale::Korean, QLocale::SouthKorea) << "AP h:mm:ss";
-        QTest::newRow("c already has seconds") << QLocale::c() << "HH:mm:ss";
-    }
-    void timeFormatGainsSecondsAfterTheMinutes()
-    {
-        QFETCH(QLocale, locale);
-        QFETCH(QString, format);
-        QCOMPARE(joblog::timeFormatWithSeconds(locale), format);
-    }
-
     // ---- append and ensure ----
 
     void appendNeverCreatesTheLogEnsureDoes()

@@ -90,22 +90,11 @@ private slots:
     {
         QTest::addColumn<int>("result");
         QTest::addColumn<QString>("message");
-        QTest::newRow("opened") << 42 << QString();
         QTest::newRow("33 is success") << 33 << QString();
         QTest::newRow("2") << 2 << "File not found!";
-        QTest::newRow("3") << 3 << "Path not found!";
-        QTest::newRow("5") << 5 << "Access denied !";
-        QTest::newRow("8") << 8 << "Low memory!";
         QTest::newRow("11") << 11 << "Currupt File!                        ";
-        QTest::newRow("26") << 26 << "Access violation occured!";
-        QTest::newRow("27") << 27 << "Unreliable file Association!";
-        QTest::newRow("28") << 28 << "DDE Time out";
-        QTest::newRow("29") << 29 << "DDE transaction failed!";
-        QTest::newRow("30") << 30 << "DDE bussy!";
         QTest::newRow("31") << 31 << "No Application for file extention!";
-        QTest::newRow("32") << 32 << "DLL not found!";
         QTest::newRow("not in the table") << 4 << "";
-        QTest::newRow("zero") << 0 << "";
     }
 
     void helpOpensTheFileBesideTheProgramAndShowsItsErrors()

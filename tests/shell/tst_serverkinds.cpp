@@ -107,22 +107,6 @@ private slots:
         QVERIFY(!f.sim.serverkinds.isWindows("NEVER"));
     }
 
-    // The file of the kinds is one of the program's own: no server may take its name.
-    void theKindsFileIsNoServerName()
-    {
-        WindowFixture f;
-        f.writeFile("Computerlist", {"FS1"});
-        auto& w = f.start();
-        w.Command13->click();
-        QPointer<shell::AddServerDialog> d = w.addServerDialog();
-        d->Text1->setText("servertypes");
-        d->OKButton->click();
-        QCOMPARE(f.sim.boxes.texts().last(), core::reservedNameText("SERVERTYPES", "ServerTypes"));
-        QVERIFY(d->isVisible());
-        QCOMPARE(serverNames(w), QStringList{"FS1"});
-        QVERIFY(!f.fileExists("ServerTypes"));
-    }
-
     void addServerWhoseKindCannotBeStored()
     {
         WindowFixture f;
@@ -258,7 +242,11 @@ private slots:
         platform::Platform p = sim.platform();
         p.serverkinds = nullptr;
         QStringList added;
-        shell::AddServerDialog d([&](const QString& name) { added << name; return true; }, shell::ServerKindChoice(p));
+        shell::AddServerDialog d{shell::ServerKindChoice(p)};
+        QObject::connect(&d, &shell::AddServerDialog::addRequested, [&](const QString& name) {
+            added << name;
+            d.added(name);
+        });
         d.setAttribute(Qt::WA_DeleteOnClose, false);
         d.show();
         QVERIFY(d.Check1->isHidden());
