@@ -16,6 +16,7 @@
 #include "shell/addserverdialog.h"
 #include "shell/maintenancedialog.h"
 #include "shell/propertieswindow.h"
+#include "shell/startup.h"
 
 #include <QAction>
 #include <QApplication>
@@ -53,7 +54,8 @@ MainWindow::MainWindow(core::RunState& runState, core::ServerList& servers, core
                        servicecontrol::ServiceControl* serviceSide, servicecontrol::Connections& connections,
                        QWidget* parent)
     : QMainWindow(parent), state(runState), services(serviceSide), p_(runState.platform), servers_(servers),
-      monitored_(monitored), connections_(connections), reach_(*p_.icmp, *p_.worker)
+      monitored_(monitored), connections_(connections), reach_(*p_.icmp, *p_.worker),
+      startup_(p_, runState, monitored, connections)
 {
     setObjectName(QStringLiteral("Form1"));
     setWindowIcon(platform::programIcon());
@@ -62,6 +64,7 @@ MainWindow::MainWindow(core::RunState& runState, core::ServerList& servers, core
     buildServerManagementMenus();
     connectControls();
     connectModels();
+    connectStartup();
 
     Timer5 = p_.clock->createTimer(this, QStringLiteral("Timer5"), 0);
     // Connected before the scheduler's own handler, so a maintenance that has ended is over
@@ -343,120 +346,58 @@ void MainWindow::showMonitoredServers()
 // ---------------------------------------------------------------------------------------------
 // Start-up
 
-void MainWindow::load()
+void MainWindow::load() { startup_.run(); }
+
+void MainWindow::connectStartup()
 {
-    // 1
-    state.settings.endmarker = QStringLiteral("eof");
-    services->Timer1->setEnabled(false);
-    setCursor(Qt::WaitCursor); // the first scan sets it back
-    Command9->setEnabled(false);
-    mnuChecknow->setEnabled(false);
-    // 2
-    state.datafolder = core::chooseDataFolder(*p_.system);
-    Text7->setText(state.datafolder);
-    // A folder that somebody else may write into is never used: links put there would steer
-    // this program's writes onto other files.
-    if (const QString why = p_.files->folderProblem(state.datafolder); !why.isEmpty()) {
-        p_.tray->remove();
-        p_.boxes->show(core::unsafeFolderText(state.datafolder, why), MsgIcon::Critical);
-        endProgram();
-        return;
-    }
-    const QString programFolder = QDir::cleanPath(p_.system->programFolder());
-    const QString moved = core::dataFolderMovedText(
-        *p_.system, state.datafolder,
-        !programFolder.isEmpty() && p_.files->exists(core::dataFile(programFolder, core::files::computerlist)));
-    // 3
-    readsettings();
-    // 4
-    Timer6->setEnabled(false);
-    // 6
-    const int platformId = p_.system->platformId();
-    const QString osName = platformId == 1   ? QStringLiteral("Windows 95/98")
-                           : platformId == 2 ? QStringLiteral("Windows NT")
-                                             : QStringLiteral("Unindentified");
-    if (osName != QStringLiteral("Windows NT")) {
-        p_.boxes->show(QStringLiteral("This Program is designed for Windows NT/2000/XP only !         "),
-                       MsgIcon::Exclamation);
-        p_.tray->remove();
-        endProgram();
-        return;
-    }
-    // 7
-    services->Timer1->setEnabled(false);
-    setWindowTitle(kCaption);
-    // 8
-    state.localcomputer = p_.system->computerName();
-    connections_.setLocalComputer(state.localcomputer);
-    setCurrentServer(state.localcomputer);
-    services->panel().clearService();
-    emit localComputerNameRead();
-    // 9: copies find each other only through a folder of this user's own; without one there is
-    // no telling whether another copy runs, and this one does not go on.
-    if (const QString why = p_.instance->problem(); !why.isEmpty()) {
-        p_.tray->remove();
-        p_.boxes->show(why, MsgIcon::Critical);
-        endProgram();
-        return;
-    }
-    if (p_.instance->otherInstanceRunning([this] {
-            // Another copy asked us to show ourselves.
-            showNormal();
-            raise();
-            activateWindow();
-        })) {
-        p_.instance->activateOther();
-        p_.tray->remove();
-        p_.boxes->show(QStringLiteral("Only one Instance allowed !         "), MsgIcon::Critical);
-        endProgram();
-        return;
-    }
-    // Temporary copies that a write killed half-way left behind are of no use to anyone; only
-    // the one copy that runs may take them, since another copy may be writing them right now.
-    p_.files->removeLeftoverCopies(state.datafolder);
-    // 10, once the window shows (11): the frame goes where it was, which the window manager
-    // can only do for a window it manages.
-    bool leftOk = false;
-    const int left = state.settings.mainleft.toInt(&leftOk);
-    // 11
-    show();
-    if (leftOk && left != 0)
-        platform::placeFrame(this, QPoint(left, state.settings.maintop.toInt()) / kTwipsPerPixel);
-    if (!moved.isEmpty())
-        p_.boxes->show(moved, MsgIcon::Exclamation);
-    // The server list, read once here for what follows and shown at 14. One beyond the limits
-    // is refused and left as it is: nothing writes it in this run.
-    const QString listFile = state.file(core::files::computerlist);
-    const bool listExisted = p_.files->exists(listFile);
-    core::ServerListRead listed = core::readServerListWithin(*p_.files, listFile);
-    if (!listed.refused.isEmpty())
-        p_.boxes->show(listed.refused, MsgIcon::Exclamation);
-    {
-        // Files of servers with "%" in their names under the names earlier versions gave them.
-        QStringList everyServer = monitored_.storedServers();
-        for (const core::ServerListLine& line : listed.lines)
-            everyServer << line.name;
-        core::moveEarlierServerFiles(*p_.files, state.datafolder, everyServer);
-    }
-    // 12: the monitored servers, each server's file tidied.
-    for (const QString& name : monitored_.refusedServers())
-        announceRefusedServer(name);
-    const QStringList monitored = monitored_.servers();
-    for (const QString& name : monitored)
-        core::lookInFile(*p_.files, state.file(name));
-    showMonitoredServers();
-    // 13
-    if (p_.files->exists(state.file(core::files::computers)) && !listExisted) {
-        std::vector<core::ServerListLine> lines;
-        for (const QString& name : monitored)
-            lines.push_back({name, true});
-        if (core::writeServerList(*p_.files, listFile, lines))
-            listed = core::readServerListWithin(*p_.files, listFile);
-    }
-    // 14: every server is listed at once and pinged in one batch; the icons follow as the
-    // answers come, a large batch a slice at a time so that the window stays usable.
-    servers_.reset(safeServerLines(listed.lines));
-    keepServerListFile_ = !listed.refused.isEmpty();
+    Startup* s = &startup_;
+    connect(s, &Startup::begun, this, [this] {
+        services->Timer1->setEnabled(false);
+        setCursor(Qt::WaitCursor); // the first scan sets it back
+        Command9->setEnabled(false);
+        mnuChecknow->setEnabled(false);
+        Timer6->setEnabled(false);
+    });
+    connect(s, &Startup::dataFolderChosen, Text7, &QLineEdit::setText);
+    connect(s, &Startup::refused, this, &MainWindow::endProgram);
+    connect(s, &Startup::accepted, this, [this] {
+        services->Timer1->setEnabled(false);
+        setWindowTitle(kCaption);
+    });
+    connect(s, &Startup::localComputerNameRead, this, [this](const QString& name) {
+        setCurrentServer(name);
+        services->panel().clearService();
+        emit localComputerNameRead();
+    });
+    connect(s, &Startup::showRequested, this, [this] {
+        showNormal();
+        raise();
+        activateWindow();
+    });
+    connect(s, &Startup::windowDue, this, [this](const std::optional<QPoint>& frame) {
+        show();
+        if (frame)
+            platform::placeFrame(this, *frame);
+    });
+    connect(s, &Startup::serverNameRefused, this, &MainWindow::serverNameRefused);
+    connect(s, &Startup::monitoredServersRead, this, &MainWindow::showMonitoredServers);
+    connect(s, &Startup::serverListRead, this, &MainWindow::showStartServers);
+    connect(s, &Startup::mailProfileCheckDue, this, &MainWindow::mailProfileCheckDue);
+    connect(s, &Startup::pingUnavailable, this, &MainWindow::pingUnavailable);
+    connect(s, &Startup::intervalRead, this, &MainWindow::intervalRead);
+    connect(s, &Startup::scanDue, this, &MainWindow::scanDue);
+    connect(s, &Startup::schedulerDue, this, [this] {
+        Timer5->setInterval(1000);
+        Timer5->setEnabled(true);
+    });
+}
+
+void MainWindow::showStartServers(const std::vector<core::ServerListLine>& lines, bool keepFile)
+{
+    // Every server is listed at once and pinged in one batch; the icons follow as the answers
+    // come, a large batch a slice at a time so that the window stays usable.
+    servers_.reset(lines);
+    keepServerListFile_ = keepFile;
     const QStringList names = servers_.names();
     repingRunning_ = true;
     reach_.pingInParts(
@@ -477,47 +418,10 @@ void MainWindow::load()
             repingRunning_ = false;
             emit serverListReady();
         });
-    // 15
+    // The first monitored server is the current one.
     if (Combo1->count() > 0)
         Combo1->setCurrentIndex(0);
     setCurrentServer(Combo1->currentText());
-    // 16
-    emit mailProfileCheckDue();
-    // 17
-    if (p_.files->exists(state.file(core::files::smtpserver))) {
-        const core::SmtpSettings smtp = core::readSmtpSettings(*p_.files, state.file(core::files::smtpserver));
-        state.smtpserver = smtp.server;
-        state.smtpport = smtp.port;
-        state.smtpsender = smtp.sender;
-        // A stored SMTP server wins over a mail profile read just before.
-        state.usesmtp = true;
-    }
-    // 18
-    if (!p_.files->exists(state.file(core::files::jobslog)))
-        p_.files->create(state.file(core::files::jobslog));
-    // 19
-    if (!p_.files->exists(state.file(core::files::interval)))
-        p_.files->writeLines(state.file(core::files::interval), {QStringLiteral("30")});
-    // Without an ICMP socket no server can be asked: say once why, rather than show every
-    // server as answering or as silent without a word.
-    if (const QString why = p_.icmp->unavailableReason(); !why.isEmpty())
-        emit pingUnavailable(why);
-    // 20: a second's pause in which the window goes on working.
-    p_.clock->singleShot(1000, this, [this] { startupAfterPause(); });
-}
-
-void MainWindow::startupAfterPause()
-{
-    if (p_.app->ended())
-        return;
-    // 21
-    const QString interval = core::readIntervalText(*p_.files, state.file(core::files::interval));
-    emit intervalRead(interval);
-    // 22
-    emit scanDue(interval);
-    // 23
-    Timer5->setInterval(1000);
-    Timer5->setEnabled(true);
 }
 
 bool MainWindow::event(QEvent* e)
@@ -881,28 +785,6 @@ bool MainWindow::refusedServerName(const QString& name)
         return false;
     p_.boxes->show(core::reservedNameText(name, file), MsgIcon::Information);
     return true;
-}
-
-void MainWindow::announceRefusedServer(const QString& name)
-{
-    // One line a server, however the hand-edited files spell it.
-    if (refusedAtStart_.contains(name, Qt::CaseInsensitive))
-        return;
-    refusedAtStart_ << name;
-    emit serverNameRefused(name, monitored_.reservedFile(name));
-}
-
-std::vector<core::ServerListLine> MainWindow::safeServerLines(const std::vector<core::ServerListLine>& lines)
-{
-    std::vector<core::ServerListLine> safe;
-    safe.reserve(lines.size());
-    for (const core::ServerListLine& line : lines) {
-        if (monitored_.reservedFile(line.name).isEmpty())
-            safe.push_back(line);
-        else
-            announceRefusedServer(line.name);
-    }
-    return safe;
 }
 
 AddServerDialog* MainWindow::addServerDialog() const { return addDialog_; }

@@ -10,6 +10,7 @@
 #include "core/serverlistfile.h"
 #include "monitoring/reachability.h"
 #include "platform/platform.h"
+#include "shell/startup.h"
 
 #include <QMainWindow>
 #include <QPointer>
@@ -43,7 +44,7 @@ public:
                QWidget* parent = nullptr);
     ~MainWindow() override;
 
-    // The start-up sequence; the window shows itself part way through.
+    // The start-up sequence (Startup); the window shows itself part way through.
     void load();
 
     core::RunState& state;
@@ -169,7 +170,9 @@ private:
     void connectControls();
     void connectModels();
     void activateSteps();
-    void startupAfterPause();
+    void connectStartup();
+    // The server list read at start-up: shown, pinged, and its first monitored server made current.
+    void showStartServers(const std::vector<core::ServerListLine>& lines, bool keepFile);
     void browseComputer();
     void addLocalComputer();
     void serverListMousePress(Qt::MouseButton button, const QPoint& globalPos);
@@ -184,21 +187,18 @@ private:
     void openAddServer();
     void askMaintenanceEnd();
     bool refusedServerName(const QString& name);
-    // The lines whose server names are safe; the others are announced once each.
-    std::vector<core::ServerListLine> safeServerLines(const std::vector<core::ServerListLine>& lines);
-    void announceRefusedServer(const QString& name);
 
     platform::Platform p_;
     core::ServerList& servers_;
     core::MonitoredServices& monitored_;
     servicecontrol::Connections& connections_;
     monitoring::Reachability reach_;
+    Startup startup_;
     bool repingRunning_ = false;
     // The server list file is left as it is: not read yet, or beyond the limits at start-up.
     bool keepServerListFile_ = true;
     // The session is ending (a termination signal): no box is shown any more.
     bool endingSession_ = false;
-    QStringList refusedAtStart_;
     QPointer<AddServerDialog> addDialog_;
     QPointer<PropertiesWindow> propertiesWindow_;
     QPointer<MaintenanceDialog> maintenanceDialog_;
