@@ -293,7 +293,8 @@ private slots:
         platform::DiskTextFiles files;
         const QString path = dir.filePath(QStringLiteral("ServerTypes"));
         QVERIFY(files.writeLines(path, {"WinBox\twindows", "broken line", "linuxbox\tsystemd"}));
-        core::ServerTypes types(files, [&] { return path; });
+        const core::FixedDataFolder folder(dir.path());
+        core::ServerTypes types(files, folder);
         QVERIFY(types.isWindows(QStringLiteral("winbox")));
         QVERIFY(!types.isWindows(QStringLiteral("linuxbox")));
         QVERIFY(!types.isWindows(kHost));
