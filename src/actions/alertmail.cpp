@@ -1,6 +1,5 @@
 #include "actions/alertmail.h"
 
-#include "core/runstate.h"
 #include "core/timestamps.h"
 #include "joblog/joblog.h"
 
@@ -16,12 +15,11 @@ AlertMail::AlertMail(QString server, QString service, QString state, QString dat
 {
 }
 
-AlertMail AlertMail::fromState(const core::RunState& state, const QDateTime& at, const QLocale& locale)
+AlertMail AlertMail::of(const core::Failure& failure, const ActionResults& r, const QDateTime& at,
+                        const QLocale& locale)
 {
-    return AlertMail(state.currentserver, state.currentservice, state.currentstate, core::dateText(at),
-                     joblog::timeText(at, locale),
-                     {state.restartresult, state.programresult, state.alertresult, state.netsendresult,
-                      state.soundresult});
+    return AlertMail(failure.server, failure.service(), failure.state, core::dateText(at), joblog::timeText(at, locale),
+                     {r.restart, r.program, r.alert, r.netsend, r.sound});
 }
 
 QString AlertMail::profileSubject() const

@@ -3,11 +3,12 @@
 // body in the profile-mail form and in the SMTP form. The five result texts are taken as they
 // stand when the mail is built, so a mail in the last action slot carries the results of every
 // action before it, and one in an earlier slot the results left by earlier runs.
+#include "actions/actionresults.h"
+
 #include <QDateTime>
 #include <QLocale>
 #include <QString>
 
-namespace velmora::core { struct RunState; }
 
 namespace velmora::actions {
 
@@ -20,10 +21,9 @@ public:
     // date and time are the texts the mail shows (the system's short date and its time).
     AlertMail(QString server, QString service, QString state, QString date, QString time, Results results);
 
-    // From the shared check-cycle values (currentserver, currentservice, currentstate) and the
-    // five result texts of the run state, dated at.
-    static AlertMail fromState(const core::RunState& state, const QDateTime& at,
-                               const QLocale& locale = QLocale::system());
+    // The mail of failure with the five result texts as they stand, dated at.
+    static AlertMail of(const core::Failure& failure, const ActionResults& results, const QDateTime& at,
+                        const QLocale& locale = QLocale::system());
 
     // Profile mail: "Service Status", two blanks, server, two blanks, service, two blanks, state.
     QString profileSubject() const;

@@ -1,8 +1,8 @@
 #include "actions/dispatcher.h"
 
-#include "core/runstate.h"
-#include "platform/clock.h"
-#include "platform/platform.h"
+#include "actions/alertmailer.h"
+#include "actions/netsend.h"
+#include "joblog/joblog.h"
 
 namespace velmora::actions {
 
@@ -65,40 +65,23 @@ QString startErrorText(int code)
     }
 }
 
-ActionDispatcher::ActionDispatcher(core::RunState& state, platform::Timer* alertSignal,
-                                   std::function<QString()> dataFolder, QObject* parent)
-    : QObject(parent), state_(state), alertSignal_(alertSignal), dataFolder_(std::move(dataFolder))
+ActionDispatcher::ActionDispatcher(const platform::Platform& platform, joblog::JobLog& log, AlertMailer& mailer,
+                                   platform::NetMessenger& messenger, platform::Timer* alertSignal, QObject* parent)
+    : QObject(parent), p_(platform), log_(log), mailer_(mailer), messenger_(messenger), alertSignal_(alertSignal)
 {
 }
 
-joblog::JobLog& ActionDispatcher::joblog()
-{
-    if (shared_)
-        return *shared_;
-    if (!log_)
-        log_ = std::make_unique<joblog::JobLog>(state_.platform, state_);
-    return *log_;
-}
-
-void ActionDispatcher::runactions(const QString& server, const QString& service, const QString& serviceState,
-                                  const std::array<QString, 5>& actions, Done done)
+void ActionDispatcher::runactions(const core::Failure& failure, Done done)
 {
     Dispatch d;
-    d.server = server;
-    d.service = service;
-    for (const QString& entry : actions) {
+    d.failure = failure;
+    for (const QString& entry : failure.record.actions) {
         for (PlannedAction& a : planEntry(entry))
             d.steps.push_back(std::move(a));
     }
-    d.state = serviceState;
     d.done = std::move(done);
     queue_.push_back(std::move(d));
     pump();
-}
-
-void ActionDispatcher::runactions(const QString& server, const core::MonitoredService& record, Done done)
-{
-    runactions(server, record.servicename, state_.currentstate, record.actions, std::move(done));
 }
 
 // Runs the steps of the current dispatch and then the queued ones. An action that completes at
@@ -116,11 +99,9 @@ void ActionDispatcher::pump()
                 break;
             current_ = std::move(queue_.front());
             queue_.pop_front();
-            // The shared values the alert mail and the network message read. A queued dispatch
-            // sets them when it starts, not when it was asked for.
-            state_.currentserver = current_->server;
-            state_.currentservice = current_->service;
-            state_.currentstate = current_->state;
+            // The failure the test windows and the test message describe from now on. A queued
+            // dispatch becomes the last when it starts, not when it was asked for.
+            results_.last = current_->failure;
         }
         Dispatch& d = *current_;
         if (d.aborted || d.next >= d.steps.size()) {
@@ -132,7 +113,7 @@ void ActionDispatcher::pump()
         }
         const PlannedAction step = d.steps[d.next++];
         waiting_ = true;
-        runStep(step, d, [this](bool ok) {
+        runStep(step, d.failure, [this](bool ok) {
             waiting_ = false;
             if (!ok && current_)
                 current_->aborted = true;
@@ -142,33 +123,25 @@ void ActionDispatcher::pump()
     pumping_ = false;
 }
 
-void ActionDispatcher::runStep(const PlannedAction& step, const Dispatch& d, Continue cont)
+void ActionDispatcher::runStep(const PlannedAction& step, const core::Failure& failure, Continue cont)
 {
     switch (step.action) {
     case Action::Alert:
         subalert(std::move(cont));
         return;
     case Action::Restart:
-        subrestart(d.server, d.service, std::move(cont));
+        subrestart(failure.server, failure.service(), std::move(cont));
         return;
-    case Action::Email: {
-        state_.mailaddress = step.parameter;
-        auto& transport = state_.usesmtp ? sendemail : subemail;
-        if (transport)
-            transport(state_.mailaddress, std::move(cont));
-        else
-            cont(true);
+    case Action::Email:
+        results_.mailaddress = step.parameter;
+        mailer_.sendalert(failure, results_, std::move(cont));
         return;
-    }
     case Action::Program:
         substartprogram(step.parameter, std::move(cont));
         return;
     case Action::NetMessage:
-        state_.netsendrecipient = step.parameter;
-        if (netsend)
-            netsend(state_.netsendrecipient, false, std::move(cont));
-        else
-            cont(true);
+        results_.netsendrecipient = step.parameter;
+        subnetsend(failure, false, std::move(cont));
         return;
     case Action::Sound:
         playwav(step.parameter, std::move(cont));
@@ -178,7 +151,7 @@ void ActionDispatcher::runStep(const PlannedAction& step, const Dispatch& d, Con
 
 bool ActionDispatcher::logResult(const QString& line, QString& result)
 {
-    if (!joblog().appendjobline(line))
+    if (!log_.appendjobline(line))
         return false;
     result = line;
     return true;
@@ -186,48 +159,42 @@ bool ActionDispatcher::logResult(const QString& line, QString& result)
 
 void ActionDispatcher::subalert(Continue cont)
 {
-    if (dataFolder_)
-        dataFolder_();
     if (alertSignal_)
         alertSignal_->setEnabled(true);
-    cont(logResult(QStringLiteral("Alert activated"), state_.alertresult));
+    cont(logResult(QStringLiteral("Alert activated"), results_.alert));
 }
 
 void ActionDispatcher::playwav(const QString& wavfile, Continue cont)
 {
-    const int code = state_.platform.sound ? state_.platform.sound->playLoop(wavfile) : platform::sounderror::notReady;
+    const int code = p_.sound ? p_.sound->playLoop(wavfile) : platform::sounderror::notReady;
     const QString line = code != 0
                              ? QStringLiteral("Play Sound error: ") + QString::number(code) + QStringLiteral("  ") + wavfile
                              : QStringLiteral("Play Sound ") + wavfile + QStringLiteral(" successfully");
-    cont(logResult(line, state_.soundresult));
+    cont(logResult(line, results_.sound));
 }
 
 void ActionDispatcher::substartprogram(const QString& progtostart, Continue cont)
 {
-    if (dataFolder_)
-        dataFolder_();
     // Opening may wait seconds for the desktop's launcher, so it runs on a worker thread; the
     // action line is written, and the next action started, once it has answered.
-    platform::FileOpener* opener = state_.platform.opener;
-    state_.platform.worker->run(this, [this, opener, progtostart, cont]() -> std::function<void()> {
+    platform::FileOpener* opener = p_.opener;
+    p_.worker->run(this, [this, opener, progtostart, cont]() -> std::function<void()> {
         const int code = opener->open(progtostart);
         return [this, code, progtostart, cont] {
             const QString line = code > 32 ? QStringLiteral("Program started: ") + progtostart
                                            : QStringLiteral("Error starting program: ") + progtostart +
                                                  QLatin1Char(' ') + startErrorText(code);
-            cont(logResult(line, state_.programresult));
+            cont(logResult(line, results_.program));
         };
     });
 }
 
 void ActionDispatcher::subrestart(const QString& computername, const QString& service, Continue cont)
 {
-    if (dataFolder_)
-        dataFolder_();
-    platform::ServiceManager* manager = state_.platform.services;
+    platform::ServiceManager* manager = p_.services;
     // The manager's calls block, so they run on a worker thread; only the completion, back on
     // the user-interface thread, touches this object.
-    state_.platform.worker->run(this, [this, manager, computername, service, cont]() -> std::function<void()> {
+    p_.worker->run(this, [this, manager, computername, service, cont]() -> std::function<void()> {
         using platform::ServiceManager;
         int error = 0;
         platform::ScmHandle scm = manager->openManager(computername);
@@ -249,27 +216,41 @@ void ActionDispatcher::subrestart(const QString& computername, const QString& se
                 // No wait after a refused request.
                 cont(logResult(QStringLiteral("Attemp to restart service: ") + service + QStringLiteral(" returned error :") +
                                    QString::number(error),
-                               state_.restartresult));
+                               results_.restart));
                 return;
             }
             // The service gets time to come up before the next action; the window goes on.
-            state_.platform.clock->singleShot(
+            p_.clock->singleShot(
                 kRestartWaitMs, this,
                 [this, service, cont] {
                     cont(logResult(QStringLiteral("Attemp to restart service : ") + service +
                                        QStringLiteral(" Successfull"),
-                                   state_.restartresult));
+                                   results_.restart));
                 },
                 platform::Precision::Precise);
         };
     });
 }
 
+void ActionDispatcher::subnetsend(const core::Failure& failure, bool test, Continue cont)
+{
+    results_.netsendrecipient = trimBlanks(results_.netsendrecipient);
+    const QString to = results_.netsendrecipient;
+    const QString message = netsendMessage(failure.server, failure.service(), failure.state);
+    messenger_.send(this, to, message, [this, to, test, cont](int code) {
+        const QString line = netsendResultLine(code, to);
+        const bool logged = log_.appendjobline(line);
+        results_.netsend = line;
+        if (test)
+            p_.boxes->show(line, platform::MsgIcon::Information);
+        cont(logged);
+    });
+}
+
 void ActionDispatcher::testnetsend(const QString& recipient)
 {
-    state_.netsendrecipient = recipient;
-    if (netsend)
-        netsend(state_.netsendrecipient, true, [](bool) {});
+    results_.netsendrecipient = recipient;
+    subnetsend(results_.last, true, [](bool) {});
 }
 
 } // namespace velmora::actions

@@ -1,5 +1,6 @@
 #include "actions/emailoptionsdialog.h"
 
+#include "actions/alertmailer.h"
 #include "actions/mailing.h"
 #include "actions/profilemailwindow.h"
 #include "actions/smtpmailwindow.h"
@@ -181,27 +182,27 @@ void EmailOptionsDialog::useField(QLineEdit* field, bool inUse)
 
 void EmailOptionsDialog::activate()
 {
-    owner_.folder();
     platform::TextFiles& files = *owner_.state().platform.files;
-    core::RunState& s = owner_.state();
-    if (files.exists(owner_.file(core::files::mailprofile))) {
+    AlertMailer& mailer = owner_.mailer();
+    MailSettings& s = mailer.settings();
+    if (files.exists(mailer.file(core::files::mailprofile))) {
         Check1->setChecked(true);
         Option1->setEnabled(true);
         Option2->setEnabled(true);
         Option1->setChecked(true);
-        s.mailprofile = owner_.firstLine(core::files::mailprofile).value_or(QString());
+        s.mailprofile = owner_.mailer().firstLine(core::files::mailprofile).value_or(QString());
         useField(Text1, true);
         Text1->setText(s.mailprofile);
         Command2->setEnabled(true);
         for (QLineEdit* f : {Text2, Text3, Text4})
             useField(f, false);
         Command1->setEnabled(false);
-    } else if (files.exists(owner_.file(core::files::smtpserver))) {
+    } else if (files.exists(owner_.mailer().file(core::files::smtpserver))) {
         Check1->setChecked(true);
         Option1->setEnabled(true);
         Option2->setEnabled(true);
         Option2->setChecked(true);
-        const core::SmtpSettings smtp = core::readSmtpSettings(files, owner_.file(core::files::smtpserver));
+        const core::SmtpSettings smtp = core::readSmtpSettings(files, owner_.mailer().file(core::files::smtpserver));
         s.smtpserver = smtp.server;
         s.smtpport = smtp.port;
         s.smtpsender = smtp.sender;
@@ -214,7 +215,7 @@ void EmailOptionsDialog::activate()
         useField(Text1, false);
         Command2->setEnabled(false);
         shownServer_ = s.smtpserver;
-        showSmtpOptions(owner_.smtpOptions());
+        showSmtpOptions(owner_.mailer().smtpOptions());
     } else {
         Check1->setChecked(false);
         Option1->setEnabled(false);
@@ -235,7 +236,7 @@ void EmailOptionsDialog::showSmtpOptions(const SmtpOptions& o)
     Combo1->setCurrentIndex(std::max(0, Combo1->findData(int(o.tls))));
     // A certificate the server showed and the send refused is offered for acceptance: the box
     // is shown unticked then, even when another certificate was accepted before.
-    offeredFingerprint_ = o.on ? owner_.refusedCertificate(shownServer_) : QByteArray();
+    offeredFingerprint_ = o.on ? owner_.mailer().refusedCertificate(shownServer_) : QByteArray();
     const bool offered = !offeredFingerprint_.isEmpty() && offeredFingerprint_ != o.fingerprint;
     Check3->setChecked(o.acceptCertificate && !offered);
     shownFingerprint_ = Check3->isChecked() ? o.fingerprint : QByteArray();
@@ -286,7 +287,7 @@ bool EmailOptionsDialog::saveSmtpOptions()
     // An accepted certificate belongs to the server it came from.
     if (o.acceptCertificate && Text2->text().trimmed().compare(shownServer_.trimmed(), Qt::CaseInsensitive) == 0)
         o.fingerprint = shownFingerprint_;
-    const core::WriteResult written = owner_.saveSmtpOptions(o);
+    const core::WriteResult written = owner_.mailer().saveSmtpOptions(o);
     if (!written) {
         owner_.state().platform.boxes->show(core::writeFailedText(written), MsgIcon::Critical);
         return false;
@@ -300,7 +301,7 @@ bool EmailOptionsDialog::saveSmtpOptions()
         return true;
     platform::Platform& p = owner_.state().platform;
     if (!p.secrets) {
-        p.boxes->show(Mailing::kNoSecretStore, MsgIcon::Critical);
+        p.boxes->show(AlertMailer::kNoSecretStore, MsgIcon::Critical);
         return true;
     }
     platform::MessageBoxes* boxes = p.boxes;
@@ -308,7 +309,7 @@ bool EmailOptionsDialog::saveSmtpOptions()
                      [boxes](const platform::SecretStore::Result& r) {
                          using S = platform::SecretStore::Status;
                          if (r.status == S::NoStore)
-                             boxes->show(Mailing::kNoSecretStore, MsgIcon::Critical);
+                             boxes->show(AlertMailer::kNoSecretStore, MsgIcon::Critical);
                          else if (!r.ok())
                              boxes->show(QStringLiteral("The SMTP password could not be kept in the secret store:\n")
                                              + r.text,
@@ -385,17 +386,17 @@ void EmailOptionsDialog::okSteps(bool test)
     okStepsOnFiles(test);
     // However the steps ended (saved, refused, a failed logon, a cancelled question, a test
     // button), the settings in memory are the ones the files hold now.
-    owner_.refreschmailsettings();
+    owner_.mailer().refreschmailsettings();
 }
 
 void EmailOptionsDialog::okStepsOnFiles(bool test)
 {
-    owner_.folder();
     platform::Platform& p = owner_.state().platform;
     platform::TextFiles& files = *p.files;
-    core::RunState& s = owner_.state();
-    const QString profileFile = owner_.file(core::files::mailprofile);
-    const QString smtpFile = owner_.file(core::files::smtpserver);
+    AlertMailer& mailer = owner_.mailer();
+    MailSettings& s = mailer.settings();
+    const QString profileFile = owner_.mailer().file(core::files::mailprofile);
+    const QString smtpFile = owner_.mailer().file(core::files::smtpserver);
     // A file that cannot be removed is said at once: e-mail would otherwise go on as it was
     // while the dialog claims otherwise.
     auto remove = [&](const QString& path) {
@@ -408,7 +409,7 @@ void EmailOptionsDialog::okStepsOnFiles(bool test)
         return false;
     };
     // The options of the SMTP server go with it.
-    auto removeSmtp = [&] { return remove(smtpFile) && remove(owner_.file(kSmtpOptionsFile)); };
+    auto removeSmtp = [&] { return remove(smtpFile) && remove(owner_.mailer().file(kSmtpOptionsFile)); };
     auto write = [&](const QString& path, const QStringList& lines) {
         const core::WriteResult r = core::writeFile(files, path, lines);
         if (!r)
@@ -429,7 +430,7 @@ void EmailOptionsDialog::okStepsOnFiles(bool test)
             remove(profileFile);
         if (files.exists(smtpFile)
             && p.boxes->show(kDisableQuestion, MsgIcon::Question, MsgButtons::OkCancel) != MsgAnswer::Cancel) {
-            const SmtpOptions options = owner_.smtpOptions();
+            const SmtpOptions options = owner_.mailer().smtpOptions();
             const QString server = core::readSmtpSettings(files, smtpFile).server;
             if (removeSmtp() && !options.user.isEmpty())
                 offerPasswordRemoval(server, options.user);
@@ -446,7 +447,7 @@ void EmailOptionsDialog::okStepsOnFiles(bool test)
         }
         if (!write(profileFile, {Text1->text()}) || !removeSmtp())
             return;
-        s.mailprofile = owner_.firstLine(core::files::mailprofile).value_or(QString());
+        s.mailprofile = owner_.mailer().firstLine(core::files::mailprofile).value_or(QString());
         const platform::MailResult r = p.profilemail->logon(s.mailprofile);
         if (!r.ok()) {
             // The profile stays saved, so that the user can correct the name.
@@ -470,7 +471,7 @@ void EmailOptionsDialog::cancelClick()
 {
     // Nothing is saved; the settings in memory are made the stored ones again, in case a test
     // button saved entries since the dialog was opened.
-    owner_.refreschmailsettings();
+    owner_.mailer().refreschmailsettings();
     hide();
     owner_.requestSetupAlertHidden();
 }

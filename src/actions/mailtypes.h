@@ -13,11 +13,9 @@ struct MailText {
     QString body;
 };
 
-// Builds the alert mail text from the run state as it stands (the action dispatcher supplies it).
-using MailTextSource = std::function<MailText()>;
-
-// Writes one action line to the job log.
-using JobLine = std::function<void(const QString&)>;
+// The completion of an action or a transport: false when its job-log line could not be
+// written (or, for the profile mail, there was nothing to send with), which ends the dispatch.
+using Continue = std::function<void(bool ok)>;
 
 // text without leading and trailing blanks (only blanks: tabs and line ends stay).
 QString trimBlanks(const QString& text);

@@ -1,5 +1,7 @@
 #include "actions/profilemailwindow.h"
 
+#include "actions/alertmail.h"
+#include "actions/alertmailer.h"
 #include "actions/mailing.h"
 #include "core/datafolder.h"
 
@@ -78,14 +80,16 @@ void ProfileMailWindow::activate()
 {
     Text3->setFocus();
     // Without a profile file (e-mail switched off) the profile field stays empty.
-    const std::optional<QString> profile = owner_.firstLine(core::files::mailprofile);
+    AlertMailer& mailer = owner_.mailer();
+    const std::optional<QString> profile = mailer.firstLine(core::files::mailprofile);
     if (profile)
-        owner_.state().mailprofile = *profile;
-    const MailText text = owner_.mapiText ? owner_.mapiText() : MailText{};
+        mailer.settings().mailprofile = *profile;
+    const ActionResults& results = owner_.results();
+    const AlertMail text = AlertMail::of(results.last, results, owner_.state().platform.clock->now());
     Text3->clear();
-    Text5->setText(text.subject);
+    Text5->setText(text.profileSubject());
     Text7->setText(profile ? *profile : QString());
-    Text6->setPlainText(text.body);
+    Text6->setPlainText(text.profileBody());
 }
 
 void ProfileMailWindow::sendClicked()
@@ -115,7 +119,6 @@ void ProfileMailWindow::testoutlookmail(std::function<void()> done)
     // The window waits for the mail system as the classic blocking call did: no second send.
     Command1->setEnabled(false);
     setCursor(Qt::WaitCursor);
-    owner_.folder();
     const QString recipient = Text3->text();
     QPointer<ProfileMailWindow> self(this);
     owner_.state().platform.profilemail->send(

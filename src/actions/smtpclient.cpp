@@ -198,8 +198,7 @@ SmtpClient::SmtpClient(platform::TcpSocket* socket, platform::Timer* timer, cons
                                      .arg(QString::fromLatin1(mail_.security.acceptedFingerprint))
                                : QString())
                     + QStringLiteral(" To trust it, tick \"Accept this server's certificate\" in the Email Options.");
-                if (certificateRefused)
-                    certificateRefused(mail_.host, fingerprint);
+                emit certificateRefused(mail_.host, fingerprint);
                 pump();
             });
     connect(socket_, &platform::TcpSocket::failed, this, [this](const QString& text) {
@@ -218,13 +217,10 @@ SmtpClient::SmtpClient(platform::TcpSocket* socket, platform::Timer* timer, cons
     });
 }
 
-void SmtpClient::send(const SmtpMail& mail, bool withStatus, std::function<void(bool)> done)
+bool SmtpClient::send(const SmtpMail& mail, bool withStatus)
 {
-    if (sending_) {
-        if (done)
-            done(false);
-        return;
-    }
+    if (sending_)
+        return false;
     // A line break in what goes into a command or a header would end it early on the server
     // and start a command or header of its own ("RCPT TO:", "Bcc:"): nothing is sent.
     const QString broken = holdsLineBreak(mail.recipient) ? QStringLiteral("recipient")
@@ -234,16 +230,13 @@ void SmtpClient::send(const SmtpMail& mail, bool withStatus, std::function<void(
                                                           : QString();
     if (!broken.isEmpty()) {
         lastError_ = kFailurePrefix + QStringLiteral("the %1 holds a line break; nothing was sent").arg(broken);
-        if (appendjobline)
-            appendjobline(lastError_);
-        if (done)
-            done(false);
-        return;
+        emit logLine(lastError_);
+        emit finished(false);
+        return true;
     }
     sending_ = true;
     mail_ = mail;
     withStatus_ = withStatus;
-    done_ = std::move(done);
     result_ = false;
     step_ = 0;
     buffer_.clear();
@@ -260,6 +253,7 @@ void SmtpClient::send(const SmtpMail& mail, bool withStatus, std::function<void(
     else
         phase_ = Phase::Connect;
     pump();
+    return true;
 }
 
 void SmtpClient::onData()
@@ -304,10 +298,7 @@ void SmtpClient::pump()
     pumping_ = false;
     if (phase_ == Phase::Finished) {
         phase_ = Phase::Idle;
-        auto done = std::move(done_);
-        done_ = nullptr;
-        if (done)
-            done(result_);
+        emit finished(result_);
     }
 }
 
@@ -318,8 +309,7 @@ void SmtpClient::step()
         return;
     }
     if (phase_ == Phase::Connect) {
-        if (withStatus_ && setstatus)
-            setstatus(QStringLiteral("Connecting..."));
+        status(QStringLiteral("Connecting..."));
         texts_ = {
             wire(QStringLiteral("HELO \r\n")),
             wire(QStringLiteral("mail from: ") + mail_.sender + QStringLiteral("\r\n")),
@@ -340,14 +330,12 @@ void SmtpClient::step()
 
     if (buffer_.left(3) == expected_) {
         endWait();
-        if (withStatus_ && setstatus) {
-            switch (step_) {
-            case 0: setstatus(QStringLiteral("Connected")); break;
-            case 1: setstatus(QStringLiteral("Sending Email")); break;
-            case 5: setstatus(QStringLiteral("Disconnecting")); break;
-            case 6: setstatus(QStringLiteral("Nachricht verschickt !")); break;
-            default: break;
-            }
+        switch (step_) {
+        case 0: status(QStringLiteral("Connected")); break;
+        case 1: status(QStringLiteral("Sending Email")); break;
+        case 5: status(QStringLiteral("Disconnecting")); break;
+        case 6: status(QStringLiteral("Nachricht verschickt !")); break;
+        default: break;
         }
         ++step_;
         if (step_ == 7) {
@@ -367,8 +355,7 @@ void SmtpClient::step()
     if (counter_ > kMaxTicks) {
         // "Time out while connecting" only while no greeting came; a server that said hello
         // and then went silent, or hung up, did not give a valid answer.
-        if (appendjobline)
-            appendjobline(buffer_.isEmpty() && step_ == 0 ? kTimeOut : kNoValidResponse);
+        emit logLine(buffer_.isEmpty() && step_ == 0 ? kTimeOut : kNoValidResponse);
         endWait();
         finish(false);
     }
@@ -408,8 +395,8 @@ QString SmtpClient::Reply::text() const
 
 void SmtpClient::status(const QString& text)
 {
-    if (withStatus_ && setstatus)
-        setstatus(text);
+    if (withStatus_)
+        emit statusChanged(text);
 }
 
 void SmtpClient::startTls()
@@ -469,8 +456,7 @@ void SmtpClient::fail(const QString& reason)
         return;
     }
     lastError_ = kFailurePrefix + reason;
-    if (appendjobline)
-        appendjobline(lastError_);
+    emit logLine(lastError_);
     finish(false);
 }
 
@@ -496,8 +482,8 @@ void SmtpClient::modernStep()
         tlsUp_ = false;
         const SmtpSecurity& sec = mail_.security;
         const QByteArray fingerprint = socket_->peerFingerprint();
-        if (sec.acceptNextCertificate && certificateAccepted && fingerprint != sec.acceptedFingerprint)
-            certificateAccepted(fingerprint);
+        if (sec.acceptNextCertificate && fingerprint != sec.acceptedFingerprint)
+            emit certificateAccepted(fingerprint);
         if (sec.tls == SmtpTls::Implicit) {
             stage_ = Stage::Greeting; // the greeting comes over TLS
         } else {

@@ -99,27 +99,33 @@ public:
     SmtpClient(platform::TcpSocket* socket, platform::Timer* timer, const platform::Clock& clock,
                QObject* parent = nullptr);
 
-    JobLine appendjobline;                          // where failed waits are logged
-    std::function<void(const QString&)> setstatus;  // progress texts of a dialogue run with status
     QLocale locale = QLocale::system();             // day and month names of the Date header
     int tickMs = 1000;
-
-    // The second dialogue accepted a certificate on the user's word (acceptNextCertificate);
-    // its fingerprint, to be kept as the one accepted from now on.
-    std::function<void(const QByteArray& fingerprint)> certificateAccepted;
-    // The second dialogue refused the certificate host showed (not trusted, or not the one
-    // accepted before); its fingerprint, for the user to accept.
-    std::function<void(const QString& host, const QByteArray& fingerprint)> certificateRefused;
 
     // Whether a dialogue runs (the sending flag).
     bool sending() const { return sending_; }
     // Why the last dialogue failed (its job-log line), or empty.
     const QString& lastError() const { return lastError_; }
 
-    // Runs one dialogue. done(result) runs exactly once: at once with false when a dialogue
-    // runs already (nothing is sent, nothing logged), else when the dialogue has ended and the
-    // socket is closed again. With withStatus the progress texts go to setstatus.
-    void send(const SmtpMail& mail, bool withStatus, std::function<void(bool)> done);
+    // Runs one dialogue: false at once when a dialogue runs already (nothing is sent, nothing
+    // logged, nothing emitted). Otherwise finished() follows exactly once, possibly inside the
+    // call, when the dialogue has ended and the socket is closed again. With withStatus the
+    // progress texts go to statusChanged().
+    bool send(const SmtpMail& mail, bool withStatus);
+
+signals:
+    // A job-log line: a failed wait or why the second dialogue failed.
+    void logLine(const QString& line);
+    // A progress text of a dialogue run with status.
+    void statusChanged(const QString& text);
+    // The second dialogue accepted a certificate on the user's word (acceptNextCertificate);
+    // its fingerprint, to be kept as the one accepted from now on.
+    void certificateAccepted(const QByteArray& fingerprint);
+    // The second dialogue refused the certificate host showed (not trusted, or not the one
+    // accepted before); its fingerprint, for the user to accept.
+    void certificateRefused(const QString& host, const QByteArray& fingerprint);
+    // The dialogue has ended: ok when the mail was delivered.
+    void finished(bool ok);
 
 private:
     enum class Phase { Idle, Connect, Waiting, Finished };
@@ -161,7 +167,6 @@ private:
     bool result_ = false;
     QList<QByteArray> texts_; // what steps 2 to 7 send
     SmtpMail mail_;
-    std::function<void(bool)> done_;
     bool pumping_ = false, again_ = false;
 
     // The second dialogue.

@@ -1,9 +1,8 @@
 #pragma once
-// Form7, "Test SMTP eMail": the window of the SMTP client. It sends the test mail typed into it
-// (always on port 25) and, hidden, the alert mail of the "Send Email to:" action. Both share
-// its socket Winsock1, its reply timer Timer1 and one sending flag.
+// Form7, "Test SMTP eMail": sends the test mail typed into it (on port 25 unless the stored
+// options say otherwise) through the alert mailer, whose SMTP client and sending flag the alert
+// mail shares; the progress shows in Label1.
 #include "actions/mailtypes.h"
-#include "actions/smtpclient.h"
 
 #include <QWidget>
 
@@ -28,21 +27,12 @@ public:
     QPlainTextEdit* Text7 = nullptr;
     QLabel* Label1 = nullptr;
     QPushButton *Command1 = nullptr, *Command2 = nullptr;
-    platform::Timer* Timer1 = nullptr;
-    platform::TcpSocket* Winsock1 = nullptr;
 
-    SmtpClient& client() { return *client_; }
     // Whether a mail is on its way: being sent, or waiting for its password.
-    bool busy() const { return preparing_ || client_->sending(); }
+    bool busy() const;
 
-    // The alert mail to the configured server and port; see Mailing::sendemail.
-    void sendemail(const QString& emailaddress, const MailText& text, std::function<void(bool)> done);
-    // The test mail: to server on port 25, progress in Label1.
-    void sendtestmail(const QString& server, const QString& sendername, const QString& senderaddress,
-                      const QString& recipientname, const QString& recipientaddress, const QString& subject,
-                      const QString& body, std::function<void(bool)> done);
     void setstatus(const QString& text);
-    // Fills the fields from the run state (done each time the window is shown).
+    // Fills the fields from the mail settings and the last failure (each time it is shown).
     void activate();
     // "&Send Email".
     void sendClicked();
@@ -51,16 +41,7 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
-    // Reads the stored options (and the password) for a send to server, then runs send with
-    // them; with a failure, runs failed with its text instead.
-    void withSecurity(const QString& server, std::function<void(const SmtpSecurity&)> send,
-                      std::function<void(const QString&)> failed);
-
     Mailing& owner_;
-    SmtpClient* client_ = nullptr;
-    bool preparing_ = false;
-    QString lastFailure_; // why the last test send could not start
-    int linesLogged_ = 0; // job-log lines written by sends so far
 };
 
 } // namespace velmora::actions

@@ -18,31 +18,15 @@ struct RunState : DataFiles {
     SettingsRecord settings;
 
     QString localcomputer; // this computer's name
-    QString currentserver; // the server in Text1, upper case
-
-    // Mail settings from "SMTPServer" and "MailProfile".
-    QString smtpserver;
-    int smtpport = 0;
-    QString smtpsender;
-    QString mailprofile;
-    bool usesmtp = true;
 
     // Result of the last ping.
     QString pingaddress;
     QString pingresult;
 
     // Check-cycle state.
-    QString currentservice;
-    QString currentstate;
-    QString lasterror;
     bool serverreachable = false;
     bool checknowactive = false;
     QDateTime nextscan;
-
-    // Results of the alert actions, never cleared.
-    QString restartresult, programresult, alertresult, netsendresult, soundresult;
-    // The last recipients taken from "Send Email to:" and "Net Message Send to:" entries.
-    QString mailaddress, netsendrecipient;
 
     QString folder() const override { return datafolder; }
 };

@@ -1,5 +1,6 @@
 #include "monitoring/checkcycle.h"
 
+#include "actions/dispatcher.h"
 #include "core/datafolder.h"
 #include "core/monitoredservices.h"
 #include "core/serverlist.h"
@@ -71,7 +72,7 @@ struct CheckCycle::Scan {
 };
 
 CheckCycle::CheckCycle(core::RunState& state, const core::Schedule& schedule, core::ServerList& servers,
-                       core::MonitoredServices& monitored, joblog::JobLog& log, actions::ActionRunner& actions,
+                       core::MonitoredServices& monitored, joblog::JobLog& log, actions::ActionDispatcher& actions,
                        joblog::AlertSink& alerts, QObject* parent)
     : QObject(parent), state_(state), schedule_(schedule), servers_(servers), monitored_(monitored), log_(log),
       actions_(actions),
@@ -259,7 +260,6 @@ void CheckCycle::advance()
     while (scan->current < scan->servers.size()) {
         Server& s = scan->servers[scan->current];
         if (!s.headerDone) {
-            state_.currentserver = s.name;
             if (s.maintenance) {
                 log_.appendjobline(joblog::serverLineText(log_.now(), s.name, joblog::kServerInMaintenance));
                 // A server in maintenance is skipped; the servers after it are still checked,
@@ -299,7 +299,6 @@ void CheckCycle::advance()
             }
             const size_t n = s.nextRecord++;
             const core::MonitoredService& record = s.records[n];
-            state_.currentservice = record.servicename;
             if (scan->immediate) {
                 monitorimmediate(s, record, s.checkServices ? &s.checks[n] : nullptr);
                 continue;
@@ -330,25 +329,25 @@ bool CheckCycle::monitorservice(const std::shared_ptr<Scan>& scan, Server& s, co
     const QDateTime now = log_.now();
     if (c.failed()) {
         log_.appendjobline(joblog::checkLineText(now, s.name, record.servicename, result));
-        state_.lasterror = result;
         return false;
     }
     if (!result.isEmpty())
-        state_.currentstate = result;
-    log_.appendjobline(joblog::checkLineText(now, s.name, record.servicename, state_.currentstate));
-    if (state_.currentstate == kRunning)
+        laststate_ = result;
+    const core::Failure failure{s.name, record, laststate_, now};
+    log_.appendjobline(joblog::checkLineText(now, s.name, record.servicename, failure.state));
+    if (failure.state == kRunning)
         return false;
     alerts_.updatelogsize(joblog::SizeCaption::CheckRun);
     if (state_.settings.popupalert)
         alerts_.showalertwindow();
-    alerts_.addalertrow(s.name, record.servicename, state_.currentstate, joinactions(record));
+    alerts_.addalertrow(s.name, record.servicename, failure.state, joinactions(record));
     scan->waitingForActions = true;
     if (std::any_of(record.actions.begin(), record.actions.end(), [](const QString& a) { return !a.isEmpty(); }))
         ++scan->actionsRun;
     // Actions that end inside the call (an alert, say) let the scan go on; those that end later
     // resume it from their completion.
     auto insideCall = std::make_shared<bool>(true);
-    actions_.runactions(s.name, record, [this, scan, insideCall] {
+    actions_.runactions(failure, [this, scan, insideCall] {
         scan->waitingForActions = false;
         if (!*insideCall && scan_ == scan)
             advance();
@@ -363,17 +362,13 @@ void CheckCycle::monitorimmediate(Server& s, const core::MonitoredService& recor
     if (const core::ServerEntry* entry = servers_.find(s.name))
         if (entry->reachable != s.ping.reachable())
             servers_.setReachable(s.name, s.ping.reachable());
-    state_.pingaddress = s.ping.address;
-    state_.pingresult = s.ping.result;
     ImmediateResult r{s.name, record.servicename, c != nullptr, {}, {}, joinactions(record)};
     if (c) {
         const QString text = checkResultText(*c, true);
-        if (c->failed()) {
-            state_.lasterror = text;
+        if (c->failed())
             r.lasterror = text;
-        } else {
+        else
             r.state = text;
-        }
     }
     if (state_.checknowactive) {
         alerts_.showalertwindow();
@@ -389,17 +384,13 @@ void CheckCycle::monitorimmediate(Server& s, const core::MonitoredService& recor
 
 void CheckCycle::visitServer(Server& s)
 {
-    state_.pingaddress = s.ping.address;
-    state_.pingresult = s.ping.result;
     if (!servers_.contains(s.name))
         return;
     servers_.setPing(s.name, s.ping.result, s.ping.address, false);
     servers_.setIcon(s.name, s.ping.reachable() ? 9 : 10);
     state_.serverreachable = s.ping.reachable();
-    if (!s.ping.reachable()) {
+    if (!s.ping.reachable())
         log_.appendjobline(joblog::serverLineText(log_.now(), s.name, joblog::kServerNotReachable));
-        state_.lasterror = joblog::kServerNotReachable;
-    }
 }
 
 void CheckCycle::finishScan()

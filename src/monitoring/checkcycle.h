@@ -10,9 +10,8 @@
 // and the actions of one failed service finish before the next service's results are applied.
 //
 // The cycle knows no window: it reads and changes the server list and the run state, writes the
-// job log, shows its results through the alert sink, hands failures to the action runner, and
-// tells the rest of the program what happened through its signals.
-#include "actions/actionrunner.h"
+// job log, shows its results through the alert sink, hands each failure as a value to the action
+// dispatcher, and tells the rest of the program what happened through its signals.
 #include "core/runstate.h"
 #include "core/schedule.h"
 #include "core/serverfile.h"
@@ -28,6 +27,7 @@
 
 namespace velmora::core { class ServerList; class MonitoredServices; }
 namespace velmora::joblog { class AlertSink; class JobLog; }
+namespace velmora::actions { class ActionDispatcher; }
 
 namespace velmora::monitoring {
 
@@ -52,8 +52,8 @@ class CheckCycle : public QObject {
 public:
     // schedule gives the interval the scheduler goes by.
     CheckCycle(core::RunState& state, const core::Schedule& schedule, core::ServerList& servers,
-               core::MonitoredServices& monitored,
-               joblog::JobLog& log, actions::ActionRunner& actions, joblog::AlertSink& alerts,
+               core::MonitoredServices& monitored, joblog::JobLog& log, actions::ActionDispatcher& actions,
+               joblog::AlertSink& alerts,
                QObject* parent = nullptr);
     ~CheckCycle() override;
 
@@ -113,7 +113,9 @@ private:
     core::ServerList& servers_;
     core::MonitoredServices& monitored_;
     joblog::JobLog& log_;
-    actions::ActionRunner& actions_;
+    actions::ActionDispatcher& actions_;
+    // The state text of the last service checked: a state without a text keeps the one before.
+    QString laststate_;
     joblog::AlertSink& alerts_;
     Reachability reach_;
     bool reportScanActive_ = false;

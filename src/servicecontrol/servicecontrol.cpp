@@ -454,7 +454,6 @@ void ServiceControl::applyListing(const Listing& l)
     for (size_t i = 0; i < l.services.size(); ++i) {
         const auto& s = l.services[i];
         const QString key = s.name.left(kNameLength);
-        state_.currentservice = key;
         applyDetails(l.details[i], false);
         rows.push_back({key, s.displayName.left(kNameLength), stateIcon(detailstate)});
     }
@@ -488,7 +487,6 @@ void ServiceControl::depservices(int filter, std::function<void()> done)
                 std::vector<Dependent> running;
                 for (const auto& d : q.dependents) {
                     running.push_back({d.name.left(kNameLength), d.displayName.left(kNameLength)});
-                    state_.currentservice = d.name;
                 }
                 panel_.setDependents(std::move(running));
             }

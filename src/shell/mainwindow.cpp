@@ -232,7 +232,6 @@ void MainWindow::connectControls()
     // Text1 shows the current server.
     connect(&services->panel(), &servicecontrol::ServicePanel::computerChanged, this, [this](const QString& name) {
         Text1->setText(name);
-        state.currentserver = name;
     });
     connect(Combo1, &QComboBox::currentIndexChanged, this, [this](int index) {
         if (index >= 0)

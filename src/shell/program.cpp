@@ -1,8 +1,9 @@
 #include "shell/program.h"
 
+#include "actions/alertmailer.h"
 #include "actions/dispatcher.h"
-#include "core/datafolder.h"
 #include "actions/mailing.h"
+#include "core/datafolder.h"
 #include "history/availabilitywindow.h"
 #include "history/loghistory.h"
 #include "joblog/alertwindow.h"
@@ -44,9 +45,11 @@ Program::Program(const platform::Platform& platform)
 
     logandalerts = new joblog::LogAndAlerts(state, w->Timer6, w);
     logandalerts->setParent(w);
-    dispatcher = new actions::ActionDispatcher(state, w->Timer6, {}, w);
-    dispatcher->logTo(logandalerts->joblog());
-    mailing = new actions::Mailing(state, w, w);
+    joblog::JobLog& log = logandalerts->joblog();
+    mailer = new actions::AlertMailer(*platform.files, platform.secrets, platform.system, *platform.clock,
+                                      *platform.tcp, *platform.profilemail, *platform.boxes, log, state.datafolder, w);
+    dispatcher = new actions::ActionDispatcher(platform, log, *mailer, *platform.messenger, w->Timer6, w);
+    mailing = new actions::Mailing(state, *mailer, dispatcher->results(), w, w);
     checkcycle = new monitoring::CheckCycle(state, schedule, servers, monitored, logandalerts->joblog(), *dispatcher,
                                             *logandalerts, w);
     connectJobLog();
@@ -99,8 +102,8 @@ void Program::connectMailing()
     MainWindow* w = window.get();
     actions::Mailing* m = mailing;
     joblog::LogAndAlerts* alerts = logandalerts;
-    m->appendjobline = [alerts](const QString& line) { return alerts->joblog().appendjobline(line); };
-    QObject::connect(m, &actions::Mailing::alertBusyChanged, alerts, [alerts](bool busy) {
+    // Hourglass on the alert window while an alert mail goes out.
+    QObject::connect(mailer, &actions::AlertMailer::alertBusyChanged, alerts, [alerts](bool busy) {
         if (QWidget* alert = alerts->loadedAlertwindow()) {
             if (busy)
                 alert->setCursor(Qt::WaitCursor);
@@ -112,9 +115,8 @@ void Program::connectMailing()
         if (setupWindow_)
             setupWindow_->alertSetup()->hide();
     });
-    m->connectTo(*dispatcher);
     QObject::connect(w->mnusetemailoptions, &QAction::triggered, m, &actions::Mailing::showOptions);
-    QObject::connect(w, &MainWindow::mailProfileCheckDue, m, &actions::Mailing::checkmailprofile);
+    QObject::connect(w, &MainWindow::mailProfileCheckDue, mailer, &actions::AlertMailer::checkmailprofile);
 }
 
 void Program::connectMonitoring()

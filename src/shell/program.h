@@ -14,7 +14,7 @@
 #include <QPointer>
 #include <memory>
 
-namespace velmora::actions { class ActionDispatcher; class Mailing; }
+namespace velmora::actions { class ActionDispatcher; class AlertMailer; class Mailing; }
 namespace velmora::history { class AvailabilityWindow; class LogHistory; }
 namespace velmora::joblog { class LogAndAlerts; }
 namespace velmora::monitoring { class CheckCycle; class SetupWindow; }
@@ -54,6 +54,7 @@ public:
     servicecontrol::ServiceControl* services = nullptr;
     std::unique_ptr<MainWindow> window;
     joblog::LogAndAlerts* logandalerts = nullptr;
+    actions::AlertMailer* mailer = nullptr;
     actions::ActionDispatcher* dispatcher = nullptr;
     actions::Mailing* mailing = nullptr;
     monitoring::CheckCycle* checkcycle = nullptr;

@@ -106,14 +106,8 @@ void Startup::run()
     }
     emit serverListRead(safeLines(listed.lines), !listed.refused.isEmpty());
     emit mailProfileCheckDue();
-    if (p_.files->exists(state_.file(core::files::smtpserver))) {
-        const core::SmtpSettings smtp = core::readSmtpSettings(*p_.files, state_.file(core::files::smtpserver));
-        state_.smtpserver = smtp.server;
-        state_.smtpport = smtp.port;
-        state_.smtpsender = smtp.sender;
-        // A stored SMTP server wins over a mail profile read just before.
-        state_.usesmtp = true;
-    }
+    // The mail settings (a stored SMTP server wins over the mail profile) are read by the mailer
+    // when it checks the mail profile, just before.
     if (!p_.files->exists(state_.file(core::files::jobslog)))
         p_.files->create(state_.file(core::files::jobslog));
     if (!p_.files->exists(state_.file(core::files::interval)))

@@ -1,8 +1,7 @@
 // The alert mail text, byte for byte: both subjects and both bodies, the fixed order of the
 // results whatever the order of the actions, empty results keeping their places, and the date
-// and time taken from the run state's clock in the regional format.
+// and time in the regional format.
 #include "actions/alertmail.h"
-#include "core/runstate.h"
 
 #include <QTest>
 
@@ -71,26 +70,20 @@ private slots:
                                               "cups.service  on Computer: DC1 is Paused      Alert activated    "));
     }
 
-    void fromStateTakesTheSharedValuesTheDateAndTheRegionalTime()
+    void theFailureTheResultsTheDateAndTheRegionalTime()
     {
-        core::RunState state;
-        state.currentserver = QStringLiteral("SRV01");
-        state.currentservice = QStringLiteral("spooler");
-        state.currentstate = QStringLiteral("Stopped");
-        state.restartresult = QStringLiteral("R");
-        state.programresult = QStringLiteral("P");
-        state.alertresult = QStringLiteral("A");
-        state.netsendresult = QStringLiteral("N");
-        state.soundresult = QStringLiteral("S");
+        core::Failure failure{QStringLiteral("SRV01"), {}, QStringLiteral("Stopped"), {}};
+        failure.record.servicename = QStringLiteral("spooler");
+        const actions::ActionResults state{"R", "P", "A", "N", "S", {}, {}, {}};
         const QDateTime at(QDate(2026, 11, 16), QTime(20, 50, 14));
-        const AlertMail de = AlertMail::fromState(state, at, QLocale(QLocale::German, QLocale::Germany));
+        const AlertMail de = AlertMail::of(failure, state, at, QLocale(QLocale::German, QLocale::Germany));
         QCOMPARE(de.smtpSubject(), QStringLiteral("Service Status SRV01 spooler Stopped"));
         QCOMPARE(de.smtpBody(), QStringLiteral("Velmora has noticed that on: 16.11.2026  at: 20:50:14   the Service:  "
                                                "spooler  on Computer: SRV01 is Stopped  R  P  A  N  S"));
-        const AlertMail us = AlertMail::fromState(state, at, QLocale(QLocale::English, QLocale::UnitedStates));
+        const AlertMail us = AlertMail::of(failure, state, at, QLocale(QLocale::English, QLocale::UnitedStates));
         QVERIFY(us.profileBody().startsWith(QStringLiteral("Velmora has noticed that\r\non: 16.11.2026  at: 8:50:14 PM\r\n")));
         QVERIFY(us.profileBody().endsWith(QStringLiteral("\r\n\r\nR\r\nP\r\nA\r\nN\r\nS")));
-        const AlertMail c = AlertMail::fromState(state, at, QLocale::c());
+        const AlertMail c = AlertMail::of(failure, state, at, QLocale::c());
         QVERIFY(c.smtpBody().startsWith(QStringLiteral("Velmora has noticed that on: 16.11.2026  at: 20:50:14   ")));
     }
 };

@@ -1,138 +1,140 @@
-// The transports plugged into the action dispatcher: a failed service's action list sends the
-// alert mail with the results of the actions before it, over SMTP (to aiosmtpd on loopback and
-// on the simulated network) and through the mail profile, and sends its network message.
-#include "actions/dispatcher.h"
-#include "actions/mailing.h"
+// The "Send Email to:" action as the check cycle runs it, with no window: the program is a
+// QCoreApplication here, so a widget could not even be built. The alert mail carries the
+// results of the actions before it, goes over SMTP (to aiosmtpd on loopback and to the
+// simulated server) or through the mail profile, is refused while another one is under way, and
+// leaves a line when e-mail is switched off.
+#include "actionrig.h"
 #include "actions/mailservers.h"
-#include "core/datafolder.h"
 #include "platform/linux/qttcpsocket.h"
-#include "platform/sim/simplatform.h"
 
+#include <QCoreApplication>
 #include <QJsonArray>
-#include <QTemporaryDir>
+#include <QSignalSpy>
 #include <QtTest>
 
 using namespace velmora;
+using platform::sim::SimSmtpServer;
 
 namespace {
-
-struct Rig {
-    QTemporaryDir dir;
-    platform::sim::SimPlatform sim;
-    core::RunState state;
-    QObject owner;
-    platform::Timer* timer6 = nullptr;
-    std::unique_ptr<actions::Mailing> mailing;
-    std::unique_ptr<actions::ActionDispatcher> dispatcher;
-
-    Rig()
-    {
-        state.platform = sim.platform();
-        state.datafolder = dir.path();
-        state.smtpserver = QStringLiteral("mail.corp.test");
-        state.smtpport = 25;
-        state.smtpsender = QStringLiteral("alerts@corp.test");
-        sim.files.create(file(core::files::jobslog));
-        // E-mail is switched on: the SMTP server is stored.
-        sim.files.writeLines(file(core::files::smtpserver), {state.smtpserver, QStringLiteral("25"), state.smtpsender});
-    }
-    void build()
-    {
-        timer6 = sim.clock.createTimer(&owner, QStringLiteral("Timer6"), 250);
-        mailing = std::make_unique<actions::Mailing>(state, nullptr);
-        dispatcher = std::make_unique<actions::ActionDispatcher>(state, timer6, [this] { return state.datafolder; });
-        mailing->connectTo(*dispatcher);
-    }
-    QString file(const QString& name) const { return core::dataFile(dir.path(), name); }
-    QStringList log() { return sim.files.readLines(file(core::files::jobslog)).value_or(QStringList()); }
-    bool run(const std::array<QString, 5>& entries)
-    {
-        state.currentserver = QStringLiteral("SRV1");
-        state.currentservice = QStringLiteral("Spooler");
-        state.currentstate = QStringLiteral("Stopped");
-        bool done = false;
-        dispatcher->runactions(QStringLiteral("SRV1"), QStringLiteral("Spooler"), QStringLiteral("Stopped"), entries,
-                               [&] { done = true; });
-        return QTest::qWaitFor([&] { return done; }, 30000);
-    }
-};
-
 const QString kNetLine = QStringLiteral("The Net Message was successfully sent to PC9.");
-
-} // namespace
+}
 
 class TestMailActions : public QObject {
     Q_OBJECT
 private slots:
-    void smtpAlertMailCarriesEarlierResults()
+    void realSmtpAlertMailReachesAiosmtpdWithNoWindow()
     {
-        Rig rig;
-        platform::sim::SimSmtpServer smtp;
-        smtp.listen(rig.sim.tcp, QStringLiteral("mail.corp.test"), 25);
-        rig.build();
-        QVERIFY(rig.run({QStringLiteral("Net Message Send to:  PC9 "), QStringLiteral("Alert"), QString(),
-                         QStringLiteral("Send Email to: admin@corp.test"), QString()}));
-        QCOMPARE(rig.log(), (QStringList{kNetLine, "Alert activated", "Email sent to admin@corp.test"}));
-        QCOMPARE(rig.state.netsendrecipient, QStringLiteral("PC9"));
-        QCOMPARE(rig.state.mailaddress, QStringLiteral("admin@corp.test"));
-        QCOMPARE(rig.sim.messenger.sent.value(0).recipient, QStringLiteral("PC9"));
-        QCOMPARE(smtp.commands.value(2), QStringLiteral("rcpt to: admin@corp.test"));
-        const QString msg = QString::fromLatin1(smtp.messages.value(0));
-        QVERIFY2(msg.contains("\r\nSubject: Service Status SRV1 Spooler Stopped\r\n"), qPrintable(msg));
-        QVERIFY2(msg.contains("  " + kNetLine + "  "), qPrintable(msg));
-        QVERIFY2(msg.contains("  Alert activated  "), qPrintable(msg));
-    }
-
-    void profileAlertMailAndMissingProfileFileEndsTheDispatch()
-    {
-        Rig rig;
-        rig.state.usesmtp = false;
-        rig.sim.profilemail.profiles = {QStringLiteral("Office")};
-        rig.build();
-
-        // Without the profile file the mail ends the dispatch, with a line that says why: the
-        // later slot does not run.
-        QVERIFY(rig.run({QStringLiteral("Send Email to: admin@corp.test"), QStringLiteral("Alert"), QString(), QString(),
-                         QString()}));
-        QCOMPARE(rig.log(), QStringList{"Email to admin@corp.test not sent: the mail profile file is missing"});
-        QVERIFY(!rig.timer6->isEnabled());
-
-        rig.sim.files.remove(rig.file(core::files::jobslog));
-        rig.sim.files.create(rig.file(core::files::jobslog));
-        rig.sim.files.writeLines(rig.file(core::files::mailprofile), {QStringLiteral("Office")});
-        QVERIFY(rig.run({QStringLiteral("Alert"), QStringLiteral("Send Email to: admin@corp.test"), QString(), QString(),
-                         QStringLiteral("Net Message Send to: PC9")}));
-        QCOMPARE(rig.log(), (QStringList{"Alert activated", "Email sent to:  admin@corp.test", kNetLine}));
-        const auto& m = rig.sim.profilemail.sent.value(0);
-        QCOMPARE(m.profile, QStringLiteral("Office"));
-        QCOMPARE(m.recipient, QStringLiteral(" admin@corp.test"));
-        QCOMPARE(m.subject, QStringLiteral("Service Status  SRV1  Spooler  Stopped"));
-        QVERIFY2(m.body.contains(QStringLiteral("\r\nAlert activated\r\n")), qPrintable(m.body));
-    }
-
-    void realSmtpAlertMailReachesAiosmtpd()
-    {
+        QVERIFY(!qobject_cast<QGuiApplication*>(QCoreApplication::instance()));
         test::SmtpSink sink;
         if (!sink.start())
             QSKIP("aiosmtpd (python3-aiosmtpd) is not available");
-        Rig rig;
+        test::ActionRig rig;
         platform::QtTcpNetwork realTcp;
         rig.state.platform.tcp = &realTcp;
-        rig.state.smtpserver = QStringLiteral("127.0.0.1");
-        rig.state.smtpport = sink.port();
+        rig.storeSmtp(QStringLiteral("127.0.0.1"), sink.port());
         rig.build();
-        QVERIFY(rig.run({QStringLiteral("Alert"), QStringLiteral("Send Email to: admin@corp.test"), QString(), QString(),
-                         QString()}));
-        QCOMPARE(rig.log(), (QStringList{"Alert activated", "Email sent to admin@corp.test"}));
+        QVERIFY(rig.runToEnd({"Alert", "Send Email to: admin@corp.test", "", "", ""}));
+        QCOMPARE(rig.lines(), (QStringList{"Alert activated", "Email sent to admin@corp.test"}));
         QTRY_COMPARE(sink.records().size(), 1);
         const QJsonObject r = sink.records().first();
         QCOMPARE(r.value("mail_from").toString(), QStringLiteral("alerts@corp.test"));
         QCOMPARE(r.value("rcpt_tos").toArray().toVariantList(), QVariantList{QStringLiteral("admin@corp.test")});
-        QVERIFY(r.value("data").toString().contains(QStringLiteral("Subject: Service Status SRV1 Spooler Stopped\r\n")));
+        QVERIFY(r.value("data").toString().contains(QStringLiteral("Subject: Service Status SRV1 spooler Stopped\r\n")));
         QVERIFY(r.value("data").toString().contains(QStringLiteral("  Alert activated  ")));
     }
 
+    void smtpAlertMailCarriesTheResultsOfEarlierSlotsOnly()
+    {
+        test::ActionRig rig;
+        SimSmtpServer smtp;
+        smtp.listen(rig.sim.tcp, QStringLiteral("mail.corp.test"), 2525);
+        rig.storeSmtp(QStringLiteral("mail.corp.test"), 2525);
+        rig.build();
+        QSignalSpy busy(rig.mailer.get(), &actions::AlertMailer::alertBusyChanged);
+        QVERIFY(!rig.run({"Send Email to:  admin@corp.test ", "Net Message Send to:  PC9 ", "Restart Service",
+                          "Send Email to: boss@corp.test", ""}));
+        rig.sim.clock.advance(actions::ActionDispatcher::kRestartWaitMs);
+        QCOMPARE(rig.dones, 1);
+        const QString restart = QStringLiteral("Attemp to restart service : spooler Successfull");
+        QCOMPARE(rig.lines(), (QStringList{"Email sent to admin@corp.test", kNetLine, restart,
+                                           "Email sent to boss@corp.test"}));
+        QCOMPARE(rig.results().mailaddress, QStringLiteral("boss@corp.test"));
+        QCOMPARE(busy.size(), 4);
+        QCOMPARE(smtp.commands.mid(0, 3), (QStringList{"HELO ", "mail from: alerts@corp.test", "rcpt to: admin@corp.test"}));
+        const QByteArray first = smtp.messages.value(0);
+        QVERIFY2(first.startsWith("From: Velmora <alerts@corp.test>\r\n"), first.constData());
+        QVERIFY2(first.contains("\r\nX-Mailer: Velmora\r\nTo:  <admin@corp.test>\r\n"
+                                "Subject: Service Status SRV1 spooler Stopped\r\n\r\n"
+                                "Velmora has noticed that on: "),
+                 first.constData());
+        QVERIFY2(first.contains("   the Service:  spooler  on Computer: SRV1 is Stopped          \r\n\r\n"), first.constData());
+        const QString second = QString::fromLatin1(smtp.messages.value(1));
+        QVERIFY2(second.contains("is Stopped  " + restart + "      " + kNetLine + "  \r\n"), qPrintable(second));
+    }
+
+    void aSecondAlertMailWhileOneIsUnderWayIsRefused()
+    {
+        test::ActionRig rig;
+        SimSmtpServer smtp;
+        smtp.listen(rig.sim.tcp, QStringLiteral("mail.corp.test"), 25);
+        smtp.answer[SimSmtpServer::Greeting].clear();
+        rig.storeSmtp(QStringLiteral("mail.corp.test"), 25);
+        rig.build();
+        bool first = true, second = true;
+        rig.mailer->sendemail(QStringLiteral("admin@corp.test"), {}, [&](bool ok) { first = ok; });
+        rig.mailer->sendemail(QStringLiteral("other@corp.test"), {}, [&](bool ok) { second = ok; });
+        QVERIFY(!second);
+        const QString refused = QStringLiteral("Email to other@corp.test not sent: another email is being sent");
+        QCOMPARE(rig.lines(), QStringList{refused});
+        rig.sim.clock.advance(16000);
+        QVERIFY(!first);
+        QCOMPARE(rig.lines(), (QStringList{refused, actions::SmtpClient::kTimeOut}));
+    }
+
+    void profileAlertMailAndMissingProfileFileEndsTheDispatch()
+    {
+        test::ActionRig rig;
+        rig.sim.profilemail.profiles = {QStringLiteral("Office")};
+        rig.sim.files.writeLines(rig.file(core::files::mailprofile), {QStringLiteral("Office")});
+        rig.build();
+        QVERIFY(!rig.mailer->settings().usesmtp);
+        QVERIFY(rig.run({"Alert", "Send Email to: admin@corp.test", "", "", "Net Message Send to: PC9"}));
+        QCOMPARE(rig.lines(), (QStringList{"Alert activated", "Email sent to:  admin@corp.test", kNetLine}));
+        const auto& m = rig.sim.profilemail.sent.value(0);
+        QCOMPARE(m.profile, QStringLiteral("Office"));
+        QCOMPARE(m.recipient, QStringLiteral(" admin@corp.test"));
+        QCOMPARE(m.subject, QStringLiteral("Service Status  SRV1  spooler  Stopped"));
+        QVERIFY2(m.body.endsWith(QStringLiteral("\r\nthe Service:  spooler\r\non Computer: SRV1 is Stopped.\r\n\r\n"
+                                                "\r\n\r\nAlert activated\r\n\r\n")),
+                 qPrintable(m.body));
+
+        // Without the profile file the mail ends the dispatch, with a line that says why.
+        // E-mail stays on through a stored SMTP server; the profile is still the transport in use.
+        rig.sim.files.remove(rig.file(core::files::mailprofile));
+        rig.storeSmtp(QStringLiteral("mail.corp.test"), 25);
+        rig.sim.files.remove(rig.file(core::files::jobslog));
+        rig.sim.files.create(rig.file(core::files::jobslog));
+        QVERIFY(rig.run({"Send Email to: admin@corp.test", "Alert", "", "", ""}));
+        QCOMPARE(rig.lines(), QStringList{"Email to admin@corp.test not sent: the mail profile file is missing"});
+    }
+
+    void alertMailWithEmailSwitchedOffLeavesALineAndTheListGoesOn_data()
+    {
+        QTest::addColumn<bool>("usesmtp");
+        QTest::newRow("last transport SMTP") << true;
+        QTest::newRow("last transport profile") << false;
+    }
+    void alertMailWithEmailSwitchedOffLeavesALineAndTheListGoesOn()
+    {
+        QFETCH(bool, usesmtp);
+        test::ActionRig rig;
+        rig.build();
+        rig.mailer->settings().usesmtp = usesmtp;
+        QVERIFY(rig.run({"Send Email to: admin@corp.test", "Start program: /usr/bin/xterm", "", "", ""}));
+        QCOMPARE(rig.lines(), (QStringList{"Email to admin@corp.test not sent: " + actions::AlertMailer::kMailOff,
+                                           "Program started: /usr/bin/xterm"}));
+    }
 };
 
-QTEST_MAIN(TestMailActions)
+QTEST_GUILESS_MAIN(TestMailActions)
 #include "tst_mailactions.moc"

@@ -1,11 +1,8 @@
 // Network messages: result lines, the action's log line and box, and the Samba transport
 // against a real smbd on loopback inside a network namespace of the test's own.
-#include "actions/mailing.h"
+#include "actionrig.h"
 #include "actions/mailservers.h"
-#include "actions/netsend.h"
-#include "core/datafolder.h"
 #include "platform/linux/smbmessenger.h"
-#include "platform/sim/simplatform.h"
 
 #include "support/smbdprocess.h"
 
@@ -104,29 +101,14 @@ private:
     QProcess proc_;
 };
 
-// The mailing module on the simulated platform, with an empty job log in a data folder of its own.
-struct Rig {
+// The actions on the simulated platform, with messenger (the simulated one when null).
+struct Rig : test::ActionRig {
     explicit Rig(platform::NetMessenger* messenger = nullptr)
     {
-        state.platform = sim.platform();
         if (messenger)
             state.platform.messenger = messenger;
-        state.datafolder = data.path();
-        sim.files.create(log);
+        build();
     }
-    void failedService()
-    {
-        state.currentserver = QStringLiteral("SRV1");
-        state.currentservice = QStringLiteral("Spooler");
-        state.currentstate = QStringLiteral("Stopped");
-    }
-    QStringList lines() { return sim.files.readLines(log).value_or(QStringList{"<no log>"}); }
-
-    QTemporaryDir data;
-    platform::sim::SimPlatform sim;
-    core::RunState state;
-    const QString log = core::dataFile(data.path(), core::files::jobslog);
-    actions::Mailing mailing{state, nullptr};
 };
 
 // An executable shell script standing in for smbclient.
@@ -159,30 +141,6 @@ int sendAndWait(SmbMessenger& m, const QString& recipient, const QString& text)
 class TestNetSend : public QObject {
     Q_OBJECT
 private slots:
-    void resultLinesForEveryCode_data()
-    {
-        QTest::addColumn<int>("code");
-        QTest::addColumn<QString>("line");
-        const QString e = QStringLiteral("Error sending Net Message to ADMINPC");
-        QTest::newRow("0") << 0 << "The Net Message was successfully sent to ADMINPC.";
-        QTest::newRow("2273") << 2273 << e + ", user or workstation was not found.";
-        QTest::newRow("2136") << 2136 << e + ", general network error occurred.";
-        QTest::newRow("2250") << 2250 << e + ", network connection could not be found.";
-        QTest::newRow("5") << 5 << e + ", access to computer denied.";
-        QTest::newRow("53") << 53 << e + ", sender server name not found.";
-        QTest::newRow("87") << 87 << e + ", invalid parameter(s).";
-        QTest::newRow("50") << 50 << e + ", request not supported.";
-        QTest::newRow("123") << 123 << e + ", no valid character or name.";
-        QTest::newRow("2") << 2 << e + ", unknown error occured.";
-    }
-
-    void resultLinesForEveryCode()
-    {
-        QFETCH(int, code);
-        QFETCH(QString, line);
-        QCOMPARE(actions::netsendResultLine(code, QStringLiteral("ADMINPC")), line);
-    }
-
     void smbclientOutputMapsToCodes_data()
     {
         QTest::addColumn<int>("exit");
@@ -219,40 +177,33 @@ private slots:
     void actionTrimsLogsKeepsResultAndShowsBoxOnTest()
     {
         Rig rig;
-        auto& [data, sim, state, log, mailing] = rig;
-        rig.failedService();
-        bool done = false;
-        mailing.netsend(QStringLiteral(" ADMINPC  "), false, [&](bool logged) { done = logged; });
-        QVERIFY(done);
-        QCOMPARE(sim.messenger.sent.size(), 1);
-        QCOMPARE(sim.messenger.sent[0].recipient, QStringLiteral("ADMINPC"));
-        QCOMPARE(sim.messenger.sent[0].text, QStringLiteral("Velmora:  On  SRV1  the service Spooler is Stopped"));
-        QCOMPARE(rig.lines(), QStringList{"The Net Message was successfully sent to ADMINPC."});
-        QCOMPARE(state.netsendresult, QStringLiteral("The Net Message was successfully sent to ADMINPC."));
+        auto& sim = rig.sim;
+        // The test button before any failure: a message with empty parts.
+        rig.dispatcher->testnetsend(QStringLiteral("ADMINPC"));
+        QCOMPARE(sim.messenger.sent.value(0).text, QStringLiteral("Velmora:  On    the service  is "));
+        sim.boxes.shown.clear();
+
+        QVERIFY(rig.run({"Net Message Send to:  ADMINPC  ", "", "", "", ""}));
+        QCOMPARE(sim.messenger.sent.value(1).recipient, QStringLiteral("ADMINPC"));
+        QCOMPARE(sim.messenger.sent.value(1).text, QStringLiteral("Velmora:  On  SRV1  the service spooler is Stopped"));
+        const QString sent = QStringLiteral("The Net Message was successfully sent to ADMINPC.");
+        QCOMPARE(rig.lines(), (QStringList{sent, sent}));
+        QCOMPARE(rig.results().netsend, sent);
         QVERIFY(sim.boxes.shown.isEmpty());
 
-        // The test button: the same line, also in a box; the log waits for the transport.
+        // The test button: the line, also in a box, about the last failure; the log waits for
+        // the transport.
         sim.messenger.result = code::nameNotFound;
         sim.messenger.hold = true;
-        done = false;
-        mailing.netsend(QStringLiteral("PC9"), true, [&](bool logged) { done = logged; });
-        QVERIFY(!done);
-        QCOMPARE(rig.lines().size(), 1);
+        rig.dispatcher->testnetsend(QStringLiteral("PC9"));
+        QCOMPARE(rig.lines().size(), 2);
         sim.messenger.release();
-        QVERIFY(done);
+        QCOMPARE(sim.messenger.sent.value(2).text, QStringLiteral("Velmora:  On  SRV1  the service spooler is Stopped"));
         const QString line = QStringLiteral("Error sending Net Message to PC9, user or workstation was not found.");
         QCOMPARE(rig.lines().last(), line);
-        QCOMPARE(state.netsendresult, line);
+        QCOMPARE(rig.results().netsend, line);
         QCOMPARE(sim.boxes.texts(), QStringList{line});
         QCOMPARE(sim.boxes.shown[0].icon, platform::MsgIcon::Information);
-    }
-
-    void testSendBeforeAnyCheckHasEmptyParts()
-    {
-        Rig rig;
-        rig.mailing.netsend(QStringLiteral("ADMINPC"), true);
-        QCOMPARE(rig.sim.messenger.sent[0].text, QStringLiteral("Velmora:  On    the service  is "));
-        QCOMPARE(rig.lines().size(), 1);
     }
 
     void badRecipientsAndMissingClientNeverRunSmbclient()
@@ -296,14 +247,10 @@ private slots:
         SmbMessenger real;
         real.extra_arguments = {QStringLiteral("-s"), smbd.config()};
         Rig rig(&real);
-        auto& [data, sim, state, log, mailing] = rig;
-        rig.failedService();
-        bool done = false;
-        mailing.netsend(QStringLiteral(" localhost "), false, [&](bool logged) { done = logged; });
-        QTRY_VERIFY_WITH_TIMEOUT(done, 60000);
-        QCOMPARE(state.netsendresult, QStringLiteral("The Net Message was successfully sent to localhost."));
+        rig.run({"Net Message Send to:  localhost ", "", "", "", ""});
+        QTRY_COMPARE_WITH_TIMEOUT(rig.dones, 1, 60000);
         QCOMPARE(rig.lines(), QStringList{"The Net Message was successfully sent to localhost."});
-        QTRY_COMPARE_WITH_TIMEOUT(smbd.messages(), QStringList{"Velmora:  On  SRV1  the service Spooler is Stopped"},
+        QTRY_COMPARE_WITH_TIMEOUT(smbd.messages(), QStringList{"Velmora:  On  SRV1  the service spooler is Stopped"},
                                   20000);
     }
 
@@ -349,15 +296,10 @@ private slots:
         real.extra_arguments = {QStringLiteral("-s"), conf.fileName()};
 
         Rig rig(&real);
-        auto& [data, sim, state, log, mailing] = rig;
-        rig.failedService();
-        bool done = false;
-        mailing.netsend(QStringLiteral("velmora-nohost.invalid"), false, [&](bool logged) { done = logged; });
-        QTRY_VERIFY_WITH_TIMEOUT(done, 60000);
-        const QString line =
-            QStringLiteral("Error sending Net Message to velmora-nohost.invalid, user or workstation was not found.");
-        QCOMPARE(rig.lines(), QStringList{line});
-        QCOMPARE(state.netsendresult, line);
+        rig.run({"Net Message Send to: velmora-nohost.invalid", "", "", "", ""});
+        QTRY_COMPARE_WITH_TIMEOUT(rig.dones, 1, 60000);
+        QCOMPARE(rig.lines(), QStringList{"Error sending Net Message to velmora-nohost.invalid, user or workstation "
+                                          "was not found."});
 
         QCOMPARE(sendAndWait(real, QStringLiteral("VELMORANOPC"), QStringLiteral("hello")), code::nameNotFound);
     }

@@ -1,6 +1,6 @@
 // Profile mail through msmtp: reading accounts from a configuration, logon outcomes, and whole
 // sends to aiosmtpd on loopback, directly and through the mail action with its job-log lines.
-#include "actions/mailing.h"
+#include "actionrig.h"
 #include "actions/mailservers.h"
 #include "core/datafolder.h"
 #include "platform/linux/msmtpmail.h"
@@ -193,80 +193,70 @@ private slots:
         if (!sink.start())
             QSKIP("aiosmtpd (python3-aiosmtpd) is not available");
         writeConfig(sink.port());
-        QTemporaryDir data;
-        platform::sim::SimPlatform sim;
+        test::ActionRig rig;
         MsmtpMail real = msmtp();
-        core::RunState state;
-        state.platform = sim.platform();
-        state.platform.profilemail = &real;
-        state.datafolder = data.path();
-        sim.files.create(core::dataFile(data.path(), core::files::jobslog));
-        actions::Mailing mailing(state, nullptr);
+        rig.state.platform.profilemail = &real;
+        rig.build();
         const actions::MailText text{QStringLiteral("Service Status  SRV1  Spooler  Stopped"), QStringLiteral("body")};
-        auto logLines = [&] {
-            return sim.files.readLines(core::dataFile(data.path(), core::files::jobslog)).value_or(QStringList());
+        auto send = [&] {
+            std::optional<bool> goesOn;
+            rig.mailer->subemail(QStringLiteral(" admin@corp.test"), text, [&](bool on) { goesOn = on; });
+            return QTest::qWaitFor([&] { return goesOn.has_value(); }, 30000) ? goesOn : std::nullopt;
         };
 
         // No profile file: the dispatch ends, and one line says why the mail was not sent.
-        std::optional<bool> goesOn;
-        mailing.subemail(QStringLiteral(" admin@corp.test"), text, [&](bool on) { goesOn = on; });
-        QCOMPARE(goesOn, std::optional<bool>(false));
-        QCOMPARE(logLines().size(), 1);
-        QVERIFY2(logLines().first().contains(QStringLiteral("the mail profile file is missing")), qPrintable(logLines().first()));
-        sim.files.writeLines(core::dataFile(data.path(), core::files::jobslog), {});
+        QCOMPARE(send(), std::optional<bool>(false));
+        QCOMPARE(rig.lines(), QStringList{"Email to admin@corp.test not sent: the mail profile file is missing"});
 
-        sim.files.writeLines(core::dataFile(data.path(), QStringLiteral("Mailprofile")), {QStringLiteral("velmora")});
-        goesOn.reset();
-        mailing.subemail(QStringLiteral(" admin@corp.test"), text, [&](bool on) { goesOn = on; });
-        QTRY_VERIFY_WITH_TIMEOUT(goesOn.has_value(), 30000);
-        QCOMPARE(*goesOn, true);
-        QCOMPARE(state.mailprofile, QStringLiteral("velmora"));
-        QCOMPARE(logLines(), QStringList{QStringLiteral("Email sent to:  admin@corp.test")});
+        rig.sim.files.writeLines(rig.file(QStringLiteral("Mailprofile")), {QStringLiteral("velmora")});
+        QCOMPARE(send(), std::optional<bool>(true));
+        QCOMPARE(rig.mailer->settings().mailprofile, QStringLiteral("velmora"));
+        QCOMPARE(rig.lines().value(1), QStringLiteral("Email sent to:  admin@corp.test"));
         QTRY_COMPARE(sink.records().size(), 1);
 
         // A profile that is no account: one error line, and the dispatch goes on.
-        sim.files.writeLines(core::dataFile(data.path(), core::files::mailprofile), {QStringLiteral("velmora ")});
-        goesOn.reset();
-        mailing.subemail(QStringLiteral(" admin@corp.test"), text, [&](bool on) { goesOn = on; });
-        QTRY_VERIFY(goesOn.has_value());
-        QCOMPARE(*goesOn, true);
-        QCOMPARE(logLines().size(), 2);
-        QVERIFY2(logLines().at(1).startsWith(QStringLiteral("Error on sending Email: ")), qPrintable(logLines().at(1)));
+        rig.sim.files.writeLines(rig.file(core::files::mailprofile), {QStringLiteral("velmora ")});
+        QCOMPARE(send(), std::optional<bool>(true));
+        QVERIFY2(rig.lines().value(2).startsWith(QStringLiteral("Error on sending Email: ")), qPrintable(rig.lines().value(2)));
         QCOMPARE(sink.records().size(), 1);
     }
 
-    void startupLogonShowsOnlyMailSystemErrors()
+    void startupLogonShowsOnlyMailSystemErrorsAndSmtpWins()
     {
-        QTemporaryDir data;
-        platform::sim::SimPlatform sim;
-        core::RunState state;
-        state.platform = sim.platform();
-        state.datafolder = data.path();
-        actions::Mailing mailing(state, nullptr);
+        test::ActionRig rig;
+        rig.build();
+        auto& sim = rig.sim;
+        actions::AlertMailer& mailer = *rig.mailer;
 
         // No profile file: nothing happens.
-        mailing.checkmailprofile();
-        QVERIFY(state.usesmtp);
+        mailer.checkmailprofile();
+        QVERIFY(mailer.settings().usesmtp);
         QCOMPARE(sim.profilemail.logons, 0);
 
-        sim.files.writeLines(core::dataFile(data.path(), core::files::mailprofile), {QStringLiteral("Office")});
+        sim.files.writeLines(rig.file(core::files::mailprofile), {QStringLiteral("Office")});
         sim.profilemail.profiles = {QStringLiteral("Office")};
-        mailing.checkmailprofile();
-        QVERIFY(!state.usesmtp);
-        QCOMPARE(state.mailprofile, QStringLiteral("Office"));
+        mailer.checkmailprofile();
+        QVERIFY(!mailer.settings().usesmtp);
+        QCOMPARE(mailer.settings().mailprofile, QStringLiteral("Office"));
         QVERIFY(sim.boxes.shown.isEmpty());
 
         sim.profilemail.profiles.clear();
-        mailing.checkmailprofile();
+        mailer.checkmailprofile();
         QCOMPARE(sim.boxes.texts(), QStringList{"Error : The profile Office does not exist.\n\r\n\r"});
         QCOMPARE(sim.boxes.shown[0].icon, platform::MsgIcon::Critical);
 
         // No mail client at all: silent.
         sim.profilemail.installed = false;
-        mailing.checkmailprofile();
+        mailer.checkmailprofile();
         QCOMPARE(sim.boxes.shown.size(), 1);
-    }
 
+        // A stored SMTP server wins over the profile.
+        rig.storeSmtp(QStringLiteral("mail.corp.test"), 587);
+        mailer.checkmailprofile();
+        QVERIFY(mailer.settings().usesmtp);
+        QCOMPARE(mailer.settings().smtpserver, QStringLiteral("mail.corp.test"));
+        QCOMPARE(mailer.settings().smtpport, 587);
+    }
 };
 
 QTEST_MAIN(TestProfileMail)

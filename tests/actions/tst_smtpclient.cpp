@@ -1,7 +1,13 @@
 // The SMTP dialogue: exact commands and message, every failure path on the simulated network
 // with the simulated clock, and the real socket against aiosmtpd and scripted servers on
 // loopback (the test mail on port 25 inside a network namespace of the test's own).
+#include "actionrig.h"
 #include "actions/mailing.h"
+#include "actions/smtpmailwindow.h"
+
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QPushButton>
 #include "actions/smtpclient.h"
 #include "actions/smtpmailwindow.h"
 #include "actions/mailservers.h"
@@ -52,8 +58,12 @@ struct Rig {
         auto* timer = clock.createTimer(&owner, QStringLiteral("Timer1"), 1000);
         client = new SmtpClient(socket, timer, clock, &owner);
         client->locale = QLocale::c();
-        client->appendjobline = [this](const QString& l) { log << l; };
-        client->setstatus = [this](const QString& t) { status << t; };
+        QObject::connect(client, &SmtpClient::logLine, &owner, [this](const QString& l) { log << l; });
+        QObject::connect(client, &SmtpClient::statusChanged, &owner, [this](const QString& t) { status << t; });
+        QObject::connect(client, &SmtpClient::finished, &owner, [this](bool ok) {
+            result = ok;
+            ++completions;
+        });
     }
     // The wait runs out at its 16th second, not before.
     void waitOut()
@@ -65,10 +75,7 @@ struct Rig {
     }
     void send(const SmtpMail& m, bool withStatus = false)
     {
-        client->send(m, withStatus, [this](bool ok) {
-            result = ok;
-            ++completions;
-        });
+        client->send(m, withStatus);
     }
 };
 
@@ -231,9 +238,8 @@ private slots:
         auto& [net, server, rig] = sim;
         server.answer[SimSmtpServer::Greeting].clear();
         rig.send(sampleMail());
-        QList<bool> second;
-        rig.client->send(sampleMail(), false, [&](bool ok) { second << ok; });
-        QCOMPARE(second, QList<bool>{false});
+        QVERIFY(!rig.client->send(sampleMail(), false));
+        QCOMPARE(rig.completions, 0);
         QCOMPARE(static_cast<platform::sim::SimTcpSocket*>(rig.socket)->connects, 1);
         QVERIFY(rig.log.isEmpty());
         rig.clock.advance(16000);
@@ -394,23 +400,25 @@ private slots:
         if (!sink.start(QStringLiteral("127.0.0.1"), 25))
             QSKIP("aiosmtpd (python3-aiosmtpd) is not available");
 
-        platform::sim::SimPlatform sim;
+        test::ActionRig rig;
         platform::QtTcpNetwork realTcp;
-        QTemporaryDir dir;
-        core::RunState state;
-        state.platform = sim.platform();
-        state.platform.tcp = &realTcp;
-        state.datafolder = dir.path();
-        state.smtpport = 2525; // the configured port is not used by the test mail
-        actions::Mailing mailing(state, nullptr);
+        rig.state.platform.tcp = &realTcp;
+        rig.storeSmtp(QStringLiteral("127.0.0.1"), 2525); // the configured port is not used by the test mail
+        rig.build();
+        rig.sim.files.remove(rig.file(QStringLiteral("Jobs.log")));
+        actions::Mailing mailing(rig.state, *rig.mailer, rig.results(), nullptr);
         actions::SmtpMailWindow* form7 = mailing.form7();
-        form7->client().locale = QLocale::c();
-        std::optional<bool> result;
-        form7->sendtestmail(QStringLiteral("127.0.0.1"), QStringLiteral("Test Sender"), QStringLiteral("me@velmora.test"),
-                            QStringLiteral("Not Used"), QStringLiteral("you@corp.test"), QStringLiteral("Test subject"),
-                            QStringLiteral("one\ntwo"), [&](bool ok) { result = ok; });
-        QTRY_VERIFY_WITH_TIMEOUT(result.has_value(), 20000);
-        QCOMPARE(*result, true);
+        rig.mailer->client().locale = QLocale::c();
+        form7->show();
+        form7->Text5->setText(QStringLiteral("127.0.0.1"));
+        form7->Text1->setText(QStringLiteral("Test Sender"));
+        form7->Text2->setText(QStringLiteral("me@velmora.test"));
+        form7->Text4->setText(QStringLiteral("you@corp.test"));
+        form7->Text6->setText(QStringLiteral("Test subject"));
+        form7->Text7->setPlainText(QStringLiteral("one\ntwo"));
+        form7->Command1->click();
+        QTRY_VERIFY_WITH_TIMEOUT(!rig.sim.boxes.shown.isEmpty(), 20000);
+        QCOMPARE(rig.sim.boxes.texts(), QStringList{"Email successfully sent"});
         QCOMPARE(form7->Label1->text(), QStringLiteral("Nachricht verschickt !"));
         QTRY_COMPARE(sink.records().size(), 1);
         const QJsonObject r = sink.records().first();
@@ -421,8 +429,7 @@ private slots:
         QVERIFY2(data.contains("\r\nX-Mailer: Brisken\r\nTo:  <you@corp.test>\r\nSubject: Test subject\r\n\r\none\r\ntwo\r\n"),
                  qPrintable(data));
         // The test mail logs nothing.
-        QVERIFY(!QFile::exists(dir.filePath(QStringLiteral("Jobs.log"))) ||
-                QFileInfo(dir.filePath(QStringLiteral("Jobs.log"))).size() == 0);
+        QVERIFY(!QFile::exists(rig.file(QStringLiteral("Jobs.log"))));
     }
 
 };

@@ -55,13 +55,14 @@ struct Rig {
     Rig()
     {
         client = new SmtpClient(socket, clock.createTimer(&owner, QStringLiteral("Timer1"), 1000), clock, &owner);
-        client->appendjobline = [this](const QString& l) { log << l; };
-        client->certificateAccepted = [this](const QByteArray& f) { accepted << f; };
+        QObject::connect(client, &SmtpClient::logLine, &owner, [this](const QString& l) { log << l; });
+        QObject::connect(client, &SmtpClient::certificateAccepted, &owner, [this](const QByteArray& f) { accepted << f; });
+        QObject::connect(client, &SmtpClient::finished, &owner, [this](bool ok) { result = ok; });
     }
     bool send(const SmtpMail& m)
     {
         result.reset();
-        client->send(m, false, [this](bool ok) { result = ok; });
+        client->send(m, false);
         if (!QTest::qWaitFor([this] { return result.has_value(); }, 20000))
             return false;
         return *result;
@@ -163,7 +164,7 @@ private slots:
         old.security = {};
         int arrivals = 0;
         QObject::connect(classic.socket, &platform::TcpSocket::dataArrived, [&] { ++arrivals; });
-        classic.client->send(old, false, [&](bool ok) { classic.result = ok; });
+        classic.client->send(old, false);
         // The greeting, then the refusal of "HELO " with no name; the classic dialogue waits its
         // 16 seconds for a 250 that never comes.
         QTRY_COMPARE_WITH_TIMEOUT(arrivals, 2, 20000);

@@ -4,6 +4,7 @@
 // end an alert mail goes from the e-mail options, as the user sets them, to aiosmtpd with
 // STARTTLS and a login, the password read back from the keyring.
 #include "actions/emailoptionsdialog.h"
+#include "actionrig.h"
 #include "actions/mailing.h"
 #include "actions/mailservers.h"
 #include "actions/privatekeyring.h"
@@ -89,14 +90,12 @@ private slots:
             await([&](SecretStore::Done d) { secrets_.write(&context_, QStringLiteral("probe"), QStringLiteral("x"), d); });
         QCOMPARE(r.status, SecretStore::Status::NoStore);
 
-        platform::sim::SimPlatform sim;
-        QTemporaryDir dir;
-        core::RunState state;
-        state.platform = sim.platform();
-        state.platform.secrets = &secrets_;
-        state.datafolder = dir.path();
-        QVERIFY(sim.files.create(dir.filePath(QStringLiteral("Jobs.log"))));
-        actions::Mailing mailing(state, nullptr);
+        test::ActionRig rig;
+        auto& sim = rig.sim;
+        rig.state.platform.secrets = &secrets_;
+        rig.build();
+        actions::AlertMailer& mailer = *rig.mailer;
+        actions::Mailing mailing(rig.state, mailer, rig.results(), nullptr);
         actions::EmailOptionsDialog* d = mailing.dialog();
         mailing.showOptions();
         d->Check1->click();
@@ -107,18 +106,18 @@ private slots:
         d->Text5->setText(QStringLiteral("alerts"));
         d->Text6->setText(kPassword);
         d->OKButton->click();
-        QTRY_COMPARE_WITH_TIMEOUT(sim.boxes.texts(), QStringList{actions::Mailing::kNoSecretStore}, 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(sim.boxes.texts(), QStringList{actions::AlertMailer::kNoSecretStore}, 30000);
         // The settings are kept; the password is nowhere.
-        QVERIFY(mailing.smtpOptions().on);
-        QVERIFY(!anyFileHolds(dir.path(), kPassword));
+        QVERIFY(mailer.smtpOptions().on);
+        QVERIFY(!anyFileHolds(rig.dir.path(), kPassword));
 
         // An alert mail that needs the password says why it cannot go out.
         std::optional<bool> sent;
-        mailing.sendemail(QStringLiteral("admin@corp.test"), {QStringLiteral("s"), QStringLiteral("b")},
-                          [&](bool ok) { sent = ok; });
+        mailer.sendemail(QStringLiteral("admin@corp.test"), {QStringLiteral("s"), QStringLiteral("b")},
+                         [&](bool ok) { sent = ok; });
         QTRY_VERIFY_WITH_TIMEOUT(sent.has_value(), 30000);
         QCOMPARE(*sent, false);
-        QCOMPARE(sim.files.readLines(dir.filePath(QStringLiteral("Jobs.log"))).value_or(QStringList()),
+        QCOMPARE(rig.lines(),
                  QStringList{actions::SmtpClient::kFailurePrefix
                              + "no secret store is running, so the password of alerts cannot be read"});
     }
@@ -210,16 +209,14 @@ private slots:
                         {"--stock", "--auth", QStringLiteral("alerts:") + kPassword, "--cert", cert.cert, "--key", cert.key}))
             QSKIP("aiosmtpd (python3-aiosmtpd) is not available");
 
-        platform::sim::SimPlatform sim;
+        test::ActionRig rig;
+        auto& sim = rig.sim;
         platform::QtTcpNetwork realTcp;
-        QTemporaryDir data;
-        core::RunState state;
-        state.platform = sim.platform();
-        state.platform.tcp = &realTcp;
-        state.platform.secrets = &secrets_;
-        state.datafolder = data.path();
-        QVERIFY(sim.files.create(data.filePath(QStringLiteral("Jobs.log"))));
-        actions::Mailing mailing(state, nullptr);
+        rig.state.platform.tcp = &realTcp;
+        rig.state.platform.secrets = &secrets_;
+        rig.build();
+        actions::AlertMailer& mailer = *rig.mailer;
+        actions::Mailing mailing(rig.state, mailer, rig.results(), nullptr);
 
         // The user sets the server, ticks the option, enters user and password and accepts the
         // server's certificate.
@@ -238,20 +235,20 @@ private slots:
         d->OKButton->click();
         QVERIFY(!d->isVisible());
         QVERIFY(sim.boxes.texts().isEmpty());
-        QCOMPARE(state.smtpserver, QStringLiteral("127.0.0.1"));
-        QCOMPARE(int(state.smtpport), sink.port());
+        QCOMPARE(mailer.settings().smtpserver, QStringLiteral("127.0.0.1"));
+        QCOMPARE(mailer.settings().smtpport, sink.port());
         const QString key = actions::smtpPasswordKey(QStringLiteral("127.0.0.1"), QStringLiteral("alerts"));
         QTRY_COMPARE_WITH_TIMEOUT(await([&](SecretStore::Done dn) { secrets_.read(&context_, key, dn); }).secret,
                                   kPassword, 30000);
         QVERIFY(d->Text6->text().isEmpty());
-        QVERIFY(!anyFileHolds(data.path(), kPassword));
+        QVERIFY(!anyFileHolds(rig.dir.path(), kPassword));
 
         std::optional<bool> sent;
-        mailing.sendemail(QStringLiteral(" admin@corp.test"), {QStringLiteral("Service Status SRV1 Spooler Stopped"),
-                                                              QStringLiteral("Velmora has noticed that Spooler is Stopped")},
-                          [&](bool ok) { sent = ok; });
+        mailer.sendemail(QStringLiteral(" admin@corp.test"), {QStringLiteral("Service Status SRV1 Spooler Stopped"),
+                                                             QStringLiteral("Velmora has noticed that Spooler is Stopped")},
+                         [&](bool ok) { sent = ok; });
         QTRY_VERIFY_WITH_TIMEOUT(sent.has_value(), 30000);
-        const QStringList log = sim.files.readLines(data.filePath(QStringLiteral("Jobs.log"))).value_or(QStringList());
+        const QStringList log = rig.lines();
         QVERIFY2(*sent, qPrintable(log.join('\n')));
         QCOMPARE(log, QStringList{"Email sent to admin@corp.test"});
         QTRY_COMPARE(sink.records().size(), 1);
@@ -265,8 +262,8 @@ private slots:
         auto fingerprintOf = [](const QString& file) {
             return QSslCertificate::fromPath(file).value(0).digest(QCryptographicHash::Sha256).toHex();
         };
-        QCOMPARE(mailing.smtpOptions().fingerprint, fingerprintOf(cert.cert));
-        QVERIFY(!anyFileHolds(data.path(), kPassword));
+        QCOMPARE(mailer.smtpOptions().fingerprint, fingerprintOf(cert.cert));
+        QVERIFY(!anyFileHolds(rig.dir.path(), kPassword));
 
         // The server gets a new certificate: the next mail is refused, and ticking the box once
         // and OK accepts the new one.
@@ -280,8 +277,8 @@ private slots:
                                              other.cert, "--key", other.key}));
         auto send = [&] {
             std::optional<bool> ok;
-            mailing.sendemail(QStringLiteral("admin@corp.test"), {QStringLiteral("s"), QStringLiteral("b")},
-                              [&](bool r) { ok = r; });
+            mailer.sendemail(QStringLiteral("admin@corp.test"), {QStringLiteral("s"), QStringLiteral("b")},
+                             [&](bool r) { ok = r; });
             return QTest::qWaitFor([&] { return ok.has_value(); }, 30000) && *ok;
         };
         QVERIFY(!send());
@@ -291,7 +288,7 @@ private slots:
         d->Check3->click();
         d->OKButton->click();
         QVERIFY(send());
-        QCOMPARE(mailing.smtpOptions().fingerprint, fingerprintOf(other.cert));
+        QCOMPARE(mailer.smtpOptions().fingerprint, fingerprintOf(other.cert));
     }
 };
 

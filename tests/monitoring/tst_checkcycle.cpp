@@ -1,4 +1,5 @@
-#include "actions/actionrunner.h"
+#include "actions/alertmailer.h"
+#include "actions/dispatcher.h"
 #include "core/monitoredservices.h"
 #include "core/serverlist.h"
 #include "joblog/alertsink.h"
@@ -104,11 +105,9 @@ const QStringList kFirstScan{
     "FILE4\tsmbd.service\tPaused",
 };
 
-// The alert sink and the action runner of a scan built without a window: both write what they
-// are told into one journal, and the runner holds each action list until the test ends it.
-struct Journal : joblog::AlertSink, actions::ActionRunner {
+// The alert sink of a scan built without a window: it writes what it is told into a journal.
+struct Journal : joblog::AlertSink {
     QStringList events;
-    std::vector<std::function<void()>> held;
 
     void beginTimedScan() override { events << "begin"; }
     void beginImmediateCheck() override { events << "begin immediate"; }
@@ -126,21 +125,10 @@ struct Journal : joblog::AlertSink, actions::ActionRunner {
     }
     void updatelogsize(joblog::SizeCaption) override {}
     void updatelogsizecolour() override {}
-    void runactions(const QString& server, const core::MonitoredService& record, std::function<void()> done) override
-    {
-        events << QStringList{"act", server, record.servicename}.join('|');
-        held.push_back(std::move(done));
-    }
-    void endActions()
-    {
-        auto done = std::move(held.front());
-        held.erase(held.begin());
-        done();
-    }
 };
 
 // A scan without a program or a window over the files and the fleet of f: run state, server
-// list (servers, all monitored), files, job log, and the recording sink and runner.
+// list (servers, all monitored), files, job log, the alert actions and the recording sink.
 struct BareScan {
     BareScan(WindowFixture& f, const QStringList& names) : state(stateOf(f))
     {
@@ -161,7 +149,10 @@ struct BareScan {
     joblog::JobLog log{state.platform, state};
     Journal journal;
     core::Schedule schedule;
-    monitoring::CheckCycle cycle{state, schedule, servers, monitored, log, journal, journal};
+    actions::AlertMailer mailer{*state.platform.files, nullptr, nullptr, *state.platform.clock, *state.platform.tcp,
+                                *state.platform.profilemail, *state.platform.boxes, log, state.datafolder};
+    actions::ActionDispatcher dispatcher{state.platform, log, mailer, *state.platform.messenger, nullptr};
+    monitoring::CheckCycle cycle{state, schedule, servers, monitored, log, dispatcher, journal};
     QSignalSpy finished{&cycle, &monitoring::CheckCycle::scanFinished};
 };
 
@@ -184,7 +175,6 @@ private slots:
         QVERIFY(w.Timer6->isEnabled());
         QCOMPARE(w.serverIcon(w.findServer("DB2")), 10);
         QCOMPARE(w.serverIcon(w.findServer("WEB1")), 9);
-        QCOMPARE(w.state.lasterror, QStringLiteral("Could not reach Server, Server not available."));
         QVERIFY(w.Command9->isEnabled());
         // Every monitored server, the one in maintenance too.
         QCOMPARE(f.program->setupWindow()->List3->count(), 4);
@@ -202,31 +192,31 @@ private slots:
         QCOMPARE(alertRows(f).size(), 4);
     }
 
-    // The scan on its own: run state, server list, files, job log, and the recording sink and
-    // runner. A failure's actions hold the scan; nothing after it is applied until they end.
+    // The scan on its own: a failure's actions (a restart and its wait) hold the scan; nothing
+    // after it is applied until they end.
     void aScanNeedsNoWindowAndWaitsForEachFailuresActions()
     {
         Fleet f; // the files and the simulated fleet; no program and no window are built
+        f.writeFile("WEB1", {"Web server;nginx.service;Restart Service;;;;;", "Jobs;cron.service;;;;;;"});
         BareScan bare(f, {"WEB1", "DB2", "LAB3", "FILE4"});
-        auto& [state, servers, monitored, log, journal, schedule, cycle, finished] = bare;
-        servers.setMaintenance("LAB3", true);
-
-        cycle.trigger();
-        QCOMPARE(journal.events, (QStringList{"begin", "row|WEB1|nginx.service|Stopped|Alert", "act|WEB1|nginx.service"}));
+        bare.servers.setMaintenance("LAB3", true);
+        bare.cycle.trigger();
+        QCOMPARE(bare.journal.events, (QStringList{"begin", "row|WEB1|nginx.service|Stopped|Restart Service"}));
         QCOMPARE(f.logLines(), QStringList{"WEB1\tnginx.service\tStopped"});
-        QVERIFY(cycle.scanRunning());
-        journal.endActions();
-        QCOMPARE(journal.events.mid(3), (QStringList{"row|FILE4|smbd.service|Paused|", "act|FILE4|smbd.service"}));
-        QCOMPARE(f.logLines(), (QStringList{"WEB1\tnginx.service\tStopped", "WEB1\tcron.service\tRunning",
+        QVERIFY(bare.cycle.scanRunning());
+        f.sim.clock.advance(actions::ActionDispatcher::kRestartWaitMs - 1);
+        QCOMPARE(f.logLines().size(), 1);
+        f.sim.clock.advance(1);
+        QCOMPARE(bare.journal.events.mid(2), QStringList{"row|FILE4|smbd.service|Paused|"});
+        QCOMPARE(f.logLines(), (QStringList{"WEB1\tnginx.service\tStopped",
+                                           "Attemp to restart service : nginx.service Successfull",
+                                           "WEB1\tcron.service\tRunning",
                                            "DB2\tCould not reach Server, Server not available.",
                                            "LAB3\tServer is in Maintenance Mode", "FILE4\tsmbd.service\tPaused"}));
-        QCOMPARE(finished.count(), 0);
-        journal.endActions();
-        QCOMPARE(finished.count(), 1);
-        QVERIFY(!cycle.scanRunning());
-        QCOMPARE(servers.find("DB2")->icon(), 10);
-        QCOMPARE(servers.find("WEB1")->icon(), 9);
-        QCOMPARE(state.lasterror, QStringLiteral("Could not reach Server, Server not available."));
+        QCOMPARE(bare.finished.count(), 1);
+        QVERIFY(!bare.cycle.scanRunning());
+        QCOMPARE(bare.servers.find("DB2")->icon(), 10);
+        QCOMPARE(bare.servers.find("WEB1")->icon(), 9);
     }
 
     // A server with a thousand services is gone through a lot at a time, the event loop
@@ -246,10 +236,9 @@ private slots:
         f.writeFile("Computers", {"BIG"});
         f.sim.icmp.addComputer("BIG", "10.4.0.9", 0);
         BareScan bare(f, {"BIG"});
-        auto& [state, servers, monitored, log, journal, schedule, cycle, finished] = bare;
-        cycle.trigger();
+        bare.cycle.trigger();
         QCOMPARE(f.logLines(), expected.mid(0, monitoring::CheckCycle::kRecordsPerTurn));
-        QTRY_COMPARE(finished.count(), 1);
+        QTRY_COMPARE(bare.finished.count(), 1);
         QCOMPARE(f.logLines(), expected);
     }
 

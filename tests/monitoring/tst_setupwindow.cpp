@@ -400,16 +400,12 @@ private slots:
         QCOMPARE(enabled(), (QList<bool>{false, false, false, true, true}));
         QCOMPARE(form3.Text1->text(), QString()); // cleared when disabled
         // Its test button sends through the dispatcher, once there is a recipient.
-        QStringList sent;
-        f.program->dispatcher->netsend = [&](QString& recipient, bool test, actions::ActionDispatcher::Continue cont) {
-            sent << recipient + (test ? "|test" : "|alert");
-            cont(true);
-        };
         form3.Command8->click();
         QCOMPARE(f.sim.boxes.texts(), QStringList{"Please enter a Net Message Recipient !    "});
         form3.Text3->setText("desk");
         form3.Command8->click();
-        QCOMPARE(sent, QStringList{"desk|test"});
+        QCOMPARE(f.sim.messenger.sent.value(0).recipient, QStringLiteral("desk"));
+        QCOMPARE(f.sim.boxes.texts().value(1), QStringLiteral("The Net Message was successfully sent to desk."));
         f.kind("Play Sound:");
         QCOMPARE(enabled(), (QList<bool>{false, true, true, false, false}));
         QCOMPARE(form3.Text3->text(), QString());
@@ -811,9 +807,8 @@ private slots:
         const auto records = core::readMonitoredServices(*f.sim.platform().files, f.path("SRV1"));
         QCOMPARE(records.size(), size_t(1));
         QVERIFY(!f.w().Timer6->isEnabled());
-        f.w().state.currentstate = QStringLiteral("Stopped");
         bool finished = false;
-        f.program->dispatcher->runactions("SRV1", records[0], [&] { finished = true; });
+        f.program->dispatcher->runactions({"SRV1", records[0], "Stopped", {}}, [&] { finished = true; });
         f.sim.clock.advance(actions::ActionDispatcher::kRestartWaitMs);
         QVERIFY(finished);
         QVERIFY(f.w().Timer6->isEnabled());
@@ -822,7 +817,6 @@ private slots:
         QCOMPARE(f.lines("Jobs.log"), (QStringList{"Alert activated", "Play Sound /snd/alarm.wav successfully",
                                                     "Attemp to restart service : spooler Successfull",
                                                     "Program started: /opt/tools/page oncall"}));
-        QCOMPARE(f.w().state.restartresult, QStringLiteral("Attemp to restart service : spooler Successfull"));
         QCOMPARE(f.sim.services.service("SRV1", "spooler")->state, svcstate::running);
     }
 };

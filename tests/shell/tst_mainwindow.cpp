@@ -1,3 +1,4 @@
+#include "actions/alertmailer.h"
 #include "support/windowfixture.h"
 #include "core/serverfile.h"
 #include "core/serverlistfile.h"
@@ -598,8 +599,8 @@ private slots:
         QVERIFY(w.state.settings.popupalert);
         QVERIFY(!w.state.settings.reportascending);
         QCOMPARE(w.state.settings.reportinterval, QString());
-        QCOMPARE(w.state.smtpserver, QStringLiteral("mail.example.org"));
-        QCOMPARE(w.state.smtpport, 0);
+        QCOMPARE(f.program->mailer->settings().smtpserver, QStringLiteral("mail.example.org"));
+        QCOMPARE(f.program->mailer->settings().smtpport, 0);
         QCOMPARE(f.program->schedule.text(), QString());
         w.close();
         QVERIFY(f.fileExists("Settings"));
