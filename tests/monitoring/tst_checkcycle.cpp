@@ -393,6 +393,7 @@ private slots:
         QCOMPARE(f.sim.boxes.texts(), (QStringList{msg, msg}));
         QCOMPARE(int(f.sim.boxes.shown.first().icon), int(platform::MsgIcon::Exclamation));
     }
+<<<<<<< HEAD
 
     void leadingNumberOfAnIntervalText()
     {
@@ -401,6 +402,8 @@ private slots:
         QCOMPARE(core::leadingNumber("Minutes"), 0);
         QCOMPARE(core::leadingNumber(""), 0);
     }
+=======
+>>>>>>> 137aeab (README: the road of one failure; drop two tests that repeat others)
 };
 
 QTEST_MAIN(TestCheckCycle)

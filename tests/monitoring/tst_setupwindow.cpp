@@ -1,7 +1,7 @@
 // The monitoring setup Form2 and the alert setup Form3 on a simulated fleet: the ways in, every
 // refusal with its box, the five-entry action list, the files OK writes (and Cancel does not),
 // the main window's combo and server icons, hand-edited per-server files, a restart of the
-// program finding everything unchanged, and the stored actions run by the dispatcher.
+// program finding everything unchanged.
 #include "actions/emailoptionsdialog.h"
 #include "actions/mailing.h"
 #include "actions/dispatcher.h"
@@ -788,36 +788,6 @@ private slots:
         f.writeBytes("SRV1", "Cron;cron;Alert;;;;;\r\nCUPS;cups;Alert;;;;;");
         f.open();
         QCOMPARE(texts(f.form2().List2), QStringList{"Cron"});
-    }
-
-    void storedActionsRunOnAFailedService()
-    {
-        Fleet f;
-        f.writeFile("MailProfile", {"default"});
-        f.open();
-        f.selectService("Print Spooler");
-        f.form2().Command1->click();
-        f.addAction("Alert");
-        f.addAction("Play Sound:", "/snd/alarm.wav");
-        f.addAction("Restart Service");
-        f.addAction("Start program:", "/opt/tools/page oncall");
-        f.form3().Command1->click();
-        f.form2().Command3->click();
-
-        const auto records = core::readMonitoredServices(*f.sim.platform().files, f.path("SRV1"));
-        QCOMPARE(records.size(), size_t(1));
-        QVERIFY(!f.w().Timer6->isEnabled());
-        bool finished = false;
-        f.program->dispatcher->runactions({"SRV1", records[0], "Stopped", {}}, [&] { finished = true; });
-        f.sim.clock.advance(actions::ActionDispatcher::kRestartWaitMs);
-        QVERIFY(finished);
-        QVERIFY(f.w().Timer6->isEnabled());
-        QCOMPARE(f.sim.sound.playing, QStringLiteral("/snd/alarm.wav"));
-        QCOMPARE(f.sim.opener.opened.last().file, QStringLiteral("/opt/tools/page oncall"));
-        QCOMPARE(f.lines("Jobs.log"), (QStringList{"Alert activated", "Play Sound /snd/alarm.wav successfully",
-                                                    "Attemp to restart service : spooler Successfull",
-                                                    "Program started: /opt/tools/page oncall"}));
-        QCOMPARE(f.sim.services.service("SRV1", "spooler")->state, svcstate::running);
     }
 };
 
