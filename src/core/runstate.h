@@ -19,10 +19,6 @@ struct RunState : DataFiles {
 
     QString localcomputer; // this computer's name
 
-    // Result of the last ping.
-    QString pingaddress;
-    QString pingresult;
-
     // Check-cycle state.
     bool serverreachable = false;
     bool checknowactive = false;

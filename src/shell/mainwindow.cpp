@@ -405,8 +405,6 @@ void MainWindow::showStartServers(const std::vector<core::ServerListLine>& lines
             if (p_.app->ended())
                 return;
             for (const monitoring::PingAnswer& a : answers) {
-                state.pingaddress = a.outcome.address;
-                state.pingresult = a.outcome.result;
                 // A server the user removed meanwhile is gone; one already checked keeps its icon.
                 const core::ServerEntry* e = servers_.find(names[a.index]);
                 if (e && e->pending)
@@ -600,13 +598,11 @@ void MainWindow::setCurrentServer(const QString& name)
         services->setComputer(upper);
 }
 
-void MainWindow::pingserver(const QString& name, std::function<void(bool)> done)
+void MainWindow::pingserver(const QString& name, std::function<void(const monitoring::PingOutcome&)> done)
 {
-    reach_.pingAll({name}, this, [this, name, done = std::move(done)](const std::vector<monitoring::PingOutcome>& o) {
-        state.pingaddress = o.front().address;
-        state.pingresult = o.front().result;
+    reach_.pingAll({name}, this, [done = std::move(done)](const std::vector<monitoring::PingOutcome>& o) {
         if (done)
-            done(o.front().reachable());
+            done(o.front());
     });
 }
 
@@ -625,8 +621,6 @@ void MainWindow::repingServers()
             if (p_.app->ended())
                 return;
             for (const monitoring::PingAnswer& a : answers) {
-                state.pingaddress = a.outcome.address;
-                state.pingresult = a.outcome.result;
                 // Only reachability flips; whether a server is monitored stays as it is.
                 servers_.setPing(names[a.index], a.outcome.result, a.outcome.address, true);
             }
@@ -690,10 +684,10 @@ void MainWindow::browseComputer()
     // An unmonitored server is stored the same whatever its reachability, so the list is
     // written now rather than after the ping.
     writecomputerlist();
-    pingserver(name, [this, name](bool) {
+    pingserver(name, [this, name](const monitoring::PingOutcome& o) {
         const core::ServerEntry* e = servers_.find(name);
         if (e && e->pending)
-            servers_.setPing(name, state.pingresult, state.pingaddress, true);
+            servers_.setPing(name, o.result, o.address, true);
     });
 }
 
@@ -821,10 +815,10 @@ bool MainWindow::addServer(const QString& name)
     // An unmonitored server is stored the same whatever its reachability, so the list is
     // written now; the icon follows the ping.
     writecomputerlist();
-    pingserver(name, [this, name](bool) {
+    pingserver(name, [this, name](const monitoring::PingOutcome& o) {
         const core::ServerEntry* e = servers_.find(name);
         if (e && e->pending)
-            servers_.setPing(name, state.pingresult, state.pingaddress, true);
+            servers_.setPing(name, o.result, o.address, true);
     });
     return true;
 }

@@ -100,8 +100,8 @@ public:
     void readsettings();
     // Pings every server of the list and updates the icons in list order.
     void repingServers();
-    // Pings one server and hands the result (also left in state.pingresult) to done.
-    void pingserver(const QString& name, std::function<void(bool reachable)> done);
+    // Pings one server and hands its outcome to done.
+    void pingserver(const QString& name, std::function<void(const monitoring::PingOutcome&)> done);
 
     // The ways out.
     void queryUnload();   // close box, system menu

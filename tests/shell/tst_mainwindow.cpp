@@ -423,7 +423,6 @@ private slots:
         f.sim.clock.advance(1000);
         QCOMPARE(f.sim.icmp.pinged, (QStringList{"10.1.0.1", "10.1.0.2", "10.1.0.3"}));
         QCOMPARE(serverIcons(w), (QList<int>{10, 8, 9}));
-        QCOMPARE(w.state.pingresult, QStringLiteral("0   [ ip success ]"));
 
         // A name that does not resolve counts as unreachable.
         f.sim.icmp.addComputer("SRV1", "", 0);
