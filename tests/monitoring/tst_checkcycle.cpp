@@ -393,17 +393,6 @@ private slots:
         QCOMPARE(f.sim.boxes.texts(), (QStringList{msg, msg}));
         QCOMPARE(int(f.sim.boxes.shown.first().icon), int(platform::MsgIcon::Exclamation));
     }
-<<<<<<< HEAD
-
-    void leadingNumberOfAnIntervalText()
-    {
-        QCOMPARE(core::leadingNumber("15"), 15);
-        QCOMPARE(core::leadingNumber("15 Minutes"), 15);
-        QCOMPARE(core::leadingNumber("Minutes"), 0);
-        QCOMPARE(core::leadingNumber(""), 0);
-    }
-=======
->>>>>>> 137aeab (README: the road of one failure; drop two tests that repeat others)
 };
 
 QTEST_MAIN(TestCheckCycle)
