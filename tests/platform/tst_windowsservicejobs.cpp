@@ -26,40 +26,28 @@ const QString kPassword = QStringLiteral("Velm0ra-peer");
 class TestWindowsServiceJobs : public QObject {
     Q_OBJECT
 
-    test::NetNamespace* ns_ = nullptr;
-    test::SvcctlPeer* peer_ = nullptr;
+    test::PeerInNamespace<test::SvcctlPeer> peer_;
     // One helper for the whole test: the scripted manager serves one pipe at a time.
     std::unique_ptr<WindowsServices> w_;
     platform::ScmHandle scm_;
-    QString skipReason_;
 
 private slots:
     void initTestCase()
     {
-        skipReason_ = test::enterPeerNamespace(QStringLiteral("an SMB server on port 445"), ns_);
-        if (!skipReason_.isEmpty())
+        peer_.start(QStringLiteral("an SMB server on port 445"), kUser, kPassword);
+        if (!peer_.skipReason.isEmpty())
             return;
-        peer_ = new test::SvcctlPeer;
-        if (QString why; !peer_->start(kUser, kPassword, &why)) {
-            skipReason_ = why;
-            return;
-        }
         w_ = std::make_unique<WindowsServices>(
             test::windowsOptions([](const QString&) { return std::optional(WindowsServices::Logon{kUser, kPassword}); }));
         scm_ = w_->openManager(kHost);
         if (scm_.error != err::ok)
-            skipReason_ = QStringLiteral("the scripted svcctl peer refused the logon: %1").arg(scm_.error);
+            peer_.skipReason = QStringLiteral("the scripted svcctl peer refused the logon: %1").arg(scm_.error);
     }
-    void cleanupTestCase()
-    {
-        w_.reset();
-        delete peer_;
-        delete ns_;
-    }
+    void cleanupTestCase() { w_.reset(); }
     void init()
     {
-        if (!skipReason_.isEmpty())
-            QSKIP(qPrintable(skipReason_));
+        if (!peer_.skipReason.isEmpty())
+            QSKIP(qPrintable(peer_.skipReason));
     }
 
     void listsServicesAndDependents()

@@ -50,9 +50,7 @@ QStringList helperCommandLines()
 class TestWindowsServices : public QObject {
     Q_OBJECT
 
-    test::NetNamespace* ns_ = nullptr;
-    test::SmbdPeer* smbd_ = nullptr;
-    QString skipReason_;
+    test::PeerInNamespace<test::SmbdPeer> smbd_;
     std::atomic<int> logonsAsked_{0};
 
     WindowsServices::Options options(const QString& password = kPassword)
@@ -64,25 +62,11 @@ class TestWindowsServices : public QObject {
     }
 
 private slots:
-    void initTestCase()
-    {
-        skipReason_ = test::enterPeerNamespace(QStringLiteral("smbd"), ns_);
-        if (!skipReason_.isEmpty())
-            return;
-        smbd_ = new test::SmbdPeer;
-        QString why;
-        if (!smbd_->start(kUser, kPassword, &why))
-            skipReason_ = why;
-    }
-    void cleanupTestCase()
-    {
-        delete smbd_;
-        delete ns_;
-    }
+    void initTestCase() { smbd_.start(QStringLiteral("smbd"), kUser, kPassword); }
     void init()
     {
-        if (!skipReason_.isEmpty())
-            QSKIP(qPrintable(skipReason_));
+        if (!smbd_.skipReason.isEmpty())
+            QSKIP(qPrintable(smbd_.skipReason));
     }
 
     void listsAndDescribesTheServices()
