@@ -2,15 +2,12 @@
 // Samba's smbd as a Windows server's service manager, on 127.0.0.1 of the current network
 // namespace, with one SMB user (root, whom smbd lets start and stop Spooler). Its svcctl server
 // offers Spooler, NETLOGON, RemoteRegistry and WINS.
-#include <QDir>
-#include <QDirIterator>
-#include <QFile>
-#include <QFileInfo>
 #include "support/smbdprocess.h"
 
+#include <QDir>
+#include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
-#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 #include <csignal>
@@ -30,19 +27,12 @@ public:
         }
         // smbd's RPC helpers (samba-dcerpcd and its workers) outlive it until they idle out; one
         // still starting while smbd ends is caught by the second look.
-        for (int round = 0; round < 2; ++round) {
-            if (round > 0)
-                QTest::qWait(300);
-            QDirIterator it(QStringLiteral("/proc"), QDir::Dirs | QDir::NoDotAndDotDot);
-            while (it.hasNext()) {
-                const QString dir = it.next();
-                QFile f(dir + QStringLiteral("/cmdline"));
-                bool isPid = false;
-                const int pid = QFileInfo(dir).fileName().toInt(&isPid);
-                if (isPid && f.open(QIODevice::ReadOnly) && f.readAll().contains(config().toLocal8Bit()))
-                    ::kill(pid, SIGTERM);
+        for (int round = 0; round < 2; ++round, QTest::qWait(300))
+            for (const QString& pid : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+                QFile f(QStringLiteral("/proc/%1/cmdline").arg(pid));
+                if (pid.toInt() > 0 && f.open(QIODevice::ReadOnly) && f.readAll().contains(config().toLocal8Bit()))
+                    ::kill(pid.toInt(), SIGTERM);
             }
-        }
     }
     bool start(const QString& user, const QString& password, QString* why)
     {
@@ -53,31 +43,20 @@ public:
             *why = QStringLiteral("smbd or smbpasswd is not installed (package samba)");
             return false;
         }
-        const QString root = dir_.path();
-        for (const char* sub : {"private", "lock", "state", "cache", "pid", "ncalrpc"})
-            QDir(root).mkpath(QString::fromLatin1(sub));
-        const QString conf = QStringLiteral("[global]\n"
-                                            "  netbios name = WINSRV\n"
-                                            "  workgroup = VELMORA\n"
-                                            "  server role = standalone server\n"
-                                            "  interfaces = lo\n"
-                                            "  bind interfaces only = yes\n"
-                                            "  smb ports = 445\n"
-                                            "  private dir = %1/private\n"
-                                            "  lock directory = %1/lock\n"
-                                            "  state directory = %1/state\n"
-                                            "  cache directory = %1/cache\n"
-                                            "  pid directory = %1/pid\n"
-                                            "  ncalrpc dir = %1/ncalrpc\n"
-                                            "  log file = %1/log.%m\n"
-                                            "  load printers = no\n"
-                                            "  printing = bsd\n"
-                                            "  printcap name = /dev/null\n")
-                                 .arg(root);
+        QString conf = QStringLiteral("[global]\n  netbios name = WINSRV\n  workgroup = VELMORA\n"
+                                      "  server role = standalone server\n  interfaces = lo\n  bind interfaces only = yes\n"
+                                      "  smb ports = 445\n  log file = %1/log.%m\n  load printers = no\n"
+                                      "  printing = bsd\n  printcap name = /dev/null\n")
+                           .arg(dir_.path());
+        for (const QString setting : {"private dir", "lock directory", "state directory", "cache directory",
+                                      "pid directory", "ncalrpc dir"}) {
+            const QString folder = dir_.filePath(setting.section(QLatin1Char(' '), 0, 0));
+            QDir().mkpath(folder);
+            conf += QStringLiteral("  %1 = %2\n").arg(setting, folder);
+        }
         QFile f(config());
-        if (!f.open(QIODevice::WriteOnly))
+        if (!f.open(QIODevice::WriteOnly) || f.write(conf.toUtf8()) != conf.toUtf8().size())
             return false;
-        f.write(conf.toUtf8());
         f.close();
         QProcess add;
         add.start(smbpasswd, {QStringLiteral("-c"), config(), QStringLiteral("-s"), QStringLiteral("-a"), user});

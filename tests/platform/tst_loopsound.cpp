@@ -18,21 +18,15 @@ namespace {
 // A short mono WAV; format 1 is PCM. extraChunk goes between "WAVE" and "fmt ".
 QByteArray wav(quint16 format = 1, const QByteArray& extraChunk = {})
 {
-    QByteArray fmt(16, '\0');
-    qToLittleEndian<quint16>(format, fmt.data());
-    qToLittleEndian<quint16>(1, fmt.data() + 2);
-    qToLittleEndian<quint32>(8000, fmt.data() + 4);
-    qToLittleEndian<quint32>(16000, fmt.data() + 8);
-    qToLittleEndian<quint16>(2, fmt.data() + 12);
-    qToLittleEndian<quint16>(16, fmt.data() + 14);
-    const QByteArray samples(1600, '\0');
-    auto le32 = [](quint32 v) {
+    const auto le = [](quint32 v, int bytes) {
         QByteArray b(4, '\0');
         qToLittleEndian<quint32>(v, b.data());
-        return b;
+        return b.left(bytes);
     };
-    QByteArray body = "WAVE" + extraChunk + "fmt " + le32(16) + fmt + "data" + le32(quint32(samples.size())) + samples;
-    return "RIFF" + le32(quint32(body.size())) + body;
+    // mono, 8000 frames a second, 16 bits
+    const QByteArray fmt = le(format, 2) + le(1, 2) + le(8000, 4) + le(16000, 4) + le(2, 2) + le(16, 2);
+    const QByteArray body = "WAVE" + extraChunk + "fmt " + le(16, 4) + fmt + "data" + le(1600, 4) + QByteArray(1600, '\0');
+    return "RIFF" + le(quint32(body.size()), 4) + body;
 }
 
 QString put(const QTemporaryDir& dir, const QString& name, const QByteArray& bytes)

@@ -66,16 +66,6 @@ private slots:
         qunsetenv("TMPDIR");
     }
 
-    void theUsersRuntimeFolderHoldsAClosedFolderOfItsOwn()
-    {
-        const PrivateFolder folder = privateRuntimeFolder();
-        QVERIFY2(folder.usable(), qPrintable(folder.problem));
-        QCOMPARE(folder.path, runtime_ + "/velmora");
-        QCOMPARE(modeOf(folder.path), 0700);
-        // Made once, then found again.
-        QCOMPARE(privateRuntimeFolder().path, folder.path);
-    }
-
     void aRuntimeFolderOthersMayUseIsPassedOver_data()
     {
         QTest::addColumn<QString>("xdg");
@@ -201,12 +191,14 @@ private slots:
                  QStringList{"instance.sock"});
     }
 
-    void theSingleInstanceSocketLivesInThePrivateFolder()
+    void theSingleInstanceSocketLivesInAClosedFolderOfTheUsersRuntimeFolder()
     {
         LocalSocketInstance first;
         QCOMPARE(first.problem(), QString());
         QVERIFY(!first.otherInstanceRunning([] {}));
         QVERIFY(QFileInfo::exists(runtime_ + "/velmora/instance.sock"));
+        QCOMPARE(modeOf(runtime_ + "/velmora"), 0700);
+        QCOMPARE(privateRuntimeFolder().path, runtime_ + "/velmora"); // made once, then found again
         LocalSocketInstance second;
         QVERIFY(second.otherInstanceRunning([] {}));
     }

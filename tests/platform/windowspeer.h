@@ -6,6 +6,7 @@
 
 #include <QProcess>
 #include <QStringList>
+#include <memory>
 #include <unistd.h>
 #include <vector>
 
@@ -32,18 +33,25 @@ inline QStringList namesOf(const std::vector<platform::ServiceEntry>& services)
     return out;
 }
 
-// Moves the test into a network namespace of its own (kept in ns) for an SMB peer (named in
-// `peer`) on port 445. Empty when done, else why the peer cannot run here.
-inline QString enterPeerNamespace(const QString& peer, NetNamespace*& ns)
-{
-    if (geteuid() != 0)
-        return peer + QStringLiteral(" in a network namespace of its own needs root");
-    if (QProcess::execute(QStringLiteral("/usr/bin/python3"), {"-c", "import samba.dcerpc.svcctl"}) != 0)
-        return QStringLiteral("python3-samba is not installed");
-    ns = new NetNamespace;
-    if (!ns->active())
-        return QStringLiteral("no network namespace could be made");
-    return {};
-}
+// For a whole test: moves it into a network namespace of its own and starts an SMB peer (named
+// in `what`) on port 445 there. skipReason says why the peer cannot run here, or is empty.
+template <typename Peer>
+struct PeerInNamespace {
+    std::unique_ptr<NetNamespace> ns;
+    std::unique_ptr<Peer> peer;
+    QString skipReason;
+
+    void start(const QString& what, const QString& user, const QString& password)
+    {
+        if (geteuid() != 0)
+            skipReason = what + QStringLiteral(" in a network namespace of its own needs root");
+        else if (QProcess::execute(QStringLiteral("/usr/bin/python3"), {"-c", "import samba.dcerpc.svcctl"}) != 0)
+            skipReason = QStringLiteral("python3-samba is not installed");
+        else if (!(ns = std::make_unique<NetNamespace>())->active())
+            skipReason = QStringLiteral("no network namespace could be made");
+        else
+            (peer = std::make_unique<Peer>())->start(user, password, &skipReason);
+    }
+};
 
 } // namespace velmora::test
