@@ -329,7 +329,6 @@ private slots:
         AlertWindow* f = w.window();
         QCOMPARE(f->Label3->text(), QStringLiteral("Current Logfilesize :  3000000  Bytes"));
         QVERIFY(!f->logSizeIsRed());
-        QCOMPARE(f->Label3->palette().color(QPalette::Window), QApplication::palette().color(QPalette::Button));
 
         QVERIFY(w.module->joblog().appendjobline(QString())); // two bytes more
         w.module->updatelogsizecolour();
