@@ -24,7 +24,6 @@
 using namespace velmora;
 using platform::MsgAnswer;
 using platform::MsgButtons;
-using platform::MsgIcon;
 using platform::sim::SimTextFiles;
 using report::ReportWindow;
 using test::WindowFixture;
@@ -346,49 +345,48 @@ private slots:
     }
 
     // The file dialog asks about the name typed; when the extension changes, the file that is
-    // written is asked about too, and No leaves it as it was (an export that was cancelled).
-    void exportAsksBeforeReplacingTheTxtFileItWrites_data()
+    // written is asked about too, and No leaves it as it was (an export that was cancelled). A
+    // write that fails says so and keeps the list, also when clearing saved first.
+    void exportEndsSavedCancelledOrFailed_data()
     {
-        QTest::addColumn<bool>("replace");
-        QTest::newRow("Yes") << true;
-        QTest::newRow("No") << false;
+        QTest::addColumn<MsgAnswer>("answer");
+        QTest::addColumn<bool>("fails");
+        QTest::addColumn<report::ExportResult>("result");
+        QTest::newRow("replace: Yes") << MsgAnswer::Yes << false << report::ExportResult::Saved;
+        QTest::newRow("replace: No") << MsgAnswer::No << false << report::ExportResult::Cancelled;
+        QTest::newRow("write fails") << MsgAnswer::Yes << true << report::ExportResult::Failed;
     }
-    void exportAsksBeforeReplacingTheTxtFileItWrites()
+    void exportEndsSavedCancelledOrFailed()
     {
-        QFETCH(bool, replace);
-        const MsgAnswer answer = replace ? MsgAnswer::Yes : MsgAnswer::No;
+        QFETCH(MsgAnswer, answer);
+        QFETCH(bool, fails);
+        QFETCH(report::ExportResult, result);
         Fleet f;
         ReportWindow& r = f.open();
+        const QStringList rows = f.rows();
         f.writeBytes("myreport.txt", "kept\r\n");
+        if (fails)
+            f.sim.files.failOn(SimTextFiles::Op::Write, "myreport.txt");
         f.sim.filedialogs.scriptSave(f.path("myreport.log"));
         f.sim.boxes.script(answer);
-        std::optional<report::ExportResult> result;
-        r.exportreport([&](report::ExportResult done) { result = done; });
-        QCOMPARE(f.boxTexts(), QStringList{f.path("myreport.txt") + " already exists.\nDo you want to replace it?"});
-        QCOMPARE(f.sim.boxes.shown.last().buttons, MsgButtons::YesNo);
-        QTRY_VERIFY(result.has_value());
-        QCOMPARE(*result, answer == MsgAnswer::Yes ? report::ExportResult::Saved : report::ExportResult::Cancelled);
-        QCOMPARE(f.readBytes("myreport.txt") == "kept\r\n", answer == MsgAnswer::No);
+        std::optional<report::ExportResult> done;
+        r.exportreport([&](report::ExportResult d) { done = d; });
+        QCOMPARE(f.boxTexts().first(), f.path("myreport.txt") + " already exists.\nDo you want to replace it?");
+        QCOMPARE(f.sim.boxes.shown.first().buttons, MsgButtons::YesNo);
+        QTRY_VERIFY(done.has_value());
+        QCOMPARE(*done, result);
+        QCOMPARE(f.boxTexts().size(), fails ? 2 : 1);
+        if (fails)
+            QVERIFY(f.boxTexts().last().startsWith("The report could not be written to " + f.path("myreport.txt")));
+        QCOMPARE(f.readBytes("myreport.txt") == "kept\r\n", result != report::ExportResult::Saved);
+        QCOMPARE(f.rows(), rows);
         QVERIFY(r.Timer1->isEnabled());
-    }
-
-    void aFailedExportSaysSoAndKeepsTheList()
-    {
-        Fleet f;
-        ReportWindow& r = f.open();
-        const QStringList before = f.rows();
-        f.sim.files.failOn(SimTextFiles::Op::Write, "out.txt");
-        f.sim.filedialogs.scriptSave(f.path("out.txt"));
-        r.mnuexport->trigger();
-        QCOMPARE(f.sim.boxes.shown.size(), 1);
-        QVERIFY(f.boxTexts().first().startsWith("The report could not be written to " + f.path("out.txt")));
-        QCOMPARE(f.rows(), before);
-        QVERIFY(r.Timer1->isEnabled());
-        // "Clear Contents" with Yes and a failed save keeps every row.
-        f.sim.boxes.script(MsgAnswer::Yes);
-        f.sim.filedialogs.scriptSave(f.path("out.txt"));
-        r.mnuclear->trigger();
-        QCOMPARE(f.rows(), before);
+        if (fails) {
+            f.sim.boxes.script(MsgAnswer::Yes);
+            f.sim.filedialogs.scriptSave(f.path("myreport.txt"));
+            r.mnuclear->trigger();
+            QCOMPARE(f.rows(), rows);
+        }
     }
 
     // Clearing, "Exit" and the close box each ask whether to save first; a cancelled save is
