@@ -30,7 +30,6 @@ using namespace velmora;
 using joblog::AlertWindow;
 using joblog::LogAndAlerts;
 using joblog::SizeCaption;
-using platform::MsgIcon;
 using platform::sim::SimPlatform;
 
 namespace {

@@ -14,7 +14,6 @@
 using namespace velmora;
 using joblog::JobLog;
 using platform::MsgButtons;
-using platform::MsgIcon;
 using platform::sim::SimPlatform;
 using platform::sim::SimTextFiles;
 

@@ -14,7 +14,6 @@
 #include <QTreeWidget>
 
 using namespace velmora;
-using platform::MsgIcon;
 using test::WindowFixture;
 namespace svcstate = platform::svcstate;
 

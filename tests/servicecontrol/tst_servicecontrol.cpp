@@ -11,7 +11,6 @@
 
 using namespace velmora;
 using platform::MsgAnswer;
-using platform::MsgIcon;
 using platform::sim::SimServices;
 using test::WindowFixture;
 namespace svcstate = platform::svcstate;

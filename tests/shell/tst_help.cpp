@@ -21,7 +21,6 @@
 
 using namespace velmora;
 using platform::MsgButtons;
-using platform::MsgIcon;
 using test::WindowFixture;
 
 namespace {

@@ -27,7 +27,6 @@
 using namespace velmora;
 using platform::MsgAnswer;
 using platform::MsgButtons;
-using platform::MsgIcon;
 using platform::sim::SimTextFiles;
 using test::crlf;
 using test::WindowFixture;

@@ -15,7 +15,6 @@
 #include <QTest>
 
 using namespace velmora;
-using platform::MsgIcon;
 using test::WindowFixture;
 
 namespace {
