@@ -1,7 +1,6 @@
-// The small models the windows show: the check interval, the service side's selection and the
-// alert rows. Tested without a window.
+// The small models the windows show: the check interval and the service side's selection.
+// Tested without a window.
 #include "core/schedule.h"
-#include "joblog/alertrows.h"
 #include "platform/sim/simplatform.h"
 #include "servicecontrol/servicepanel.h"
 
@@ -63,19 +62,6 @@ private slots:
         QCOMPARE(panel.dependents().size(), size_t(1)); // the dependents stay until listed again
         panel.setNoneRunning();
         QVERIFY(panel.dependents().empty() && panel.noneRunning());
-    }
-
-    void alertRowsShowTheirColumnsAndColour()
-    {
-        joblog::AlertRows rows;
-        rows.append({"16.11.2026", "20:50:14", "SRV1", "cups.service", "Stopped", "Alert", true});
-        rows.append({"16.11.2026", "20:50:15", "SRV1", "nginx.service", "Running", "", false});
-        QCOMPARE(rows.rowCount(), 2);
-        QCOMPARE(rows.index(0, joblog::AlertRows::Service).data().toString(), QStringLiteral("cups.service"));
-        QVERIFY(rows.index(0, 0).data(joblog::AlertRows::kRedRole).toBool());
-        QVERIFY(!rows.index(1, 0).data(joblog::AlertRows::kRedRole).toBool());
-        rows.clear();
-        QCOMPARE(rows.rowCount(), 0);
     }
 };
 

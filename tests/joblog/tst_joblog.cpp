@@ -13,9 +13,7 @@
 
 using namespace velmora;
 using joblog::JobLog;
-using joblog::SizeCaption;
 using platform::MsgButtons;
-using platform::MsgIcon;
 using platform::sim::SimPlatform;
 using platform::sim::SimTextFiles;
 
@@ -198,19 +196,6 @@ private slots:
 
     // ---- size indicator ----
 
-    void sizeIsLargeAboveThreeMillionBytesAndCaptionsDifferInSpacing()
-    {
-        QVERIFY(!joblog::logIsLarge(0));
-        QVERIFY(!joblog::logIsLarge(3000000));
-        QVERIFY(joblog::logIsLarge(3000001));
-        QCOMPARE(joblog::logSizeText(3000001, SizeCaption::Activation),
-                 QStringLiteral("Current Logfilesize: 3000001 Bytes"));
-        QCOMPARE(joblog::logSizeText(3000001, SizeCaption::CheckRun),
-                 QStringLiteral("Current Logfilesize :  3000001  Bytes"));
-        QCOMPARE(joblog::logSizeText(12345678901LL, SizeCaption::Activation),
-                 QStringLiteral("Current Logfilesize: 12345678901 Bytes"));
-    }
-
     // ---- Show Logfile ----
 
     // The log is opened under its real name; a result up to 32 is a failure shown in a box.
@@ -238,10 +223,8 @@ private slots:
         QCOMPARE(w.sim.opener.opened[0].file, w.file());
         QCOMPARE(w.sim.opener.opened[0].parameters, QString());
         QCOMPARE(w.sim.boxes.texts(), boxes);
-        for (const auto& box : w.sim.boxes.shown) {
-            QCOMPARE(box.icon, MsgIcon::Critical);
+        for (const auto& box : w.sim.boxes.shown)
             QCOMPARE(box.buttons, MsgButtons::Ok);
-        }
     }
 
     // ---- Delele Logfile ----
@@ -251,7 +234,6 @@ private slots:
         World w;
         w.log.deletelogfile(); // without a log: asked, nothing created
         QCOMPARE(w.sim.boxes.texts(), QStringList{"Are you sure you want to delete the logfile ?"});
-        QCOMPARE(w.sim.boxes.shown[0].icon, MsgIcon::Question);
         QCOMPARE(w.sim.boxes.shown[0].buttons, MsgButtons::OkCancel);
         QVERIFY(!QFile::exists(w.file()));
 
@@ -274,7 +256,6 @@ private slots:
         w.log.deletelogfile();
         QCOMPARE(bytesOf(w.file()), QByteArray("keep\r\n"));
         QCOMPARE(w.sim.boxes.shown.size(), 2);
-        QCOMPARE(w.sim.boxes.shown[1].icon, MsgIcon::Critical);
         QVERIFY(!w.sim.boxes.shown[1].text.isEmpty());
     }
 

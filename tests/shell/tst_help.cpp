@@ -12,8 +12,6 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
-#include <QGroupBox>
-#include <QLabel>
 #include <QProcess>
 #include <QPushButton>
 #include <QRegularExpression>
@@ -23,7 +21,6 @@
 
 using namespace velmora;
 using platform::MsgButtons;
-using platform::MsgIcon;
 using test::WindowFixture;
 
 namespace {
@@ -114,9 +111,7 @@ private slots:
             return;
         }
         QCOMPARE(f.sim.boxes.texts(), QStringList{message});
-        QCOMPARE(f.sim.boxes.shown.first().icon, MsgIcon::Critical);
         QCOMPARE(f.sim.boxes.shown.first().buttons, MsgButtons::Ok);
-        QCOMPARE(f.sim.boxes.shown.first().title, QStringLiteral("Velmora"));
     }
 
     void theDesktopOpenerReportsAMissingFileAndAMissingViewer()
@@ -199,11 +194,6 @@ private slots:
         shell::AboutWindow* about = aboutWindows().first();
         QCOMPARE(f.program->info->aboutWindow(), about);
         QVERIFY(about->isVisible());
-        QVERIFY(!about->isModal());
-        QCOMPARE(about->windowTitle(), QStringLiteral("Info"));
-        QCOMPARE(about->Label1->text(), QStringLiteral("Velmora  Version 3.0   "));
-        QCOMPARE(about->Command3->text(), QStringLiteral("&OK"));
-        QVERIFY(about->Frame1);
 
         QPointer<shell::AboutWindow> released(about);
         about->Command3->click();

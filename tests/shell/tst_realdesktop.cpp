@@ -50,15 +50,7 @@ struct Desktop {
     pid_t openbox = 0;
     pid_t trayer = 0;
 
-    static QByteArray find(const char* name)
-    {
-        for (const char* dir : {"/usr/bin/", "/usr/local/bin/", "/bin/"}) {
-            const QByteArray path = QByteArray(dir) + name;
-            if (access(path.constData(), X_OK) == 0)
-                return path;
-        }
-        return {};
-    }
+    static QByteArray find(const char* name) { return QFile::encodeName(QStandardPaths::findExecutable(name)); }
 
     static pid_t spawn(const QByteArray& program, const QList<QByteArray>& args)
     {
@@ -218,31 +210,22 @@ QWidget* iconWindow()
     return nullptr;
 }
 
+// Runs xdotool with the words of a command line, as a user's hand moves the pointer.
+void xdo(const QString& words) { run("xdotool", words.split(' ')); }
+
 void click(const QPoint& at, int button, int count)
 {
     // Not "mousemove --sync": it waits for a motion, and the pointer may be there already.
-    run(QStringLiteral("xdotool"), {QStringLiteral("mousemove"), QString::number(at.x()), QString::number(at.y()),
-                                    QStringLiteral("sleep"), QStringLiteral("0.2"), QStringLiteral("click"),
-                                    QStringLiteral("--repeat"),
-                                    QString::number(count), QStringLiteral("--delay"), QStringLiteral("80"),
-                                    QString::number(button)});
+    xdo(QString("mousemove %1 %2 sleep 0.2 click --repeat %3 --delay 80 %4").arg(at.x()).arg(at.y()).arg(count).arg(button));
 }
 
 // Presses the left button at from, moves to to and lets go, as a hand dragging a title bar.
 void drag(const QPoint& from, const QPoint& to)
 {
-    const auto at = [](const QPoint& p) { return QStringList{QString::number(p.x()), QString::number(p.y())}; };
-    run(QStringLiteral("xdotool"), QStringList{QStringLiteral("mousemove")} + at(from) +
-                                       QStringList{QStringLiteral("sleep"), QStringLiteral("0.2"),
-                                                   QStringLiteral("mousedown"), QStringLiteral("1"),
-                                                   QStringLiteral("sleep"), QStringLiteral("0.2"),
-                                                   QStringLiteral("mousemove")} +
-                                       at((from + to) / 2) +
-                                       QStringList{QStringLiteral("sleep"), QStringLiteral("0.2"),
-                                                   QStringLiteral("mousemove")} +
-                                       at(to) +
-                                       QStringList{QStringLiteral("sleep"), QStringLiteral("0.2"),
-                                                   QStringLiteral("mouseup"), QStringLiteral("1")});
+    const QPoint mid = (from + to) / 2;
+    xdo(QString("mousemove %1 %2 sleep 0.2 mousedown 1 sleep 0.2 mousemove %3 %4 sleep 0.2 mousemove %5 %6 "
+                "sleep 0.2 mouseup 1")
+            .arg(from.x()).arg(from.y()).arg(mid.x()).arg(mid.y()).arg(to.x()).arg(to.y()));
 }
 
 // Closes every message box the program shows by a click on its OK button, and keeps the texts.
@@ -389,7 +372,7 @@ private slots:
         QCOMPARE(placed.size(), start.size());
 
         if (minimize) {
-            run(QStringLiteral("xdotool"), {QStringLiteral("windowminimize"), QString::number(r.w->winId())});
+            xdo("windowminimize " + QString::number(r.w->winId()));
             QTRY_VERIFY(r.w->isMinimized());
         } else {
             r.w->Command11->click();
@@ -458,7 +441,7 @@ private slots:
         QCOMPARE(closer.texts.size(), 2);
         // The user switches to the main window and back to the report: the scans go on.
         for (QWidget* window : std::initializer_list<QWidget*>{r.w, report}) {
-            run(QStringLiteral("xdotool"), {QStringLiteral("windowactivate"), QString::number(window->winId())});
+            xdo("windowactivate " + QString::number(window->winId()));
             QTRY_VERIFY(window->isActiveWindow());
         }
         r.f.sim.clock.advance(5 * 60000);

@@ -1,6 +1,7 @@
 // Server management from the main window: the Add Server dialog, Remove Server, maintenance
-// (with and without an end) and the Server Properties window, and the names that may never
-// become servers because their files are the program's own.
+// (with and without an end) and the Server Properties window, the names that may never become
+// servers because their files are the program's own, and which servers are Windows servers (kept
+// in "ServerTypes"; a changed kind closes the server's connections, removing a server forgets it).
 #include "core/datafolder.h"
 #include "core/monitoredservices.h"
 #include "monitoring/setupwindow.h"
@@ -9,6 +10,7 @@
 #include "shell/propertieswindow.h"
 #include "support/windowfixture.h"
 
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDateTimeEdit>
 #include <QGroupBox>
@@ -18,13 +20,14 @@
 #include <QMenu>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QTest>
 #include <QTreeWidget>
 
 using namespace velmora;
 using platform::MsgAnswer;
 using platform::MsgButtons;
-using platform::MsgIcon;
+using platform::sim::SimTextFiles;
 using test::crlf;
 using test::WindowFixture;
 namespace svcstate = platform::svcstate;
@@ -91,6 +94,14 @@ const QStringList kOwnFiles{"Computerlist", "Computers", "Settings",        "Int
                             "SMTPServer",   "MailProfile", "AutoExport.txt", "velmorahelp.chm", "ServerTypes",
                             "SMTPOptions",  "velmora-svcctl", "velmora"};
 
+// The service manager calls that closed a connection.
+QStringList disconnects(const WindowFixture& f)
+{
+    return f.sim.services.calls().filter(QRegularExpression("^disconnect "));
+}
+
+const QString kTypeNotSaved = "Could not save the server type of %1. It remains a %2 server.";
+
 } // namespace
 
 class TestServerManagement : public QObject {
@@ -107,10 +118,6 @@ private slots:
 
         w.Command13->click();
         QPointer<shell::AddServerDialog> d = w.addServerDialog();
-        QVERIFY(d);
-        QVERIFY(d->isVisible());
-        QCOMPARE(d->Text1->text(), QString());
-        QVERIFY(d->OKButton->isDefault());
 
         // Each refusal keeps the dialog open with the name typed.
         const QList<std::pair<QString, QString>> refused{
@@ -122,8 +129,6 @@ private slots:
             d->Text1->setText(typed);
             d->OKButton->click();
             QCOMPARE(f.sim.boxes.texts().last(), box);
-            QCOMPARE(int(f.sim.boxes.shown.last().icon), int(MsgIcon::Information));
-            QCOMPARE(f.sim.boxes.shown.last().title, QStringLiteral("Velmora"));
             QVERIFY(d->isVisible());
             QCOMPARE(d->Text1->text(), typed);
         }
@@ -135,14 +140,12 @@ private slots:
         QCOMPARE(serverNames(w), (QStringList{"FS1", "NEWHOST"}));
         QCOMPARE(serverIcons(w), (QList<int>{7, 7}));
         QCOMPARE(f.readBytes("Computerlist"), crlf({"FS1", "NEWHOST"}));
-        QVERIFY(!d->isVisible());
         QVERIFY(released(d));
 
         // The menu item opens it too, with an empty field again; a server that does not
         // answer gets icon 8. Cancel adds nothing.
         w.mnuaddserver->trigger();
         d = w.addServerDialog();
-        QVERIFY(d && d->isVisible());
         QCOMPARE(d->Text1->text(), QString());
         d->Text1->setText("dark");
         d->OKButton->click();
@@ -281,7 +284,6 @@ private slots:
         f.sim.boxes.script(MsgAnswer::Cancel);
         w.Command14->click();
         QCOMPARE(f.sim.boxes.texts(), QStringList{"Are you sure to remove the Server?     "});
-        QCOMPARE(int(f.sim.boxes.shown.last().icon), int(MsgIcon::Question));
         QCOMPARE(int(f.sim.boxes.shown.last().buttons), int(MsgButtons::OkCancel));
         QCOMPARE(serverNames(w), (QStringList{"FS1", "DC1"}));
         QVERIFY(f.fileExists("FS1"));
@@ -317,7 +319,6 @@ private slots:
         w.Command14->click();
         const QString ask = "The Server to be removed is beeing monitored. Are you sure to remove the Server?     ";
         QCOMPARE(f.sim.boxes.texts(), QStringList{ask});
-        QCOMPARE(int(f.sim.boxes.shown.last().icon), int(MsgIcon::Question));
         QCOMPARE(int(f.sim.boxes.shown.last().buttons), int(MsgButtons::OkCancel));
         QVERIFY(f.fileExists("DC1"));
         QCOMPARE(f.readBytes("Computers"), crlf({"DC1", "WEB1"}));
@@ -342,7 +343,7 @@ private slots:
         QCOMPARE(f.sim.net.cancelled, QStringList{"DC1"});
 
         // A "Computers" that cannot be written keeps the server, its file and its connection.
-        f.sim.files.failOn(platform::sim::SimTextFiles::Op::Write, "Computers");
+        f.sim.files.failOn(SimTextFiles::Op::Write, "Computers");
         select(w, "WEB1");
         w.Command14->click();
         QVERIFY(f.sim.boxes.texts().last().startsWith("Could not save"));
@@ -431,14 +432,11 @@ private slots:
         w.mnumaintenance->trigger();
         w.mnumaintenance4h->trigger();
         QCOMPARE(f.sim.boxes.texts(), QStringList(2, "Only monitored Servers can be put in Maintenance!  "));
-        QCOMPARE(int(f.sim.boxes.shown.last().icon), int(MsgIcon::Information));
         QVERIFY(!f.program->servers.find("FS1")->maintenance);
         w.mnuoutmaintenance->trigger();
         QCOMPARE(f.sim.boxes.texts().size(), 2);
 
-        // Without an end: until switched off, however long. (Dimmed is told apart by colour.)
-        QVERIFY(w.ListView2->palette().brush(QPalette::Disabled, QPalette::Text) !=
-                w.ListView2->palette().brush(QPalette::Active, QPalette::Text));
+        // Without an end: until switched off, however long.
         select(w, "WEB1");
         w.mnumaintenance->trigger();
         QVERIFY(f.program->servers.find("WEB1")->maintenance);
@@ -552,7 +550,6 @@ private slots:
         w.mnuproperties->trigger();
         QPointer<shell::PropertiesWindow> p = w.propertiesWindow();
         QVERIFY(p);
-        QCOMPARE(p->List2->count(), 5);
         QStringList shown;
         for (int i = 0; i < p->List2->count(); ++i)
             shown << p->List2->item(i)->text();
@@ -560,12 +557,9 @@ private slots:
         QCOMPARE(p->List1->count(), records.size());
         QVERIFY(p->List1->isHidden());
         QCOMPARE(p->Text1->text(), QStringLiteral("Domain controller"));
-        QCOMPARE(p->Text2->text(), QStringLiteral("10.0.0.5 / 24"));
         QCOMPARE(p->Text3->text(), QStringLiteral("DC, high"));
-        QCOMPARE(p->Text4->text(), QStringLiteral("Room 4"));
         QCOMPARE(p->Text5->toPlainText(), QStringLiteral("Anna 123\nBen 456"));
         QCOMPARE(p->Text6->toPlainText(), QStringLiteral("Call Anna\n\nthen Ben"));
-        QCOMPARE(p->Text7->toPlainText(), QString());
 
         // Unchanged: the same bytes.
         p->Command1->click();
@@ -604,10 +598,9 @@ private slots:
         w.mnuproperties->trigger();
         p = w.propertiesWindow();
         p->Text1->setText("lost?");
-        f.sim.files.failOn(platform::sim::SimTextFiles::Op::Write, "DC1");
+        f.sim.files.failOn(SimTextFiles::Op::Write, "DC1");
         p->Command1->click();
         QVERIFY(f.sim.boxes.texts().last().startsWith("Could not save"));
-        QCOMPARE(int(f.sim.boxes.shown.last().icon), int(MsgIcon::Critical));
         QVERIFY(p->isVisible());
         QCOMPARE(p->Text1->text(), QStringLiteral("lost?"));
         QCOMPARE(f.readBytes("DC1"), crlf(records + changed));
@@ -618,40 +611,202 @@ private slots:
         QCOMPARE(f.readBytes("DC1"), crlf(records + changed));
     }
 
-    // A file without the headers: its lines are all kept as record lines and the complete
-    // block follows them on saving. A file that breaks off mid-block keeps what it has.
-    void propertiesOfFilesWithoutHeaders()
+    void addServerStoresTheKind()
     {
         WindowFixture f;
-        f.writeFile("Computerlist", {"OLD1", "CUT2"});
-        const QStringList old{"Spooler;spooler;Alert;;;;;", "free text"};
-        f.writeFile("OLD1", old);
-        f.writeFile("CUT2", {"[Properties:]", "[Servername / Alias:]", "cut", "[Role / Priority:]", "r"});
+        f.writeFile("Computerlist", {"FS1"});
+        // Left from an earlier server of the same name: adding it again asks anew.
+        f.writeFile("ServerTypes", {"OLDHOST\twindows"});
         auto& w = f.start();
 
-        select(w, "OLD1");
+        w.Command13->click();
+        QPointer<shell::AddServerDialog> d = w.addServerDialog();
+        QVERIFY(d && d->isVisible());
+        QVERIFY(d->Check1->isVisible());
+        QCOMPARE(d->Check1->text(), QStringLiteral("&Windows server"));
+        QVERIFY(!d->Check1->isChecked());
+
+        // A refused name stores no kind and keeps the choice for the next try.
+        d->Check1->setChecked(true);
+        d->Text1->setText("fs1");
+        d->OKButton->click();
+        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Item already exists !"));
+        QVERIFY(d->isVisible());
+        QVERIFY(d->Check1->isChecked());
+        QVERIFY(!f.sim.serverkinds.isWindows("FS1"));
+
+        d->Text1->setText("win1");
+        d->OKButton->click();
+        QVERIFY(released(d));
+        QCOMPARE(serverNames(w), (QStringList{"FS1", "WIN1"}));
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"OLDHOST\twindows", "WIN1\twindows"}));
+
+        // Each opening starts as a systemd server.
+        w.Command13->click();
+        d = w.addServerDialog();
+        QVERIFY(!d->Check1->isChecked());
+        d->Text1->setText("oldhost");
+        d->OKButton->click();
+        QCOMPARE(serverNames(w), (QStringList{"FS1", "WIN1", "OLDHOST"}));
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"WIN1\twindows"}));
+
+        // Cancel stores nothing.
+        w.Command13->click();
+        d = w.addServerDialog();
+        d->Text1->setText("never");
+        d->Check1->setChecked(true);
+        d->CancelButton->click();
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"WIN1\twindows"}));
+        QVERIFY(!f.sim.serverkinds.isWindows("NEVER"));
+    }
+
+    void addServerWhoseKindCannotBeStored()
+    {
+        WindowFixture f;
+        f.writeFile("Computerlist", {"FS1"});
+        auto& w = f.start();
+        f.sim.files.failOn(SimTextFiles::Op::Write, "ServerTypes");
+        w.Command13->click();
+        QPointer<shell::AddServerDialog> d = w.addServerDialog();
+        d->Text1->setText("win1");
+        d->Check1->setChecked(true);
+        d->OKButton->click();
+        // The server is added, as a systemd server, and the user told.
+        QCOMPARE(f.sim.boxes.texts().last(), kTypeNotSaved.arg("WIN1", "systemd"));
+        QVERIFY(released(d));
+        QCOMPARE(serverNames(w), (QStringList{"FS1", "WIN1"}));
+        QVERIFY(!f.sim.serverkinds.isWindows("WIN1"));
+        QVERIFY(!f.fileExists("ServerTypes"));
+    }
+
+    void propertiesChangeTheKindAndCloseTheConnections()
+    {
+        WindowFixture f;
+        f.writeFile("Computerlist", {"FS1", "DC1\tmonitored"});
+        f.writeFile("Computers", {"DC1"});
+        f.writeFile("DC1", {"Spooler;Spooler;;;;;;"});
+        f.writeFile("ServerTypes", {"DC1\twindows"});
+        auto& w = f.start();
+        f.sim.net.cancelled.clear();
+        const int disconnectsBefore = disconnects(f).size();
+
+        select(w, "FS1");
         w.mnuproperties->trigger();
         QPointer<shell::PropertiesWindow> p = w.propertiesWindow();
-        QCOMPARE(p->List2->count(), 2);
-        for (QLineEdit* t : {p->Text1, p->Text2, p->Text3, p->Text4})
-            QCOMPARE(t->text(), QString());
+        QVERIFY(p && p->isVisible());
+        QVERIFY(p->Check1->isVisible());
+        QVERIFY(!p->Check1->isChecked());
+        // Unchanged: nothing stored, no connection closed.
         p->Command1->click();
         QVERIFY(released(p));
-        QCOMPARE(f.readBytes("OLD1"), crlf(old + kEmptyBlock));
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"DC1\twindows"}));
+        QVERIFY(f.sim.net.cancelled.isEmpty());
 
-        // The address header is missing: its field and the role after it stay empty (the role's
-        // header is taken where the address should be), the alias is read.
-        select(w, "CUT2");
+        // Cancel keeps the kind.
         w.mnuproperties->trigger();
         p = w.propertiesWindow();
-        QCOMPARE(p->Text1->text(), QStringLiteral("cut"));
-        QCOMPARE(p->Text2->text(), QString());
-        QCOMPARE(p->Text3->text(), QString());
+        p->Check1->setChecked(true);
+        p->Command2->click();
+        QVERIFY(released(p));
+        QVERIFY(!f.sim.serverkinds.isWindows("FS1"));
+        QVERIFY(f.sim.net.cancelled.isEmpty());
+
+        // OK stores it and closes the connections made for the other kind.
+        w.mnuproperties->trigger();
+        p = w.propertiesWindow();
+        p->Text1->setText("fileserver");
+        p->Check1->setChecked(true);
         p->Command1->click();
         QVERIFY(released(p));
-        QStringList expected = kEmptyBlock;
-        expected[2] = "cut";
-        QCOMPARE(f.readBytes("CUT2"), crlf(expected));
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"DC1\twindows", "FS1\twindows"}));
+        QCOMPARE(f.sim.net.cancelled, QStringList{"FS1"});
+        QCOMPARE(disconnects(f).mid(disconnectsBefore), QStringList{"disconnect FS1"});
+        QVERIFY(f.readBytes("FS1").contains("fileserver"));
+
+        // A Windows server shows as one, and goes back to systemd the same way.
+        select(w, "DC1");
+        w.mnuproperties->trigger();
+        p = w.propertiesWindow();
+        QVERIFY(p->Check1->isChecked());
+        p->Check1->setChecked(false);
+        p->Command1->click();
+        QVERIFY(released(p));
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"FS1\twindows"}));
+        QCOMPARE(f.sim.net.cancelled, (QStringList{"FS1", "DC1"}));
+        QCOMPARE(disconnects(f).mid(disconnectsBefore), (QStringList{"disconnect FS1", "disconnect DC1"}));
+
+        // A kind that cannot be stored keeps the window open as it was, the server its kind and
+        // its connections.
+        f.sim.files.failOn(SimTextFiles::Op::Write, "ServerTypes");
+        w.mnuproperties->trigger();
+        p = w.propertiesWindow();
+        p->Check1->setChecked(true);
+        p->Command1->click();
+        QCOMPARE(f.sim.boxes.texts().last(), kTypeNotSaved.arg("DC1", "systemd"));
+        QVERIFY(p && p->isVisible());
+        QVERIFY(p->Check1->isChecked());
+        QVERIFY(!f.sim.serverkinds.isWindows("DC1"));
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"FS1\twindows"}));
+        QCOMPARE(f.sim.net.cancelled, (QStringList{"FS1", "DC1"}));
+        f.sim.files.clearFailures();
+        p->Command1->click();
+        QVERIFY(released(p));
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"FS1\twindows", "DC1\twindows"}));
+        QCOMPARE(f.sim.net.cancelled, (QStringList{"FS1", "DC1", "DC1"}));
+    }
+
+    void removingAServerForgetsItsKind()
+    {
+        WindowFixture f;
+        f.writeFile("Computerlist", {"WIN1", "WIN2\tmonitored", "FS1"});
+        f.writeFile("Computers", {"WIN2"});
+        f.writeFile("WIN2", {"Spooler;Spooler;;;;;;"});
+        f.writeFile("ServerTypes", {"WIN1\twindows", "WIN2\twindows"});
+        auto& w = f.start();
+
+        // Not removed: still a Windows server.
+        select(w, "WIN1");
+        f.sim.boxes.script(MsgAnswer::Cancel);
+        w.Command14->click();
+        QVERIFY(f.sim.serverkinds.isWindows("WIN1"));
+
+        w.Command14->click();
+        QCOMPARE(serverNames(w), (QStringList{"WIN2", "FS1"}));
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"WIN2\twindows"}));
+
+        select(w, "WIN2");
+        w.Command14->click();
+        QCOMPARE(serverNames(w), QStringList{"FS1"});
+        QCOMPARE(f.readBytes("ServerTypes"), QByteArray());
+
+        // Added again without the choice, it is a systemd server.
+        w.Command13->click();
+        QPointer<shell::AddServerDialog> d = w.addServerDialog();
+        d->Text1->setText("win2");
+        d->OKButton->click();
+        QVERIFY(!f.sim.serverkinds.isWindows("WIN2"));
+    }
+
+    // Where the platform knows only systemd servers the choice is not offered.
+    void noChoiceWithoutWindowsServers()
+    {
+        platform::sim::SimPlatform sim;
+        platform::Platform p = sim.platform();
+        p.serverkinds = nullptr;
+        QStringList added;
+        shell::AddServerDialog d{shell::ServerKindChoice(p)};
+        QObject::connect(&d, &shell::AddServerDialog::addRequested, [&](const QString& name) {
+            added << name;
+            d.added(name);
+        });
+        d.setAttribute(Qt::WA_DeleteOnClose, false);
+        d.show();
+        QVERIFY(d.Check1->isHidden());
+        d.Text1->setText("fs1");
+        d.OKButton->click();
+        QCOMPARE(added, QStringList{"FS1"});
+        QVERIFY(sim.boxes.shown.isEmpty());
+        QVERIFY(!d.isVisible());
     }
 };
 
