@@ -30,7 +30,7 @@ struct ActionRig {
     ActionRig& build()
     {
         const platform::Platform& p = state.platform;
-        log = std::make_unique<joblog::JobLog>(p, [this] { return state.datafolder; });
+        log = std::make_unique<joblog::JobLog>(p, state);
         mailer = std::make_unique<actions::AlertMailer>(*p.files, p.secrets, p.system, *p.clock, *p.tcp,
                                                         *p.profilemail, *p.boxes, *log, state.datafolder);
         mailer->refreschmailsettings();
