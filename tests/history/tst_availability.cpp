@@ -20,10 +20,10 @@ qint64 minutes(qint64 t) { return (t - kBase.toSecsSinceEpoch()) / 60; }
 
 // A log from lines of a small language: "MIN SERVER SERVICE RESULT" is a check line,
 // "MIN SERVER !unreachable", "!maintenance" or "!ended" a server line, "+TEXT" an action line.
-QByteArray logOf(const QStringList& spec, const QLocale& locale = QLocale(QLocale::German, QLocale::Germany))
+QByteArray logOf(const QStringList& script, const QLocale& locale = QLocale(QLocale::German, QLocale::Germany))
 {
     QByteArray out;
-    for (const QString& line : spec) {
+    for (const QString& line : script) {
         QString text;
         if (line.startsWith('+')) {
             text = line.mid(1);
