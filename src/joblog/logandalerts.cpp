@@ -112,14 +112,6 @@ void LogAndAlerts::showNextScan(const QDateTime& at)
                                    timeText(at, joblog().locale()));
 }
 
-QString LogAndAlerts::joinactions(const QStringList& actionSlots)
-{
-    QStringList five = actionSlots.mid(0, 5);
-    while (five.size() < 5)
-        five << QString();
-    return five.join(QStringLiteral("   "));
-}
-
 void LogAndAlerts::resetalert()
 {
     if (timer_)

@@ -46,7 +46,7 @@ public:
     // Shows the alert window modeless and brings it to the front (restored if minimised).
     void showalertwindow() override;
     // Adds a row for a failed service: date, time, then server, service and state in red, then
-    // the actions (the five action slots joined by joinactions()).
+    // the actions (the five action slots joined with three blanks).
     void addalertrow(const QString& server, const QString& service, const QString& state,
                      const QString& actions) override;
     void addcheckrow(const QString& server, const QString& service, const QString& shown, const QString& actions,
@@ -54,8 +54,6 @@ public:
     void beginTimedScan() override;
     void beginImmediateCheck() override;
     void showNextScan(const QDateTime& at) override;
-    // The five action slots joined with three blanks, empty slots keeping their separators.
-    static QString joinactions(const QStringList& actionSlots);
 
     // Switches the signal off and stops a playing sound; a sound that cannot be stopped is
     // reported with its error code.
