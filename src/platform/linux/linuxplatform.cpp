@@ -287,8 +287,12 @@ void endProcessNow(int code)
 
 LinuxPlatform::LinuxPlatform() : d(std::make_unique<Impl>())
 {
-    // No ssh session outlives the program, however it is left.
-    d->app.setBeforeEnd([net = &d->net] { net->closeAll(); });
+    // No ssh session outlives the program, however it is left, and no folder of their sockets:
+    // the program ends without running destructors.
+    d->app.setBeforeEnd([net = &d->net, ssh = &d->ssh] {
+        net->closeAll();
+        ssh->leave();
+    });
 }
 LinuxPlatform::~LinuxPlatform() = default;
 

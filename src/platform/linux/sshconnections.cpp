@@ -180,7 +180,9 @@ SshConnections::SshConnections(QStringList extraOptions, QString program, Creden
     });
 }
 
-SshConnections::~SshConnections()
+SshConnections::~SshConnections() { leave(); }
+
+void SshConnections::leave()
 {
     closeAll();
     questionServer_.reset();

@@ -43,7 +43,7 @@ public:
     // program ssh runs to ask (empty: this program, which must call askpassMain()).
     explicit SshConnections(QStringList extraOptions = {}, QString program = QStringLiteral("ssh"),
                             CredentialsPrompt* prompt = nullptr, QString askpass = {});
-    // Ends every master (closeAll()).
+    // leave()
     ~SshConnections() override;
 
     // Besides the codes of NetConnections::add:
@@ -57,6 +57,9 @@ public:
     // Ends every master this object started, waiting at most about a second in all: a master
     // that does not end on request is killed. Requests still under way report nothing.
     void closeAll() override;
+    // Ends every master and removes the private folder with its sockets, as the destructor does;
+    // for a program that leaves without running destructors. Open nothing after it.
+    void leave();
 
     // The control socket of a server's connection (the remote service backend connects through
     // it); empty when there is no private folder. May be called from any thread.
