@@ -27,22 +27,6 @@ using test::WindowFixture;
 
 namespace {
 
-QStringList serverNames(const shell::MainWindow& w)
-{
-    QStringList out;
-    for (int i = 0; i < w.ListView2->topLevelItemCount(); ++i)
-        out << w.ListView2->topLevelItem(i)->text(0);
-    return out;
-}
-
-QList<int> serverIcons(const shell::MainWindow& w)
-{
-    QList<int> out;
-    for (int i = 0; i < w.ListView2->topLevelItemCount(); ++i)
-        out << shell::MainWindow::serverIcon(w.ListView2->topLevelItem(i));
-    return out;
-}
-
 void rightClick(QTreeWidget* view, QTreeWidgetItem* item)
 {
     const QPoint pos = item ? view->visualItemRect(item).center() : QPoint(5, view->viewport()->height() - 5);
@@ -99,18 +83,27 @@ private slots:
     void serverListIsReadWithIconsAndMonitoredServersAreMigrated()
     {
         WindowFixture f;
-        f.writeFile("Computers", {"DC1", "FS2"});
-        // DC1's file has stray blank lines and no properties block.
+        f.writeFile("Computers", {"DC1", "FS2", "DC3"});
+        // DC1's file has stray blank lines and no properties block; DC3's is tidy already and
+        // is left untouched.
         f.writeFile("DC1", {"", "Spooler;Spooler;Alert;;;;;", ""});
+        f.writeFile("DC3", QStringList{"Print Spooler;spooler;Alert;;;;;"} + core::emptyPropertiesTemplate());
+        const QDateTime old(QDate(2020, 1, 1), QTime(12, 0));
+        {
+            QFile file(f.path("DC3"));
+            QVERIFY(file.open(QIODevice::ReadWrite) && file.setFileTime(old, QFileDevice::FileModificationTime));
+        }
         f.sim.icmp.addComputer("DC1", "10.0.0.1", 0);
         f.sim.icmp.addComputer("FS2", "10.0.0.2", 11010);
+        f.sim.icmp.addComputer("DC3", "10.0.0.3", 0);
         auto& w = f.start();
 
-        QCOMPARE(f.readBytes("Computerlist"), QByteArray("DC1\tmonitored\r\nFS2\tmonitored\r\n"));
-        QCOMPARE(serverNames(w), (QStringList{"DC1", "FS2"}));
-        QCOMPARE(serverIcons(w), (QList<int>{9, 10}));
+        QCOMPARE(f.readBytes("Computerlist"), QByteArray("DC1\tmonitored\r\nFS2\tmonitored\r\nDC3\tmonitored\r\n"));
+        QCOMPARE(f.serverNames(), (QStringList{"DC1", "FS2", "DC3"}));
+        QCOMPARE(f.serverIcons(), (QList<int>{9, 10, 9}));
         QCOMPARE(w.Text1->text(), QStringLiteral("DC1"));
-        QCOMPARE(w.Combo1->count(), 2);
+        QCOMPARE(w.Combo1->count(), 3);
+        QCOMPARE(QFileInfo(f.path("DC3")).lastModified(), old);
         QCOMPARE(f.readBytes("DC1"),
                  crlf({"Spooler;Spooler;Alert;;;;;", "[Properties:]", "[Servername / Alias:]", "",
                        "[IP Address / Subnet:]", "", "[Role / Priority:]", "", "[Location / Department:]", "",
@@ -375,23 +368,6 @@ private slots:
         QCOMPARE(shell::MainWindow::serverIcon(w.findServer("DC1")), 8);
     }
 
-    // Start-up tidies the per-server files but leaves a file it would not change untouched.
-    void tidyFileIsNotRewrittenAtStartUp()
-    {
-        WindowFixture f;
-        f.writeFile("Computerlist", {"DC1\tmonitored"});
-        f.writeFile("Computers", {"DC1"});
-        f.writeFile("DC1", QStringList{"Print Spooler;spooler;Alert;;;;;"} + core::emptyPropertiesTemplate());
-        const QDateTime old(QDate(2020, 1, 1), QTime(12, 0));
-        {
-            QFile file(f.path("DC1"));
-            QVERIFY(file.open(QIODevice::ReadWrite));
-            QVERIFY(file.setFileTime(old, QFileDevice::FileModificationTime));
-        }
-        f.start();
-        QCOMPARE(QFileInfo(f.path("DC1")).lastModified(), old);
-    }
-
     void timer9RepingsEveryServerAndFlipsOnlyReachability()
     {
         WindowFixture f;
@@ -400,22 +376,22 @@ private slots:
         f.sim.icmp.addComputer("SRV2", "10.1.0.2", 0);
         f.sim.icmp.addComputer("SRV3", "10.1.0.3", 11003);
         auto& w = f.start();
-        QCOMPARE(serverIcons(w), (QList<int>{9, 7, 10}));
+        QCOMPARE(f.serverIcons(), (QList<int>{9, 7, 10}));
 
         f.sim.icmp.setStatus("SRV1", 11010);
         f.sim.icmp.setStatus("SRV2", 11002);
         f.sim.icmp.setStatus("SRV3", 0);
         f.sim.icmp.pinged.clear();
         f.sim.clock.advance(59000 - 1000);
-        QCOMPARE(serverIcons(w), (QList<int>{9, 7, 10}));
+        QCOMPARE(f.serverIcons(), (QList<int>{9, 7, 10}));
         f.sim.clock.advance(1000);
         QCOMPARE(f.sim.icmp.pinged, (QStringList{"10.1.0.1", "10.1.0.2", "10.1.0.3"}));
-        QCOMPARE(serverIcons(w), (QList<int>{10, 8, 9}));
+        QCOMPARE(f.serverIcons(), (QList<int>{10, 8, 9}));
 
         // A name that does not resolve counts as unreachable.
         f.sim.icmp.addComputer("SRV1", "", 0);
         f.sim.clock.advance(60000);
-        QCOMPARE(serverIcons(w).first(), 10);
+        QCOMPARE(f.serverIcons().first(), 10);
     }
 
     void hugeServerListTakesTheCloseBoxWhileItsAnswersComeIn()
@@ -484,35 +460,6 @@ private slots:
         QCOMPARE(w.services->ListView1->topLevelItemCount(), 1);
         w.mnushowactive->trigger();
         QCOMPARE(w.services->Label1->text(), QStringLiteral("Active Services on : UP"));
-    }
-
-    void browseAddsAtOnceAndLocalWaitsForTheExit()
-    {
-        WindowFixture f;
-        f.sim.icmp.addComputer("NEWHOST", "10.3.0.1", 11010);
-        auto& w = f.start();
-
-        f.sim.chooser.answer = "newhost";
-        w.Command3->click();
-        QCOMPARE(serverNames(w), QStringList{"NEWHOST"});
-        QCOMPARE(serverIcons(w), QList<int>{8});
-        QCOMPARE(f.readBytes("Computerlist"), QByteArray("NEWHOST\r\n"));
-
-        w.Command3->click();
-        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Item already exists !"));
-        f.sim.chooser.answer = "";
-        w.Command3->click();
-        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Invalid Servername !"));
-
-        f.sim.system.computer_name = "adminpc";
-        w.Command10->click();
-        QCOMPARE(serverNames(w), (QStringList{"NEWHOST", "ADMINPC"}));
-        QCOMPARE(serverIcons(w), (QList<int>{8, 7})); // shown reachable without a ping
-        QCOMPARE(w.Text1->text(), QStringLiteral("ADMINPC"));
-        QCOMPARE(f.readBytes("Computerlist"), QByteArray("NEWHOST\r\n"));
-        w.Command10->click();
-        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Item already exists !"));
-        QCOMPARE(w.Combo1->count(), 0); // not monitored
     }
 
     void rightClickOnServerList()

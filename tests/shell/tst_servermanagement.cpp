@@ -4,6 +4,7 @@
 // in "ServerTypes"; a changed kind closes the server's connections, removing a server forgets it).
 #include "core/datafolder.h"
 #include "core/monitoredservices.h"
+#include "core/serverfile.h"
 #include "monitoring/setupwindow.h"
 #include "shell/addserverdialog.h"
 #include "shell/maintenancedialog.h"
@@ -29,34 +30,11 @@ using platform::MsgAnswer;
 using platform::MsgButtons;
 using platform::sim::SimTextFiles;
 using test::crlf;
+using test::released;
 using test::WindowFixture;
 namespace svcstate = platform::svcstate;
 
 namespace {
-
-QStringList serverNames(const shell::MainWindow& w)
-{
-    QStringList out;
-    for (int i = 0; i < w.ListView2->topLevelItemCount(); ++i)
-        out << w.ListView2->topLevelItem(i)->text(0);
-    return out;
-}
-
-QList<int> serverIcons(const shell::MainWindow& w)
-{
-    QList<int> out;
-    for (int i = 0; i < w.ListView2->topLevelItemCount(); ++i)
-        out << shell::MainWindow::serverIcon(w.ListView2->topLevelItem(i));
-    return out;
-}
-
-void select(shell::MainWindow& w, const QString& name)
-{
-    QTreeWidgetItem* item = w.findServer(name);
-    QVERIFY(item);
-    w.ListView2->setCurrentItem(item);
-    w.selectServer();
-}
 
 bool dimmed(const shell::MainWindow& w, const QString& name)
 {
@@ -64,30 +42,7 @@ bool dimmed(const shell::MainWindow& w, const QString& name)
     return item && item->foreground(0) == w.ListView2->palette().brush(QPalette::Disabled, QPalette::Text);
 }
 
-// Waits until a window released on closing is gone.
-template <typename T>
-bool released(const QPointer<T>& window)
-{
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    return window.isNull();
-}
-
-const QStringList kEmptyBlock{"[Properties:]",
-                              "[Servername / Alias:]",
-                              "",
-                              "[IP Address / Subnet:]",
-                              "",
-                              "[Role / Priority:]",
-                              "",
-                              "[Location / Department:]",
-                              "",
-                              "[Responsibles / Contact:]",
-                              "",
-                              "[Action list for monitoring staff]",
-                              "",
-                              "[Remarks / Comments:]",
-                              "",
-                              "[EOF]"};
+QStringList block() { return core::emptyPropertiesTemplate(); }
 
 // The files the program keeps or runs from, each filled with something a test can recognise.
 const QStringList kOwnFiles{"Computerlist", "Computers", "Settings",        "Interval",        "Jobs.log",
@@ -104,22 +59,31 @@ const QString kTypeNotSaved = "Could not save the server type of %1. It remains 
 
 } // namespace
 
+
 class TestServerManagement : public QObject {
     Q_OBJECT
 private slots:
-    void addServerDialogRefusesThenAdds()
+    // Add Server keeps the dialog open as it was after each refusal, adds with the kind chosen
+    // (each opening starts as a systemd server) and stores the kind in "ServerTypes"; "&Browse..."
+    // adds and writes the list at once, "&Local " adds and writes it only at the exit.
+    void addingServers()
     {
         WindowFixture f;
         f.writeFile("Computerlist", {"FS1"});
+        // Left from an earlier server of the same name: adding it again asks anew.
+        f.writeFile("ServerTypes", {"OLDHOST\twindows"});
         f.sim.icmp.addComputer("FS1", "10.5.0.1", 0);
         f.sim.icmp.addComputer("NEWHOST", "10.5.0.2", 0);
         f.sim.icmp.addComputer("DARK", "10.5.0.3", 11010);
+        f.sim.icmp.addComputer("BROWSED", "10.5.0.4", 11010);
         auto& w = f.start();
 
         w.Command13->click();
         QPointer<shell::AddServerDialog> d = w.addServerDialog();
-
-        // Each refusal keeps the dialog open with the name typed.
+        QVERIFY(d->Check1->isVisible());
+        QCOMPARE(d->Check1->text(), QStringLiteral("&Windows server"));
+        QVERIFY(!d->Check1->isChecked());
+        d->Check1->setChecked(true);
         const QList<std::pair<QString, QString>> refused{
             {"", "Invalid Servername !"},
             {"fs1", "Item already exists !"},
@@ -131,34 +95,76 @@ private slots:
             QCOMPARE(f.sim.boxes.texts().last(), box);
             QVERIFY(d->isVisible());
             QCOMPARE(d->Text1->text(), typed);
+            QVERIFY(d->Check1->isChecked());
         }
-        QCOMPARE(serverNames(w), QStringList{"FS1"});
+        QVERIFY(!f.sim.serverkinds.isWindows("FS1"));
+        QCOMPARE(f.serverNames(), QStringList{"FS1"});
         QCOMPARE(f.readBytes("Computerlist"), crlf({"FS1"}));
 
         d->Text1->setText("newhost");
         d->OKButton->click();
-        QCOMPARE(serverNames(w), (QStringList{"FS1", "NEWHOST"}));
-        QCOMPARE(serverIcons(w), (QList<int>{7, 7}));
-        QCOMPARE(f.readBytes("Computerlist"), crlf({"FS1", "NEWHOST"}));
         QVERIFY(released(d));
+        QCOMPARE(f.serverNames(), (QStringList{"FS1", "NEWHOST"}));
+        QCOMPARE(f.serverIcons(), (QList<int>{7, 7}));
+        QCOMPARE(f.readBytes("Computerlist"), crlf({"FS1", "NEWHOST"}));
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"OLDHOST\twindows", "NEWHOST\twindows"}));
 
-        // The menu item opens it too, with an empty field again; a server that does not
-        // answer gets icon 8. Cancel adds nothing.
+        // The menu item opens it too, empty again; a server that does not answer gets icon 8.
         w.mnuaddserver->trigger();
         d = w.addServerDialog();
         QCOMPARE(d->Text1->text(), QString());
+        QVERIFY(!d->Check1->isChecked());
         d->Text1->setText("dark");
         d->OKButton->click();
-        QCOMPARE(serverIcons(w), (QList<int>{7, 7, 8}));
+        QCOMPARE(f.serverIcons(), (QList<int>{7, 7, 8}));
+        w.Command13->click();
+        w.addServerDialog()->Text1->setText("oldhost");
+        w.addServerDialog()->OKButton->click();
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"NEWHOST\twindows"}));
+        // Cancel adds and stores nothing.
         w.Command13->click();
         d = w.addServerDialog();
         d->Text1->setText("never");
+        d->Check1->setChecked(true);
         d->CancelButton->click();
         QVERIFY(released(d));
-        QCOMPARE(serverNames(w), (QStringList{"FS1", "NEWHOST", "DARK"}));
-        QCOMPARE(f.readBytes("Computerlist"), crlf({"FS1", "NEWHOST", "DARK"}));
-    }
+        QVERIFY(!f.sim.serverkinds.isWindows("NEVER"));
+        QCOMPARE(f.readBytes("Computerlist"), crlf({"FS1", "NEWHOST", "DARK", "OLDHOST"}));
 
+        // A kind that cannot be stored: the server is added as a systemd server, and the user told.
+        f.sim.files.failOn(SimTextFiles::Op::Write, "ServerTypes");
+        w.Command13->click();
+        d = w.addServerDialog();
+        d->Text1->setText("win1");
+        d->Check1->setChecked(true);
+        d->OKButton->click();
+        QCOMPARE(f.sim.boxes.texts().last(), kTypeNotSaved.arg("WIN1", "systemd"));
+        QVERIFY(released(d));
+        QVERIFY(!f.sim.serverkinds.isWindows("WIN1"));
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"NEWHOST\twindows"}));
+        f.sim.files.clearFailures();
+
+        f.sim.chooser.answer = "browsed";
+        w.Command3->click();
+        QCOMPARE(f.serverNames().last(), QStringLiteral("BROWSED"));
+        QCOMPARE(f.serverIcons().last(), 8);
+        QCOMPARE(f.readBytes("Computerlist"), crlf({"FS1", "NEWHOST", "DARK", "OLDHOST", "WIN1", "BROWSED"}));
+        w.Command3->click();
+        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Item already exists !"));
+        f.sim.chooser.answer = "";
+        w.Command3->click();
+        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Invalid Servername !"));
+
+        f.sim.system.computer_name = "adminpc";
+        w.Command10->click();
+        QCOMPARE(f.serverNames().last(), QStringLiteral("ADMINPC"));
+        QCOMPARE(f.serverIcons().last(), 7); // shown reachable without a ping
+        QCOMPARE(w.Text1->text(), QStringLiteral("ADMINPC"));
+        QCOMPARE(f.readBytes("Computerlist"), crlf({"FS1", "NEWHOST", "DARK", "OLDHOST", "WIN1", "BROWSED"}));
+        w.Command10->click();
+        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Item already exists !"));
+        QCOMPARE(w.Combo1->count(), 0); // not monitored
+    }
     // Every way a name comes in refuses a name whose file would be one of the program's own,
     // and none of those files is touched by trying.
     void everyWayInRefusesTheProgramsOwnFiles_data()
@@ -213,7 +219,7 @@ private slots:
         w.Command10->click();
         QCOMPARE(f.sim.boxes.texts().last(), box);
         QCOMPARE(f.sim.boxes.texts().size(), boxesAtStart + 3);
-        QCOMPARE(serverNames(w), QStringList{"FS1"});
+        QCOMPARE(f.serverNames(), QStringList{"FS1"});
 
         // Properties and the monitoring setup's store never use the file either.
         w.ListView2->setCurrentItem(nullptr);
@@ -240,13 +246,13 @@ private slots:
         f.writeFile("Computerlist", {"VELMORA\tmonitored", "Computers", "DC1\tmonitored", "settings"});
         const QByteArray computers = crlf({"velmora", "COMPUTERS", "DC1"});
         f.writeBytes("Computers", computers);
-        f.writeFile("DC1", QStringList{"Web;nginx.service;;;;;;"} + kEmptyBlock);
+        f.writeFile("DC1", QStringList{"Web;nginx.service;;;;;;"} + block());
         f.writeFile("Interval", {"30"});
         f.sim.icmp.addComputer("DC1", "10.5.0.1", 0);
         f.sim.services.addService("DC1", {.name = "nginx.service", .state = svcstate::running});
         auto& w = f.start();
 
-        QCOMPARE(serverNames(w), QStringList{"DC1"});
+        QCOMPARE(f.serverNames(), QStringList{"DC1"});
         QCOMPARE(w.Combo1->count(), 1);
         QCOMPARE(w.Combo1->itemText(0), QStringLiteral("DC1"));
         const QStringList log = f.logLines();
@@ -267,92 +273,93 @@ private slots:
         QCOMPARE(f.readBytes("Computers"), computers);
     }
 
-    void removeUnmonitoredServer()
+    // Removing asks first (in other words for a monitored server), deletes the server's file and
+    // forgets its kind; a monitored one also leaves "Computers", its connection, the combo and
+    // the setup window. "Computerlist" is written when the program ends.
+    void removingServers()
     {
         WindowFixture f;
-        f.writeFile("Computerlist", {"FS1", "DC1\tmonitored"});
-        const QByteArray computers = crlf({"DC1"});
-        f.writeBytes("Computers", computers);
-        f.writeFile("FS1", kEmptyBlock);
-        f.writeFile("DC1", QStringList{"Web;nginx.service;;;;;;"} + kEmptyBlock);
+        f.writeFile("Computerlist", {"FS1", "WIN1", "DC1\tmonitored", "WEB1\tmonitored", "LOST\tmonitored"});
+        f.writeFile("Computers", {"DC1", "WEB1"});
+        f.writeFile("FS1", block());
+        f.writeFile("DC1", QStringList{"Web;nginx.service;;;;;;"} + block());
+        f.writeFile("WEB1", QStringList{"Web;nginx.service;;;;;;"} + block());
+        f.writeFile("LOST", block());
+        f.writeFile("ServerTypes", {"WIN1\twindows", "DC1\twindows"});
         auto& w = f.start();
+        f.sim.net.cancelled.clear();
         const QByteArray computerlist = f.readBytes("Computerlist");
-        select(w, "FS1");
+        auto* setup = f.program->setupWindow();
+        QCOMPARE(setup->List3->count(), 2);
+
+        f.select("FS1");
         w.services->Label1->setText("All Registered Services on : FS1");
         w.services->Text2->setText("Running");
-
         f.sim.boxes.script(MsgAnswer::Cancel);
         w.Command14->click();
         QCOMPARE(f.sim.boxes.texts(), QStringList{"Are you sure to remove the Server?     "});
         QCOMPARE(int(f.sim.boxes.shown.last().buttons), int(MsgButtons::OkCancel));
-        QCOMPARE(serverNames(w), (QStringList{"FS1", "DC1"}));
         QVERIFY(f.fileExists("FS1"));
-
         w.mnuremoveserver->trigger();
-        QCOMPARE(serverNames(w), QStringList{"DC1"});
         QVERIFY(!f.fileExists("FS1"));
-        QCOMPARE(f.readBytes("Computers"), computers);
-        QCOMPARE(f.readBytes("Computerlist"), computerlist); // written when the program ends
-        QVERIFY(f.fileExists("DC1"));
+        QCOMPARE(f.readBytes("Computers"), crlf({"DC1", "WEB1"}));
         QCOMPARE(w.services->Label1->text(), QStringLiteral("Services:"));
         QCOMPARE(w.services->Text2->text(), QString());
         QVERIFY(f.sim.net.cancelled.isEmpty());
 
-        w.close();
-        QCOMPARE(f.readBytes("Computerlist"), crlf({"DC1\tmonitored"}));
-    }
+        f.select("WIN1");
+        f.sim.boxes.script(MsgAnswer::Cancel);
+        w.Command14->click();
+        QVERIFY(f.sim.serverkinds.isWindows("WIN1"));
+        w.Command14->click();
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"DC1\twindows"}));
 
-    void removeMonitoredServer()
-    {
-        WindowFixture f;
-        f.writeFile("Computerlist", {"WEB1\tmonitored", "DC1\tmonitored", "LOST\tmonitored"});
-        f.writeFile("Computers", {"DC1", "WEB1"});
-        f.writeFile("DC1", QStringList{"Web;nginx.service;;;;;;"} + kEmptyBlock);
-        f.writeFile("WEB1", QStringList{"Web;nginx.service;;;;;;"} + kEmptyBlock);
-        f.writeFile("LOST", kEmptyBlock);
-        auto& w = f.start();
-        auto* setup = f.program->setupWindow();
-        QCOMPARE(setup->List3->count(), 2);
-
-        select(w, "DC1");
+        f.select("DC1");
         f.sim.boxes.script(MsgAnswer::Cancel);
         w.Command14->click();
         const QString ask = "The Server to be removed is beeing monitored. Are you sure to remove the Server?     ";
-        QCOMPARE(f.sim.boxes.texts(), QStringList{ask});
+        QCOMPARE(f.sim.boxes.texts().last(), ask);
         QCOMPARE(int(f.sim.boxes.shown.last().buttons), int(MsgButtons::OkCancel));
         QVERIFY(f.fileExists("DC1"));
         QCOMPARE(f.readBytes("Computers"), crlf({"DC1", "WEB1"}));
-
         w.Command14->click();
-        QCOMPARE(serverNames(w), (QStringList{"WEB1", "LOST"}));
+        QCOMPARE(f.serverNames(), (QStringList{"WEB1", "LOST"}));
         QVERIFY(!f.fileExists("DC1"));
         QCOMPARE(f.readBytes("Computers"), crlf({"WEB1"}));
+        QCOMPARE(f.readBytes("ServerTypes"), QByteArray());
         QCOMPARE(f.sim.net.cancelled, QStringList{"DC1"});
         QCOMPARE(w.Combo1->count(), 1);
         QCOMPARE(setup->List3->count(), 1);
         QCOMPARE(w.services->Label1->text(), QStringLiteral("Services:"));
-        QVERIFY(f.fileExists("WEB1"));
+        QCOMPARE(f.readBytes("Computerlist"), computerlist);
 
         // Monitored by its icon but missing from "Computers": only its item goes.
-        select(w, "LOST");
+        f.select("LOST");
         w.Command14->click();
         QCOMPARE(f.sim.boxes.texts().last(), ask);
-        QCOMPARE(serverNames(w), QStringList{"WEB1"});
+        QCOMPARE(f.serverNames(), QStringList{"WEB1"});
         QVERIFY(f.fileExists("LOST"));
         QCOMPARE(f.readBytes("Computers"), crlf({"WEB1"}));
         QCOMPARE(f.sim.net.cancelled, QStringList{"DC1"});
 
         // A "Computers" that cannot be written keeps the server, its file and its connection.
         f.sim.files.failOn(SimTextFiles::Op::Write, "Computers");
-        select(w, "WEB1");
+        f.select("WEB1");
         w.Command14->click();
         QVERIFY(f.sim.boxes.texts().last().startsWith("Could not save"));
-        QCOMPARE(serverNames(w), QStringList{"WEB1"});
+        QCOMPARE(f.serverNames(), QStringList{"WEB1"});
         QVERIFY(f.fileExists("WEB1"));
         QCOMPARE(f.sim.net.cancelled, QStringList{"DC1"});
         f.sim.files.clearFailures();
-    }
 
+        // Added again without the choice, a server that was a Windows server is a systemd one.
+        w.Command13->click();
+        w.addServerDialog()->Text1->setText("dc1");
+        w.addServerDialog()->OKButton->click();
+        QVERIFY(!f.sim.serverkinds.isWindows("DC1"));
+        w.close();
+        QCOMPARE(f.readBytes("Computerlist"), crlf({"WEB1\tmonitored", "DC1"}));
+    }
     // The list has a focused item before the user ever clicks, and keeps it after Ctrl+click
     // has deselected it: the commands go by the selection, so with none they act on nothing.
     void commandsActOnTheSelectedServerNotTheFocusedOne_data()
@@ -376,7 +383,7 @@ private slots:
         WindowFixture f;
         f.writeFile("Computerlist", {"VM\tmonitored", "LOST\tmonitored", "FS1"});
         f.writeFile("Computers", {"VM"});
-        f.writeFile("VM", QStringList{"Web;nginx.service;;;;;;"} + kEmptyBlock);
+        f.writeFile("VM", QStringList{"Web;nginx.service;;;;;;"} + block());
         auto& w = f.start();
         auto* setup = f.program->setupWindow();
         setup->List7->addItem("Alert");
@@ -401,7 +408,7 @@ private slots:
             w.mnumaintenance->trigger();
         QCOMPARE(f.sim.boxes.texts(), boxes);
         QVERIFY(!w.mnushowmonitor->isVisible());
-        QCOMPARE(serverNames(w), (QStringList{"VM", "LOST", "FS1"}));
+        QCOMPARE(f.serverNames(), (QStringList{"VM", "LOST", "FS1"}));
         QVERIFY(f.fileExists("VM"));
         QCOMPARE(f.readBytes("Computers"), crlf({"VM"}));
         QVERIFY(!f.program->servers.find("VM")->maintenance);
@@ -416,7 +423,7 @@ private slots:
         WindowFixture f;
         f.writeFile("Computerlist", {"WEB1\tmonitored", "FS1"});
         f.writeFile("Computers", {"WEB1"});
-        f.writeFile("WEB1", QStringList{"Web;nginx.service;;;;;;"} + kEmptyBlock);
+        f.writeFile("WEB1", QStringList{"Web;nginx.service;;;;;;"} + block());
         f.writeFile("Interval", {"30"});
         f.sim.icmp.addComputer("WEB1", "10.5.0.1", 0);
         f.sim.icmp.addComputer("FS1", "10.5.0.2", 0);
@@ -428,7 +435,7 @@ private slots:
         QCOMPARE(f.logLines(), QStringList{checked});
 
         // Only monitored servers; leaving maintenance needs no monitored flag.
-        select(w, "FS1");
+        f.select("FS1");
         w.mnumaintenance->trigger();
         w.mnumaintenance4h->trigger();
         QCOMPARE(f.sim.boxes.texts(), QStringList(2, "Only monitored Servers can be put in Maintenance!  "));
@@ -437,7 +444,7 @@ private slots:
         QCOMPARE(f.sim.boxes.texts().size(), 2);
 
         // Without an end: until switched off, however long.
-        select(w, "WEB1");
+        f.select("WEB1");
         w.mnumaintenance->trigger();
         QVERIFY(f.program->servers.find("WEB1")->maintenance);
         QVERIFY(dimmed(w, "WEB1"));
@@ -488,30 +495,92 @@ private slots:
         QCOMPARE(f.readBytes("Computerlist"), crlf({"WEB1\tmonitored", "FS1"}));
     }
 
-    void propertiesOfAServerWithoutAFile()
+    // Opening creates the file empty; OK stores the fields and the kind, and a changed kind
+    // closes the connections made for the other one.
+    void propertiesOfAServerWithoutAFileAndItsKind()
     {
         WindowFixture f;
-        f.writeFile("Computerlist", {"FS1"});
+        f.writeFile("Computerlist", {"FS1", "DC1\tmonitored"});
+        f.writeFile("Computers", {"DC1"});
+        f.writeFile("DC1", {"Spooler;Spooler;;;;;;"});
+        f.writeFile("ServerTypes", {"DC1\twindows"});
         auto& w = f.start();
-        select(w, "FS1");
+        f.sim.net.cancelled.clear();
+        const int disconnectsBefore = disconnects(f).size();
+
+        f.select("FS1");
         w.mnuproperties->trigger();
         QPointer<shell::PropertiesWindow> p = w.propertiesWindow();
         QVERIFY(p && p->isVisible());
         QCOMPARE(p->Frame1->title(), QStringLiteral("Properties of : FS1"));
         QCOMPARE(p->Text9->text(), QStringLiteral("FS1"));
-        QCOMPARE(f.readBytes("FS1"), QByteArray()); // created empty on opening
         QVERIFY(f.fileExists("FS1"));
+        QCOMPARE(f.readBytes("FS1"), QByteArray());
         QCOMPARE(p->List2->count(), 0);
-
-        p->Text1->setText("fileserver");
-        p->Text5->setPlainText("Anna\nBen");
+        QVERIFY(p->Check1->isVisible());
+        QVERIFY(!p->Check1->isChecked());
+        // Unchanged: nothing stored, no connection closed.
         p->Command1->click();
         QVERIFY(released(p));
-        QStringList expected = kEmptyBlock;
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"DC1\twindows"}));
+        QVERIFY(f.sim.net.cancelled.isEmpty());
+
+        // Cancel keeps the kind.
+        w.mnuproperties->trigger();
+        p = w.propertiesWindow();
+        p->Check1->setChecked(true);
+        p->Command2->click();
+        QVERIFY(released(p));
+        QVERIFY(!f.sim.serverkinds.isWindows("FS1"));
+        QVERIFY(f.sim.net.cancelled.isEmpty());
+
+        // OK stores it and closes the connections made for the other kind.
+        w.mnuproperties->trigger();
+        p = w.propertiesWindow();
+        p->Text1->setText("fileserver");
+        p->Text5->setPlainText("Anna\nBen");
+        p->Check1->setChecked(true);
+        p->Command1->click();
+        QVERIFY(released(p));
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"DC1\twindows", "FS1\twindows"}));
+        QCOMPARE(f.sim.net.cancelled, QStringList{"FS1"});
+        QCOMPARE(disconnects(f).mid(disconnectsBefore), QStringList{"disconnect FS1"});
+        QStringList expected = block();
         expected[2] = "fileserver";
         expected.replace(10, "Anna");
         expected.insert(11, "Ben");
         QCOMPARE(f.readBytes("FS1"), crlf(expected));
+
+        // A Windows server shows as one, and goes back to systemd the same way.
+        f.select("DC1");
+        w.mnuproperties->trigger();
+        p = w.propertiesWindow();
+        QVERIFY(p->Check1->isChecked());
+        p->Check1->setChecked(false);
+        p->Command1->click();
+        QVERIFY(released(p));
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"FS1\twindows"}));
+        QCOMPARE(f.sim.net.cancelled, (QStringList{"FS1", "DC1"}));
+        QCOMPARE(disconnects(f).mid(disconnectsBefore), (QStringList{"disconnect FS1", "disconnect DC1"}));
+
+        // A kind that cannot be stored keeps the window open as it was, the server its kind and
+        // its connections.
+        f.sim.files.failOn(SimTextFiles::Op::Write, "ServerTypes");
+        w.mnuproperties->trigger();
+        p = w.propertiesWindow();
+        p->Check1->setChecked(true);
+        p->Command1->click();
+        QCOMPARE(f.sim.boxes.texts().last(), kTypeNotSaved.arg("DC1", "systemd"));
+        QVERIFY(p && p->isVisible());
+        QVERIFY(p->Check1->isChecked());
+        QVERIFY(!f.sim.serverkinds.isWindows("DC1"));
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"FS1\twindows"}));
+        QCOMPARE(f.sim.net.cancelled, (QStringList{"FS1", "DC1"}));
+        f.sim.files.clearFailures();
+        p->Command1->click();
+        QVERIFY(released(p));
+        QCOMPARE(f.readBytes("ServerTypes"), crlf({"FS1\twindows", "DC1\twindows"}));
+        QCOMPARE(f.sim.net.cancelled, (QStringList{"FS1", "DC1", "DC1"}));
     }
 
     // Record lines are carried over byte for byte, those without ";" too; the properties
@@ -545,7 +614,7 @@ private slots:
         const QByteArray original = crlf(records + block);
         f.writeBytes("DC1", original);
         auto& w = f.start();
-        select(w, "DC1");
+        f.select("DC1");
 
         w.mnuproperties->trigger();
         QPointer<shell::PropertiesWindow> p = w.propertiesWindow();
@@ -609,182 +678,6 @@ private slots:
         QVERIFY(released(p));
         changed[2] = "lost?";
         QCOMPARE(f.readBytes("DC1"), crlf(records + changed));
-    }
-
-    void addServerStoresTheKind()
-    {
-        WindowFixture f;
-        f.writeFile("Computerlist", {"FS1"});
-        // Left from an earlier server of the same name: adding it again asks anew.
-        f.writeFile("ServerTypes", {"OLDHOST\twindows"});
-        auto& w = f.start();
-
-        w.Command13->click();
-        QPointer<shell::AddServerDialog> d = w.addServerDialog();
-        QVERIFY(d && d->isVisible());
-        QVERIFY(d->Check1->isVisible());
-        QCOMPARE(d->Check1->text(), QStringLiteral("&Windows server"));
-        QVERIFY(!d->Check1->isChecked());
-
-        // A refused name stores no kind and keeps the choice for the next try.
-        d->Check1->setChecked(true);
-        d->Text1->setText("fs1");
-        d->OKButton->click();
-        QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Item already exists !"));
-        QVERIFY(d->isVisible());
-        QVERIFY(d->Check1->isChecked());
-        QVERIFY(!f.sim.serverkinds.isWindows("FS1"));
-
-        d->Text1->setText("win1");
-        d->OKButton->click();
-        QVERIFY(released(d));
-        QCOMPARE(serverNames(w), (QStringList{"FS1", "WIN1"}));
-        QCOMPARE(f.readBytes("ServerTypes"), crlf({"OLDHOST\twindows", "WIN1\twindows"}));
-
-        // Each opening starts as a systemd server.
-        w.Command13->click();
-        d = w.addServerDialog();
-        QVERIFY(!d->Check1->isChecked());
-        d->Text1->setText("oldhost");
-        d->OKButton->click();
-        QCOMPARE(serverNames(w), (QStringList{"FS1", "WIN1", "OLDHOST"}));
-        QCOMPARE(f.readBytes("ServerTypes"), crlf({"WIN1\twindows"}));
-
-        // Cancel stores nothing.
-        w.Command13->click();
-        d = w.addServerDialog();
-        d->Text1->setText("never");
-        d->Check1->setChecked(true);
-        d->CancelButton->click();
-        QCOMPARE(f.readBytes("ServerTypes"), crlf({"WIN1\twindows"}));
-        QVERIFY(!f.sim.serverkinds.isWindows("NEVER"));
-    }
-
-    void addServerWhoseKindCannotBeStored()
-    {
-        WindowFixture f;
-        f.writeFile("Computerlist", {"FS1"});
-        auto& w = f.start();
-        f.sim.files.failOn(SimTextFiles::Op::Write, "ServerTypes");
-        w.Command13->click();
-        QPointer<shell::AddServerDialog> d = w.addServerDialog();
-        d->Text1->setText("win1");
-        d->Check1->setChecked(true);
-        d->OKButton->click();
-        // The server is added, as a systemd server, and the user told.
-        QCOMPARE(f.sim.boxes.texts().last(), kTypeNotSaved.arg("WIN1", "systemd"));
-        QVERIFY(released(d));
-        QCOMPARE(serverNames(w), (QStringList{"FS1", "WIN1"}));
-        QVERIFY(!f.sim.serverkinds.isWindows("WIN1"));
-        QVERIFY(!f.fileExists("ServerTypes"));
-    }
-
-    void propertiesChangeTheKindAndCloseTheConnections()
-    {
-        WindowFixture f;
-        f.writeFile("Computerlist", {"FS1", "DC1\tmonitored"});
-        f.writeFile("Computers", {"DC1"});
-        f.writeFile("DC1", {"Spooler;Spooler;;;;;;"});
-        f.writeFile("ServerTypes", {"DC1\twindows"});
-        auto& w = f.start();
-        f.sim.net.cancelled.clear();
-        const int disconnectsBefore = disconnects(f).size();
-
-        select(w, "FS1");
-        w.mnuproperties->trigger();
-        QPointer<shell::PropertiesWindow> p = w.propertiesWindow();
-        QVERIFY(p && p->isVisible());
-        QVERIFY(p->Check1->isVisible());
-        QVERIFY(!p->Check1->isChecked());
-        // Unchanged: nothing stored, no connection closed.
-        p->Command1->click();
-        QVERIFY(released(p));
-        QCOMPARE(f.readBytes("ServerTypes"), crlf({"DC1\twindows"}));
-        QVERIFY(f.sim.net.cancelled.isEmpty());
-
-        // Cancel keeps the kind.
-        w.mnuproperties->trigger();
-        p = w.propertiesWindow();
-        p->Check1->setChecked(true);
-        p->Command2->click();
-        QVERIFY(released(p));
-        QVERIFY(!f.sim.serverkinds.isWindows("FS1"));
-        QVERIFY(f.sim.net.cancelled.isEmpty());
-
-        // OK stores it and closes the connections made for the other kind.
-        w.mnuproperties->trigger();
-        p = w.propertiesWindow();
-        p->Text1->setText("fileserver");
-        p->Check1->setChecked(true);
-        p->Command1->click();
-        QVERIFY(released(p));
-        QCOMPARE(f.readBytes("ServerTypes"), crlf({"DC1\twindows", "FS1\twindows"}));
-        QCOMPARE(f.sim.net.cancelled, QStringList{"FS1"});
-        QCOMPARE(disconnects(f).mid(disconnectsBefore), QStringList{"disconnect FS1"});
-        QVERIFY(f.readBytes("FS1").contains("fileserver"));
-
-        // A Windows server shows as one, and goes back to systemd the same way.
-        select(w, "DC1");
-        w.mnuproperties->trigger();
-        p = w.propertiesWindow();
-        QVERIFY(p->Check1->isChecked());
-        p->Check1->setChecked(false);
-        p->Command1->click();
-        QVERIFY(released(p));
-        QCOMPARE(f.readBytes("ServerTypes"), crlf({"FS1\twindows"}));
-        QCOMPARE(f.sim.net.cancelled, (QStringList{"FS1", "DC1"}));
-        QCOMPARE(disconnects(f).mid(disconnectsBefore), (QStringList{"disconnect FS1", "disconnect DC1"}));
-
-        // A kind that cannot be stored keeps the window open as it was, the server its kind and
-        // its connections.
-        f.sim.files.failOn(SimTextFiles::Op::Write, "ServerTypes");
-        w.mnuproperties->trigger();
-        p = w.propertiesWindow();
-        p->Check1->setChecked(true);
-        p->Command1->click();
-        QCOMPARE(f.sim.boxes.texts().last(), kTypeNotSaved.arg("DC1", "systemd"));
-        QVERIFY(p && p->isVisible());
-        QVERIFY(p->Check1->isChecked());
-        QVERIFY(!f.sim.serverkinds.isWindows("DC1"));
-        QCOMPARE(f.readBytes("ServerTypes"), crlf({"FS1\twindows"}));
-        QCOMPARE(f.sim.net.cancelled, (QStringList{"FS1", "DC1"}));
-        f.sim.files.clearFailures();
-        p->Command1->click();
-        QVERIFY(released(p));
-        QCOMPARE(f.readBytes("ServerTypes"), crlf({"FS1\twindows", "DC1\twindows"}));
-        QCOMPARE(f.sim.net.cancelled, (QStringList{"FS1", "DC1", "DC1"}));
-    }
-
-    void removingAServerForgetsItsKind()
-    {
-        WindowFixture f;
-        f.writeFile("Computerlist", {"WIN1", "WIN2\tmonitored", "FS1"});
-        f.writeFile("Computers", {"WIN2"});
-        f.writeFile("WIN2", {"Spooler;Spooler;;;;;;"});
-        f.writeFile("ServerTypes", {"WIN1\twindows", "WIN2\twindows"});
-        auto& w = f.start();
-
-        // Not removed: still a Windows server.
-        select(w, "WIN1");
-        f.sim.boxes.script(MsgAnswer::Cancel);
-        w.Command14->click();
-        QVERIFY(f.sim.serverkinds.isWindows("WIN1"));
-
-        w.Command14->click();
-        QCOMPARE(serverNames(w), (QStringList{"WIN2", "FS1"}));
-        QCOMPARE(f.readBytes("ServerTypes"), crlf({"WIN2\twindows"}));
-
-        select(w, "WIN2");
-        w.Command14->click();
-        QCOMPARE(serverNames(w), QStringList{"FS1"});
-        QCOMPARE(f.readBytes("ServerTypes"), QByteArray());
-
-        // Added again without the choice, it is a systemd server.
-        w.Command13->click();
-        QPointer<shell::AddServerDialog> d = w.addServerDialog();
-        d->Text1->setText("win2");
-        d->OKButton->click();
-        QVERIFY(!f.sim.serverkinds.isWindows("WIN2"));
     }
 
     // Where the platform knows only systemd servers the choice is not offered.

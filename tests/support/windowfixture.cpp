@@ -60,6 +60,38 @@ QStringList WindowFixture::logLines() const
     return out;
 }
 
+QStringList WindowFixture::serverNames() const
+{
+    QStringList out;
+    for (int i = 0; i < window->ListView2->topLevelItemCount(); ++i)
+        out << window->ListView2->topLevelItem(i)->text(0);
+    return out;
+}
+
+QList<int> WindowFixture::serverIcons() const
+{
+    QList<int> out;
+    for (int i = 0; i < window->ListView2->topLevelItemCount(); ++i)
+        out << shell::MainWindow::serverIcon(window->ListView2->topLevelItem(i));
+    return out;
+}
+
+void WindowFixture::select(const QString& name)
+{
+    QTreeWidgetItem* item = window->findServer(name);
+    QVERIFY2(item, qPrintable(name));
+    window->ListView2->setCurrentItem(item);
+    window->selectServer();
+}
+
+QStringList WindowFixture::lines(const QString& name) const
+{
+    QString all = QString::fromUtf8(readBytes(name));
+    if (all.endsWith("\r\n"))
+        all.chop(2);
+    return all.isEmpty() ? QStringList() : all.split("\r\n");
+}
+
 QByteArray crlf(const QStringList& lines)
 {
     QByteArray out;

@@ -7,7 +7,11 @@
 #include "platform/icons.h"
 #include "servicecontrol/servicecontrol.h"
 
+#include <QCoreApplication>
+#include <QPointer>
 #include <QTemporaryDir>
+#include <QTest>
+#include <QTreeWidget>
 #include <memory>
 
 namespace velmora::test {
@@ -27,6 +31,14 @@ public:
     // The job log's lines without the timestamps that open check and server lines.
     QStringList logLines() const;
 
+    // The main window's server list, top to bottom: names and icon numbers.
+    QStringList serverNames() const;
+    QList<int> serverIcons() const;
+    // Makes a listed server the selected one, as a click on it does.
+    void select(const QString& name);
+    // A data file's lines without their CR LF; none for an empty or missing file.
+    QStringList lines(const QString& name) const;
+
     // Builds the program and runs its start-up, including the second's pause.
     shell::MainWindow& start();
     // Builds the program without starting it.
@@ -39,6 +51,14 @@ public:
     std::unique_ptr<shell::Program> program;
     shell::MainWindow* window = nullptr;
 };
+
+// Whether a window released on closing is gone.
+template <typename T>
+bool released(const QPointer<T>& window)
+{
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    return window.isNull();
+}
 
 // "a\r\nb\r\n" for {"a", "b"}.
 QByteArray crlf(const QStringList& lines);
