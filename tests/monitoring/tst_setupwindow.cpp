@@ -52,10 +52,7 @@ QStringList texts(const Widget* w)
 }
 
 // The empty properties block (read when used: the texts it is made of are statics of their own).
-QStringList emptyBlock()
-{
-    return core::emptyPropertiesTemplate();
-}
+QStringList emptyBlock() { return core::emptyPropertiesTemplate(); }
 
 // Two servers: SRV1 with four services, SRV2 with one; SRV1 is selected in the server list.
 struct Fleet : WindowFixture {
@@ -77,18 +74,11 @@ struct Fleet : WindowFixture {
     void launch()
     {
         start();
-        chooseServer("SRV1");
+        select("SRV1");
     }
     shell::MainWindow& w() { return *window; }
     SetupWindow& form2() { return *program->setupWindow(); }
     AlertSetupWindow& form3() { return *form2().alertSetup(); }
-    void chooseServer(const QString& name)
-    {
-        QTreeWidgetItem* item = w().findServer(name);
-        QVERIFY(item);
-        w().ListView2->setCurrentItem(item);
-        w().selectServer();
-    }
     // Opens Form2 for the selected server with "Service &Monitor...".
     void open()
     {
@@ -128,13 +118,6 @@ struct Fleet : WindowFixture {
             form3().Text2->setText(parameter);
         form3().Command4->click();
     }
-    QStringList lines(const QString& name) const
-    {
-        QString all = QString::fromUtf8(readBytes(name));
-        if (all.endsWith("\r\n"))
-            all.chop(2);
-        return all.isEmpty() ? QStringList() : all.split("\r\n");
-    }
 };
 
 } // namespace
@@ -142,16 +125,6 @@ struct Fleet : WindowFixture {
 class TestSetupWindow : public QObject {
     Q_OBJECT
 private slots:
-    void noServersNoWindow()
-    {
-        Fleet f({}, false);
-        f.start();
-        f.w().services->Command7->click();
-        QCOMPARE(f.sim.boxes.texts(), QStringList{"No servers listet, please add servers to be monitored"});
-        QCOMPARE(f.sim.boxes.shown[0].icon, MsgIcon::Information);
-        QVERIFY(!f.program->setupWindow()->isVisible());
-    }
-
     void everyWayInOpensTheSelectedServer()
     {
         for (QString way : {"Command7", "mnuServicemonitor", "mnumonwin"}) {
@@ -183,28 +156,33 @@ private slots:
         }
     }
 
-    void unreachableServerOrFailedListingKeepsItClosed()
+    // No servers, an unreachable server or a listing that fails: a box, and Form2 stays closed.
+    void refusedOpeningsKeepItClosed()
     {
         {
-            Fleet f;
-            f.sim.icmp.setStatus("SRV2", 11010);
-            f.w().repingServers();
-            f.chooseServer("SRV2");
+            Fleet f({}, false);
+            f.start();
             f.w().services->Command7->click();
-            QCOMPARE(f.sim.boxes.texts(), QStringList{"Selected Server is not available, can not show Services !"});
-            QVERIFY(!f.form2().isVisible());
+            QCOMPARE(f.sim.boxes.texts(), QStringList{"No servers listet, please add servers to be monitored"});
+            QCOMPARE(f.sim.boxes.shown[0].icon, MsgIcon::Information);
+            QVERIFY(!f.program->setupWindow()->isVisible());
         }
-        {
-            Fleet f;
-            f.sim.services.setReachable("SRV1", false);
-            bool shown = true;
-            f.form2().openFor(f.w().selectedServer(), [&](bool s) { shown = s; });
-            QVERIFY(!shown);
-            QVERIFY(f.w().services->listfailed);
-            QCOMPARE(f.sim.boxes.shown.size(), 1);
-            QVERIFY(f.sim.boxes.texts()[0].startsWith("Can not list Services on selected Server"));
-            QVERIFY(!f.form2().isVisible());
-        }
+        Fleet f;
+        f.sim.icmp.setStatus("SRV2", 11010);
+        f.w().repingServers();
+        f.select("SRV2");
+        f.w().services->Command7->click();
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"Selected Server is not available, can not show Services !"});
+        QVERIFY(!f.form2().isVisible());
+        f.select("SRV1");
+        f.sim.services.setReachable("SRV1", false);
+        bool shown = true;
+        f.form2().openFor(f.w().selectedServer(), [&](bool s) { shown = s; });
+        QVERIFY(!shown);
+        QVERIFY(f.w().services->listfailed);
+        QCOMPARE(f.sim.boxes.shown.size(), 2);
+        QVERIFY(f.sim.boxes.texts()[1].startsWith("Can not list Services on selected Server"));
+        QVERIFY(!f.form2().isVisible());
     }
 
     void fiveActionsStoredAndFoundUnchangedAfterARestart()
@@ -278,56 +256,43 @@ private slots:
         QCOMPARE(f.form3().mode(), AlertSetupWindow::Mode::Edit);
     }
 
-    void addIsRefusedWithoutSelectionOrForAContainedName()
+    // "&Add", a double click and the context menu open Form3 for the selected service; with no
+    // selection, or for a name contained in a monitored one, a box does. OK needs an action, and
+    // clicking another service empties the list.
+    void addingAServiceAndItsRefusals()
     {
         Fleet f;
         f.writeFile("SRV1", QStringList{"Print Spooler Extra;spoolx;Alert;;;;;"} + emptyBlock());
         f.open();
-        f.form2().ListView1->setCurrentItem(nullptr);
+        QTreeWidget* services = f.form2().ListView1;
+        services->setCurrentItem(nullptr);
+        services->clearSelection();
         f.form2().Command1->click();
-        QCOMPARE(f.sim.boxes.texts(), QStringList{"Please select a Service!        "});
+        // A right click where there is no item.
+        QTest::mouseClick(services->viewport(), Qt::RightButton, {},
+                          QPoint(services->viewport()->width() - 2, services->viewport()->height() - 2));
+        QCOMPARE(f.sim.boxes.texts(), (QStringList{"Please select a Service!        ", "Please select an Item "}));
         f.selectService("Print Spooler"); // part of "Print Spooler Extra"
         f.form2().Command1->click();
         QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Item already exists          "));
         QVERIFY(!f.form3().isVisible());
-        f.selectService("CUPS Scheduler");
-        f.form2().Command1->click();
-        QVERIFY(f.form3().isVisible());
-        QCOMPARE(f.sim.boxes.shown.size(), 2);
-    }
 
-    void doubleClickAndContextMenuAdd()
-    {
-        Fleet f;
-        f.open();
-        // A right click where there is no item, with nothing selected.
-        f.form2().ListView1->setCurrentItem(nullptr);
-        f.form2().ListView1->clearSelection();
-        QWidget* viewport = f.form2().ListView1->viewport();
-        QTest::mouseClick(viewport, Qt::RightButton, {}, QPoint(viewport->width() - 2, viewport->height() - 2));
-        QCOMPARE(f.sim.boxes.texts(), QStringList{"Please select an Item "});
-
-        const auto items = f.form2().ListView1->findItems("CUPS Scheduler", Qt::MatchExactly);
-        f.form2().ListView1->setCurrentItem(items.first());
-        emit f.form2().ListView1->itemDoubleClicked(items.first(), 0);
+        const auto items = services->findItems("CUPS Scheduler", Qt::MatchExactly);
+        services->setCurrentItem(items.first());
+        emit services->itemDoubleClicked(items.first(), 0);
         QVERIFY(f.form3().isVisible());
         QCOMPARE(f.form3().Frame1->title(), QStringLiteral("Monitoring Options for Service : CUPS Scheduler"));
         f.form3().hide();
         f.form2().mnuaddtomonitor->trigger();
         QVERIFY(f.form3().isVisible());
-    }
+        QCOMPARE(f.sim.boxes.shown.size(), 3);
 
-    void okNeedsAnActionAndClickingAServiceEmptiesTheList()
-    {
-        Fleet f;
-        f.addService();
         f.form3().Command1->click();
-        QCOMPARE(f.sim.boxes.texts(),
-                 QStringList{"There are no actions in the actions list, please configure actions to be taken if service "
-                             "fails !    "});
-        QCOMPARE(f.sim.boxes.shown[0].icon, MsgIcon::Exclamation);
+        QCOMPARE(f.sim.boxes.texts().last(), "There are no actions in the actions list, please configure actions to be "
+                                             "taken if service fails !    ");
+        QCOMPARE(f.sim.boxes.shown.last().icon, MsgIcon::Exclamation);
         QVERIFY(f.form3().isVisible());
-        QVERIFY(f.form2().entries().empty());
+        QCOMPARE(f.form2().entries().size(), size_t(1));
         f.addAction("Alert");
         QCOMPARE(f.form3().List1->count(), 1);
         f.selectService("Print Spooler");
@@ -380,7 +345,7 @@ private slots:
         QCOMPARE(f.sim.boxes.texts(), QStringList{"Item already exists          "});
     }
 
-    void kindsEnableTheirFields()
+    void kindsEnableTheirFieldsAndBrowseChoosesByKind()
     {
         Fleet f;
         AlertSetupWindow& form3 = f.addService();
@@ -417,6 +382,27 @@ private slots:
         f.kind("Restart Service");
         QCOMPARE(enabled(), (QList<bool>{false, false, false, false, false}));
         QCOMPARE(form3.Text2->text(), QString());
+        // Browse chooses a file by kind.
+        f.kind("Start program:");
+        f.sim.filedialogs.script("/opt/tools/page oncall");
+        form3.Command3->click();
+        QCOMPARE(form3.Text2->text(), QStringLiteral("/opt/tools/page oncall"));
+        f.kind("Play Sound:");
+        f.sim.filedialogs.script("/usr/share/sounds/alarm.wav");
+        form3.Command3->click();
+        QCOMPARE(form3.Text2->text(), QStringLiteral("/usr/share/sounds/alarm.wav"));
+        form3.Command3->click(); // cancelled
+        QCOMPARE(form3.Text2->text(), QStringLiteral("/usr/share/sounds/alarm.wav"));
+        f.sim.filedialogs.script("/" + QString(300, 'x') + ".wav"); // longer than an action takes
+        form3.Command3->click();
+        QCOMPARE(form3.Text2->text(), QStringLiteral("/usr/share/sounds/alarm.wav"));
+        QCOMPARE(f.sim.filedialogs.requests.size(), 4);
+        const auto& r = f.sim.filedialogs.requests;
+        QCOMPARE(r[0].title, QStringLiteral("Select File:"));
+        QCOMPARE(r[0].filterName, QStringLiteral("All Files (*.*)"));
+        QCOMPARE(r[0].pattern, QStringLiteral("*.*"));
+        QCOMPARE(r[1].filterName, QStringLiteral("Soundfiles (*.wav)"));
+        QCOMPARE(r[1].pattern, QStringLiteral("*.wav"));
     }
 
     void removeUpAndDown()
@@ -459,32 +445,6 @@ private slots:
         QCOMPARE(f.lines("SRV1").first(), QStringLiteral("CUPS Scheduler;cups;Send Email to: a@b;Restart Service;;;;"));
         // A new per-server file gets the empty properties block.
         QCOMPARE(f.lines("SRV1").mid(1), emptyBlock());
-    }
-
-    void browseChoosesAFileByKind()
-    {
-        Fleet f;
-        AlertSetupWindow& form3 = f.addService();
-        f.kind("Start program:");
-        f.sim.filedialogs.script("/opt/tools/page oncall");
-        form3.Command3->click();
-        QCOMPARE(form3.Text2->text(), QStringLiteral("/opt/tools/page oncall"));
-        f.kind("Play Sound:");
-        f.sim.filedialogs.script("/usr/share/sounds/alarm.wav");
-        form3.Command3->click();
-        QCOMPARE(form3.Text2->text(), QStringLiteral("/usr/share/sounds/alarm.wav"));
-        form3.Command3->click(); // cancelled
-        QCOMPARE(form3.Text2->text(), QStringLiteral("/usr/share/sounds/alarm.wav"));
-        f.sim.filedialogs.script("/" + QString(300, 'x') + ".wav"); // longer than an action takes
-        form3.Command3->click();
-        QCOMPARE(form3.Text2->text(), QStringLiteral("/usr/share/sounds/alarm.wav"));
-        QCOMPARE(f.sim.filedialogs.requests.size(), 4);
-        const auto& r = f.sim.filedialogs.requests;
-        QCOMPARE(r[0].title, QStringLiteral("Select File:"));
-        QCOMPARE(r[0].filterName, QStringLiteral("All Files (*.*)"));
-        QCOMPARE(r[0].pattern, QStringLiteral("*.*"));
-        QCOMPARE(r[1].filterName, QStringLiteral("Soundfiles (*.wav)"));
-        QCOMPARE(r[1].pattern, QStringLiteral("*.wav"));
     }
 
     void secondServiceShowsTheHintAndASelectionMadeMeanwhileWins()
@@ -536,46 +496,40 @@ private slots:
                                                          "CUPS Scheduler;cups;Play Sound: /a.wav;;;;;"}));
     }
 
-    void removingTheLastServiceUnmonitorsTheServer()
+    // Nothing is stored before OK; a server keeps its place in the combo while it has a service
+    // left, and without one it is no longer monitored.
+    void removingServicesUntilNoneIsLeft()
     {
         Fleet f({"SRV1\tmonitored", "SRV2\tmonitored"}, false);
         f.writeFile("Computers", {"SRV2", "SRV1"});
-        f.writeFile("SRV1", QStringList{"Print Spooler;spooler;Alert;;;;;", "junk before the block"} + emptyBlock());
+        f.writeFile("SRV1", QStringList{"Print Spooler;spooler;Alert;;;;;", "CUPS Scheduler;cups;Alert;;;;;",
+                                        "junk before the block"} + emptyBlock());
         f.launch();
         QCOMPARE(texts(f.w().Combo1), (QStringList{"SRV2", "SRV1"}));
         f.open();
         f.form2().Command2->click();
         QCOMPARE(f.sim.boxes.texts(), QStringList{"Please select a Service!        "});
+        f.selectMonitored(1);
+        f.form2().Command2->click();
+        f.form2().Command3->click();
+        QCOMPARE(texts(f.w().Combo1), (QStringList{"SRV2", "SRV1"}));
+        QCOMPARE(f.readBytes("Computers"), QByteArray("SRV2\r\nSRV1\r\n"));
+        QCOMPARE(f.lines("SRV1").first(), QStringLiteral("Print Spooler;spooler;Alert;;;;;"));
+
+        f.open();
         f.selectMonitored(0);
         QVERIFY(f.form2().List7->count() == 5);
         f.form2().Command2->click();
         QVERIFY(f.form2().entries().empty());
         QCOMPARE(f.form2().List7->count(), 0);
-        QCOMPARE(texts(f.w().Combo1), (QStringList{"SRV2", "SRV1"})); // nothing is stored before OK
+        QCOMPARE(texts(f.w().Combo1), (QStringList{"SRV2", "SRV1"}));
         f.form2().Command2->click();
         QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("No Services listed!        "));
         f.form2().Command3->click();
         QCOMPARE(texts(f.w().Combo1), QStringList{"SRV2"});
-        QCOMPARE(shell::MainWindow::serverIcon(f.w().findServer("SRV1")), 7);
-        QCOMPARE(shell::MainWindow::serverIcon(f.w().findServer("SRV2")), 9);
+        QCOMPARE(f.serverIcons(), (QList<int>{7, 9}));
         QCOMPARE(f.readBytes("Computers"), QByteArray("SRV2\r\n"));
         QCOMPARE(f.lines("SRV1"), emptyBlock()); // records and other lines before the block go
-    }
-
-    void removeThenAddAgainKeepsTheComboInStep()
-    {
-        Fleet f({"SRV1\tmonitored", "SRV2"}, false);
-        f.writeFile("SRV1", QStringList{"Print Spooler;spooler;Alert;;;;;", "CUPS Scheduler;cups;Alert;;;;;"} + emptyBlock());
-        f.writeFile("Computers", {"SRV1"});
-        f.launch();
-        f.open();
-        f.selectMonitored(1);
-        f.form2().Command2->click();
-        QCOMPARE(texts(f.w().Combo1), QStringList{"SRV1"});
-        f.form2().Command3->click();
-        QCOMPARE(texts(f.w().Combo1), QStringList{"SRV1"});
-        QCOMPARE(f.readBytes("Computers"), QByteArray("SRV1\r\n"));
-        QCOMPARE(f.lines("SRV1").first(), QStringLiteral("Print Spooler;spooler;Alert;;;;;"));
     }
 
     // The main window re-lists the server's services while Form2 is open: each row Form2 shows
