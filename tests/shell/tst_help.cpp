@@ -19,6 +19,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <optional>
+
 using namespace velmora;
 using platform::MsgButtons;
 using test::WindowFixture;
@@ -42,40 +44,30 @@ QList<shell::AboutWindow*> aboutWindows()
 }
 
 // The desktop's association database pointed at empty folders of the test's own: no viewer
-// is known for any type.
+// is known for any type. The environment is put back as it was when it goes.
 class DesktopWithoutViewers {
 public:
     DesktopWithoutViewers()
     {
         for (const char* name : {"XDG_DATA_HOME", "XDG_DATA_DIRS", "XDG_CONFIG_HOME", "XDG_CONFIG_DIRS",
                                  "XDG_CURRENT_DESKTOP", "DESKTOP_SESSION", "BROWSER"}) {
-            saved_.append({name, qgetenv(name), qEnvironmentVariableIsSet(name)});
+            saved_.insert(name, qEnvironmentVariableIsSet(name) ? std::optional(qgetenv(name)) : std::nullopt);
             qunsetenv(name);
-        }
-        for (const char* name : {"XDG_DATA_HOME", "XDG_DATA_DIRS", "XDG_CONFIG_HOME", "XDG_CONFIG_DIRS"}) {
-            const QString folder = dir.filePath(QString::fromLatin1(name));
-            QDir().mkpath(folder);
-            qputenv(name, QFile::encodeName(folder));
+            if (QByteArray(name).startsWith("XDG_") && !QByteArray(name).endsWith("DESKTOP")) {
+                QDir().mkpath(dir.filePath(name));
+                qputenv(name, QFile::encodeName(dir.filePath(name)));
+            }
         }
     }
     ~DesktopWithoutViewers()
     {
-        for (const auto& s : saved_) {
-            if (s.set)
-                qputenv(s.name, s.value);
-            else
-                qunsetenv(s.name);
-        }
+        for (auto it = saved_.cbegin(); it != saved_.cend(); ++it)
+            it.value() ? qputenv(it.key(), *it.value()) : qunsetenv(it.key());
     }
     QTemporaryDir dir;
 
 private:
-    struct Saved {
-        const char* name;
-        QByteArray value;
-        bool set;
-    };
-    QList<Saved> saved_;
+    QHash<const char*, std::optional<QByteArray>> saved_;
 };
 
 } // namespace

@@ -65,29 +65,6 @@ private slots:
         w.sim.clock.advance(1);
         QCOMPARE(w.steps.mid(6), (QStringList{"scan 30", "schedulerDue"}));
     }
-
-    // A second copy, an unsuitable system or an unsafe folder ends the run before any file is made.
-    void aRefusedRunLeavesNoFile_data()
-    {
-        QTest::addColumn<QString>("cause");
-        QTest::newRow("another copy") << "other";
-        QTest::newRow("no instance folder") << "problem";
-        QTest::newRow("another system") << "system";
-    }
-    void aRefusedRunLeavesNoFile()
-    {
-        QFETCH(QString, cause);
-        World w;
-        w.sim.instance.other_running = cause == "other";
-        w.sim.instance.problem_text = cause == "problem" ? "no folder of your own" : "";
-        w.sim.system.platform_id = cause == "system" ? 1 : 2;
-        w.startup.run();
-        QCOMPARE(w.steps.last(), QStringLiteral("refused"));
-        QCOMPARE(w.sim.boxes.shown.size(), 1);
-        QVERIFY(!w.files.fileExists("Jobs.log") && !w.files.fileExists("Interval"));
-        w.sim.clock.advance(2000);
-        QCOMPARE(w.steps.last(), QStringLiteral("refused"));
-    }
 };
 
 QTEST_MAIN(TestStartup)

@@ -80,21 +80,26 @@ private slots:
         QTRY_COMPARE(f.sim.tray.taskbar.value(&w), false);
     }
 
+    // Hidden, the window goes on working with the icon shown; without a tray it stays and says why.
     void hidingKeepsEveryTimerRunningAndTheIconShown_data()
     {
         QTest::addColumn<QString>("command");
-        QTest::newRow("Show in Tray only") << "Command11";
-        QTest::newRow("Window menu") << "mnuHide";
+        QTest::addColumn<bool>("trayAvailable");
+        for (bool tray : {true, false}) {
+            QTest::addRow("Show in Tray only, %s", tray ? "tray" : "no tray") << "Command11" << tray;
+            QTest::addRow("Window menu, %s", tray ? "tray" : "no tray") << "mnuHide" << tray;
+        }
     }
 
     void hidingKeepsEveryTimerRunningAndTheIconShown()
     {
         QFETCH(QString, command);
+        QFETCH(bool, trayAvailable);
         WindowFixture f;
         f.writeFile("Computerlist", {"DC1"});
         f.sim.icmp.addComputer("DC1", "10.0.0.1", 0);
+        f.sim.tray.tray_available = trayAvailable;
         auto& w = startActive(f);
-        QVERIFY(f.sim.tray.shown());
         const QList<bool> timers = timerStates(w);
         QVERIFY(timers.contains(true));
 
@@ -103,22 +108,22 @@ private slots:
         else
             w.mnuHide->trigger();
 
-        QVERIFY(!w.isVisible());
         QVERIFY(f.sim.tray.shown());
+        QCOMPARE(w.isVisible(), !trayAvailable);
+        QCOMPARE(f.sim.boxes.texts(), trayAvailable ? QStringList() : QStringList{shell::noTrayText()});
+        QCOMPARE(f.sim.tray.taskbar.value(&w), !trayAvailable);
         QVERIFY(!f.sim.app.ended());
         QCOMPARE(timerStates(w), timers);
         // Hidden, it goes on working: the minute's re-ping of the servers runs.
         const qsizetype pings = f.sim.icmp.pinged.size();
         f.sim.clock.advance(60000);
         QVERIFY(f.sim.icmp.pinged.size() > pings);
-        QVERIFY(f.sim.boxes.shown.isEmpty());
     }
 
     void rightClickOpensTheMenuOnlyWhenTheWindowIsNotInFront()
     {
         WindowFixture f;
         auto& w = startActive(f);
-        QVERIFY(f.sim.tray.shown());
         f.sim.tray.foreground = &w;
         f.sim.tray.rightClick();
         QVERIFY(f.sim.tray.popups.isEmpty());
@@ -135,29 +140,6 @@ private slots:
         w.Command11->click();
         f.sim.tray.rightClick();
         QCOMPARE(f.sim.tray.popups.size(), 2);
-    }
-
-    void withoutATrayTheWindowStaysAndSaysWhy_data()
-    {
-        QTest::addColumn<QString>("command");
-        QTest::newRow("Show in Tray only") << "Command11";
-        QTest::newRow("Window menu") << "mnuHide";
-    }
-
-    void withoutATrayTheWindowStaysAndSaysWhy()
-    {
-        QFETCH(QString, command);
-        WindowFixture f;
-        f.sim.tray.tray_available = false;
-        auto& w = startActive(f);
-        QVERIFY(f.sim.tray.shown());
-        if (command == "Command11")
-            w.Command11->click();
-        else
-            w.mnuHide->trigger();
-        QVERIFY(w.isVisible());
-        QCOMPARE(f.sim.boxes.texts(), QStringList{shell::noTrayText()});
-        QCOMPARE(f.sim.tray.taskbar.value(&w), true);
     }
 
     void everyWayOutRemovesTheIcon_data()
