@@ -245,29 +245,55 @@ private slots:
 
     // ---- showing, closing, position ----
 
-    void closeHidesAndKeepsRowsAndPosition()
+    // "&Close" hides the window with its rows, the close box unloads it and them, and an
+    // activation only looks: each remembers the place (in twips) it finds, but for a left of 0
+    // on closing and any place off the screen.
+    void closingAndActivationRememberThePlace_data()
     {
+        QTest::addColumn<QString>("way");
+        QTest::addColumn<QPoint>("at");
+        QTest::addColumn<QStringList>("remembered");
+        QTest::newRow("Close") << "Command1" << QPoint(100, 50) << QStringList{"1500", "750"};
+        QTest::newRow("close box") << "close box" << QPoint(0, 0) << QStringList{"4500", "0"};
+        QTest::newRow("activation") << "activation" << QPoint(0, 20) << QStringList{"0", "300"};
+        QTest::newRow("activation off screen") << "activation" << QPoint(-10, 0) << QStringList{"4500", "4500"};
+    }
+    void closingAndActivationRememberThePlace()
+    {
+        QFETCH(QString, way);
+        QFETCH(QPoint, at);
+        QFETCH(QStringList, remembered);
         World w;
         w.module->showalertwindow();
+        w.module->addalertrow("SRV01", "Spooler", "Stopped", {});
         AlertWindow* f = w.window();
         QVERIFY(f->isVisible());
-        w.module->addalertrow("SRV01", "Spooler", "Stopped", {});
-        f->move(100, 50);
-        f->Command1->click();
-        QVERIFY(!f->isVisible());
-        QCOMPARE(w.state.settings.alertleft, QStringLiteral("1500"));
-        QCOMPARE(w.state.settings.alerttop, QStringLiteral("750"));
-
-        // A new failure with the popup option on shows it again with the earlier row.
-        w.module->showalertwindow();
-        w.module->addalertrow("SRV01", "Spooler", "Stopped", {});
-        QCOMPARE(w.module->alertwindow(), f);
-        QVERIFY(f->isVisible());
-        QCOMPARE(f->ListView1->topLevelItemCount(), 2);
-        // Showing restores a minimised window.
-        f->showMinimized();
-        w.module->showalertwindow();
-        QVERIFY(!f->isMinimized() && f->isVisible());
+        f->move(at);
+        w.state.settings.alertleft = w.state.settings.alerttop = QStringLiteral("4500");
+        if (way == "Command1")
+            f->Command1->click();
+        else if (way == "close box")
+            QVERIFY(f->close());
+        else
+            activate(f);
+        QCOMPARE((QStringList{w.state.settings.alertleft, w.state.settings.alerttop}), remembered);
+        if (way == "close box") {
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+            QVERIFY(!w.module->loadedAlertwindow());
+            QCOMPARE(w.window()->ListView1->topLevelItemCount(), 0);
+        } else if (way == "Command1") {
+            // A new failure with the popup option on shows it again with the earlier row.
+            QVERIFY(!f->isVisible());
+            w.module->showalertwindow();
+            w.module->addalertrow("SRV01", "Spooler", "Stopped", {});
+            QCOMPARE(w.module->alertwindow(), f);
+            QVERIFY(f->isVisible());
+            QCOMPARE(f->ListView1->topLevelItemCount(), 2);
+            // Showing restores a minimised window.
+            f->showMinimized();
+            w.module->showalertwindow();
+            QVERIFY(!f->isMinimized() && f->isVisible());
+        }
     }
 
     void aRememberedPositionPlacesTheNextLoadedWindow()
@@ -282,40 +308,6 @@ private slots:
         unknown.state.settings.alerttop = QStringLiteral("1500");
         const QPoint where = unknown.window()->pos();
         QVERIFY(where != QPoint(0, 100));
-    }
-
-    void theCloseBoxUnloadsTheWindowAndItsRows()
-    {
-        World w;
-        w.module->showalertwindow();
-        w.module->addalertrow("SRV01", "Spooler", "Stopped", {});
-        AlertWindow* f = w.window();
-        f->move(0, 0);
-        w.state.settings.alertleft = QStringLiteral("4500");
-        w.state.settings.alerttop = QStringLiteral("4500");
-        QVERIFY(f->close());
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        QVERIFY(!w.module->loadedAlertwindow());
-        // On closing a left of 0 is not remembered, a top of 0 is.
-        QCOMPARE(w.state.settings.alertleft, QStringLiteral("4500"));
-        QCOMPARE(w.state.settings.alerttop, QStringLiteral("0"));
-        QCOMPARE(w.window()->ListView1->topLevelItemCount(), 0);
-    }
-
-    void activationRemembersOnlyAnOnScreenPosition()
-    {
-        World w;
-        AlertWindow* f = w.window();
-        w.state.settings.alertleft = QStringLiteral("4500");
-        w.state.settings.alerttop = QStringLiteral("4500");
-        f->move(-10, 0);
-        activate(f);
-        QCOMPARE(w.state.settings.alertleft, QStringLiteral("4500"));
-        QCOMPARE(w.state.settings.alerttop, QStringLiteral("4500"));
-        f->move(0, 20);
-        activate(f);
-        QCOMPARE(w.state.settings.alertleft, QStringLiteral("0"));
-        QCOMPARE(w.state.settings.alerttop, QStringLiteral("300"));
     }
 
     // ---- log-size indicator ----
@@ -344,18 +336,14 @@ private slots:
         activate(f);
         QCOMPARE(f->Label3->text(), QStringLiteral("Current Logfilesize: 0 Bytes"));
         QVERIFY(!f->logSizeIsRed());
-    }
-
-    void withoutALogTheIndicatorStaysAsItIs()
-    {
-        World w;
+        // Without a log the indicator stays as it is.
         w.writeLog(3000001);
         w.module->updatelogsize(SizeCaption::Activation);
         QVERIFY(QFile::remove(w.file(core::files::jobslog)));
         w.module->updatelogsize(SizeCaption::CheckRun);
-        activate(w.window());
-        QCOMPARE(w.window()->Label3->text(), QStringLiteral("Current Logfilesize: 3000001 Bytes"));
-        QVERIFY(w.window()->logSizeIsRed());
+        activate(f);
+        QCOMPARE(f->Label3->text(), QStringLiteral("Current Logfilesize: 3000001 Bytes"));
+        QVERIFY(f->logSizeIsRed());
     }
 
     // On a real full disk the lost lines are told once, in the indicator and the caption, for

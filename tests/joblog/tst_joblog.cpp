@@ -1,5 +1,5 @@
-// The job log: the exact bytes of its lines, appending without creating, the size indicator's
-// boundary, the Show and Delele Logfile flows, lost lines, and two processes appending at once.
+// The job log: the exact bytes of its lines, appending without creating, the Show and Delele
+// Logfile flows, and two processes appending at once.
 #include "joblog/joblog.h"
 #include "platform/linux/disktextfiles.h"
 #include "platform/sim/simplatform.h"
@@ -150,6 +150,12 @@ private slots:
         QVERIFY(w.log.appendjobline("back"));
         QCOMPARE(bytesOf(w.file()), QByteArray("back\r\n"));
         QVERIFY(w.sim.boxes.shown.isEmpty());
+        // A data folder that is missing loses the line too.
+        const core::FixedDataFolder missing(w.dir.filePath("no/such/folder"));
+        JobLog lost(w.sim.platform(), missing);
+        lost.ensurejoblog();
+        QVERIFY(!lost.appendjobline("lost"));
+        QCOMPARE(lost.size(), -1);
     }
 
     void aLogSpelledInOtherCaseIsTheSameLog()
@@ -162,39 +168,6 @@ private slots:
         QVERIFY(!QFile::exists(w.file()));
         QCOMPARE(w.log.size(), 10);
     }
-
-    // Lost lines are counted from the first one on (what the alert window shows), without a
-    // box, until a line is written again.
-    void aLineThatCannotBeWrittenIsLostAndCountedWithoutABox()
-    {
-        World w;
-        w.log.ensurejoblog();
-        w.log.appendjobline("before");
-        w.sim.files.failOn(SimTextFiles::Op::Append, "jobs.log");
-        QVERIFY(!w.log.appendjobline("lost"));
-        w.sim.clock.setNow(w.sim.clock.now().addSecs(60));
-        QVERIFY(!w.log.checkline("SRV01", "Spooler", "Stopped"));
-        QCOMPARE(w.log.lostLines().lost, 2);
-        QCOMPARE(w.log.lostLines().since, QDateTime(QDate(2026, 11, 16), QTime(20, 50, 14)));
-        w.sim.files.clearFailures();
-        QVERIFY(w.log.appendjobline("after"));
-        QVERIFY(!w.log.lostLines().any());
-        QCOMPARE(bytesOf(w.file()), QByteArray("before\r\nafter\r\n"));
-        QVERIFY(w.sim.boxes.shown.isEmpty());
-    }
-
-    void aMissingDataFolderLosesTheLine()
-    {
-        World w;
-        SimPlatform sim;
-        const core::FixedDataFolder folder(w.dir.filePath("no/such/folder"));
-        JobLog log(sim.platform(), folder);
-        log.ensurejoblog();
-        QVERIFY(!log.appendjobline("lost"));
-        QCOMPARE(log.size(), -1);
-    }
-
-    // ---- size indicator ----
 
     // ---- Show Logfile ----
 
@@ -246,17 +219,13 @@ private slots:
         QCOMPARE(w.sim.boxes.shown.size(), 3);
         QVERIFY(QFile::exists(w.file()));
         QCOMPARE(QFileInfo(w.file()).size(), 0);
-    }
-
-    void aLogThatCannotBeDeletedIsKeptAndReported()
-    {
-        World w;
+        // One that cannot be deleted is kept, and the user told.
         putBytes(w.file(), "keep\r\n");
         w.sim.files.failOn(SimTextFiles::Op::Remove, "jobs.log");
         w.log.deletelogfile();
         QCOMPARE(bytesOf(w.file()), QByteArray("keep\r\n"));
-        QCOMPARE(w.sim.boxes.shown.size(), 2);
-        QVERIFY(!w.sim.boxes.shown[1].text.isEmpty());
+        QCOMPARE(w.sim.boxes.shown.size(), 5);
+        QVERIFY(!w.sim.boxes.shown[4].text.isEmpty());
     }
 
     // ---- two writers ----
