@@ -7,8 +7,6 @@
 
 #include <QAction>
 #include <QLineEdit>
-#include <QListWidget>
-#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTest>
 #include <QTreeWidget>
@@ -105,15 +103,6 @@ private slots:
         QCOMPARE(w.services->ListView1->currentItem()->text(0), QStringLiteral("CUPS Scheduler"));
         QCOMPARE(w.services->Text3->text(), QStringLiteral("cups.service"));
         QCOMPARE(w.services->Text2->text(), QStringLiteral("/usr/sbin/cupsd -l"));
-    }
-
-    void startUpEmptiesTheAlertWindowsTextRecord()
-    {
-        WindowFixture f;
-        f.create();
-        f.program->logandalerts->alertwindow()->Text1->setPlainText("old");
-        f.program->load();
-        QCOMPARE(f.program->logandalerts->alertwindow()->Text1->toPlainText(), QString());
     }
 };
 
