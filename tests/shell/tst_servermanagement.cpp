@@ -679,28 +679,6 @@ private slots:
         changed[2] = "lost?";
         QCOMPARE(f.readBytes("DC1"), crlf(records + changed));
     }
-
-    // Where the platform knows only systemd servers the choice is not offered.
-    void noChoiceWithoutWindowsServers()
-    {
-        platform::sim::SimPlatform sim;
-        platform::Platform p = sim.platform();
-        p.serverkinds = nullptr;
-        QStringList added;
-        shell::AddServerDialog d{shell::ServerKindChoice(p)};
-        QObject::connect(&d, &shell::AddServerDialog::addRequested, [&](const QString& name) {
-            added << name;
-            d.added(name);
-        });
-        d.setAttribute(Qt::WA_DeleteOnClose, false);
-        d.show();
-        QVERIFY(d.Check1->isHidden());
-        d.Text1->setText("fs1");
-        d.OKButton->click();
-        QCOMPARE(added, QStringList{"FS1"});
-        QVERIFY(sim.boxes.shown.isEmpty());
-        QVERIFY(!d.isVisible());
-    }
 };
 
 QTEST_MAIN(TestServerManagement)
