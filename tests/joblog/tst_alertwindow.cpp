@@ -36,15 +36,15 @@ namespace {
 
 const QColor kRed(255, 0, 0);
 
-// The run state and Timer6 as the main window holds them, with the module over them.
+// The run state and Timer6 as the main window holds them, with the module over them; the data
+// folder is the test's own unless one is given.
 struct World {
-    explicit World(bool popupalert = true)
+    explicit World(const QString& folder = {})
     {
         sim.clock.setNow(QDateTime(QDate(2026, 11, 16), QTime(20, 50, 14)));
         state.platform = sim.platform();
-        state.datafolder = dir.path();
-        state.settings = core::SettingsRecord::defaults(dir.path());
-        state.settings.popupalert = popupalert;
+        state.datafolder = folder.isEmpty() ? dir.path() : folder;
+        state.settings = core::SettingsRecord::defaults(state.datafolder);
         timer = sim.clock.createTimer(&timerOwner, QStringLiteral("Timer6"), 250);
         makeModule();
     }
@@ -57,7 +57,7 @@ struct World {
                          });
         module->joblog().setLocale(QLocale(QLocale::German, QLocale::Germany));
     }
-    QString file(const QString& name) const { return core::dataFile(dir.path(), name); }
+    QString file(const QString& name) const { return core::dataFile(state.datafolder, name); }
     // A log of exactly bytes bytes whose last line is ended, so an appended line adds only itself.
     void writeLog(qint64 bytes)
     {
@@ -146,23 +146,17 @@ private slots:
     void popupOptionRoundTripsThroughTheSettingsFile()
     {
         World w;
-        w.state.settings.popupalert = false; // changed elsewhere while the window was loaded
-        activate(w.window());
-        QVERIFY(w.window()->Check1->isChecked());
-        w.state.settings.popupalert = true;
-        const QString settings = w.file(core::files::settings);
-        QVERIFY(core::writeSettings(w.sim.files, settings, w.state.settings));
-        core::SettingsRecord read;
-        core::readSettings(w.sim.files, settings, read);
-        w.state.settings = read;
-        QVERIFY(w.state.settings.popupalert);
         AlertWindow* f = w.window();
+        // Checked means no popup; each activation shows the option as the settings hold it.
+        w.state.settings.popupalert = false; // changed elsewhere while the window was loaded
+        activate(f);
+        QVERIFY(f->Check1->isChecked());
+        w.state.settings.popupalert = true;
         activate(f);
         QVERIFY(!f->Check1->isChecked());
-
         f->Check1->click();
-        QVERIFY(f->Check1->isChecked());
         QVERIFY(!w.state.settings.popupalert);
+        const QString settings = w.file(core::files::settings);
         QVERIFY(core::writeSettings(w.sim.files, settings, w.state.settings));
         QCOMPARE(w.sim.files.readLines(settings)->value(0), QStringLiteral("False"));
     }
@@ -409,15 +403,9 @@ private slots:
 // where FOLDER is a small file system of its own.
 int lostLines(const QString& folder)
 {
-    SimPlatform sim;
-    sim.clock.setNow(QDateTime(QDate(2026, 11, 16), QTime(20, 50, 14)));
-    core::RunState state;
-    state.platform = sim.platform();
-    state.datafolder = folder;
-    state.settings = core::SettingsRecord::defaults(folder);
-    LogAndAlerts module(state, nullptr, nullptr);
+    World world(folder);
+    LogAndAlerts& module = *world.module;
     joblog::JobLog& log = module.joblog();
-    log.setLocale(QLocale(QLocale::German, QLocale::Germany));
     log.ensurejoblog();
     // A first line that fills the log's block to its end, so that the disk has no room left for
     // one more byte of it.
@@ -436,7 +424,7 @@ int lostLines(const QString& folder)
     test::tellParent("caption", w->windowTitle());
     module.updatelogsize(SizeCaption::Activation);
     test::tellParent("after activation", indicator());
-    test::tellParent("boxes", QString::number(sim.boxes.shown.size()));
+    test::tellParent("boxes", QString::number(world.sim.boxes.shown.size()));
     QFile::remove(folder + "/filler");
     log.appendjobline("again");
     test::tellParent("after room", indicator() + " | " + w->windowTitle());
