@@ -558,38 +558,25 @@ private slots:
                               "Regular background program processing daemon;cron;Alert;;;;;"}));
     }
 
-    // Servers the timed scan passes over (in maintenance, or the unended last line of a
-    // hand-edited list) are still monitored servers: storing another server keeps them.
-    void serversTheScanSkipsSurviveOk()
-    {
-        Fleet f({"SRV1", "SRV2\tmonitored", "SRV3\tmonitored"}, false);
-        f.writeBytes("Computers", "SRV2\r\nSRV3");
-        f.writeFile("SRV2", QStringList{"Print Spooler;spooler;Alert;;;;;"} + emptyBlock());
-        f.writeFile("SRV3", QStringList{"Print Spooler;spooler;Alert;;;;;"} + emptyBlock());
-        f.launch();
-        f.program->servers.setMaintenance("SRV2", true);
-        f.addService();
-        f.addAction("Alert");
-        f.form3().Command1->click();
-        f.form2().Command3->click();
-        QCOMPARE(f.readBytes("Computers"), QByteArray("SRV2\r\nSRV3\r\nSRV1\r\n"));
-        QCOMPARE(f.lines("SRV2").first(), QStringLiteral("Print Spooler;spooler;Alert;;;;;"));
-    }
-
     // A write that fails shows a box naming the file, keeps Form2 open with what the user chose,
-    // and leaves the old file whole; OK once the disk is back stores it all.
+    // and leaves the old file whole; OK once the disk is back stores it all. Servers the timed
+    // scan passes over (in maintenance, or the unended last line of a hand-edited list) are still
+    // monitored servers: storing another server keeps them.
     void failedWriteKeepsTheDialogAndTheOldFile()
     {
         using Op = platform::sim::SimTextFiles::Op;
         for (const QString failing : {QStringLiteral("Interval"), QStringLiteral("SRV1"), QStringLiteral("Computers")}) {
-            Fleet f({"SRV1", "SRV2\tmonitored"}, false);
-            const QByteArray computers = test::crlf({"SRV2"});
+            Fleet f({"SRV1", "SRV2\tmonitored", "SRV3\tmonitored"}, false);
+            const QByteArray computers = "SRV2\r\nSRV3";
             const QByteArray srv1 = test::crlf(QStringList{"Print Spooler;spooler;Alert;;;;;"} + emptyBlock());
             const QByteArray interval = test::crlf({"30"});
             f.writeBytes("Computers", computers);
             f.writeBytes("SRV1", srv1);
             f.writeBytes("Interval", interval);
+            f.writeFile("SRV2", QStringList{"Print Spooler;spooler;Alert;;;;;"} + emptyBlock());
+            f.writeFile("SRV3", QStringList{"Print Spooler;spooler;Alert;;;;;"} + emptyBlock());
             f.launch();
+            f.program->servers.setMaintenance("SRV2", true);
             f.addService();
             f.addAction("Restart Service");
             f.form3().Command1->click();
@@ -608,7 +595,8 @@ private slots:
             QVERIFY(!f.form2().isVisible());
             QCOMPARE(f.lines("SRV1").mid(0, 2), (QStringList{"Print Spooler;spooler;Alert;;;;;",
                                                              "CUPS Scheduler;cups;Restart Service;;;;;"}));
-            QCOMPARE(f.readBytes("Computers"), QByteArray("SRV2\r\nSRV1\r\n"));
+            QCOMPARE(f.readBytes("Computers"), QByteArray("SRV2\r\nSRV3\r\nSRV1\r\n"));
+            QCOMPARE(f.lines("SRV2").first(), QStringLiteral("Print Spooler;spooler;Alert;;;;;"));
         }
     }
 
