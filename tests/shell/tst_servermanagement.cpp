@@ -592,25 +592,11 @@ private slots:
         f.writeFile("Computerlist", {"DC1"});
         const QStringList records{"Web server;nginx.service;Alert;Send Email to: ops@example.org;;;;",
                                   "a note without a semicolon", "", "Jobs;cron.service;;;;;  ", "  ;x;"};
-        const QStringList block{"[Properties:]",
-                                "[Servername / Alias:]",
-                                "Domain controller",
-                                "[IP Address / Subnet:]",
-                                "10.0.0.5 / 24",
-                                "[Role / Priority:]",
-                                "DC, high",
-                                "[Location / Department:]",
-                                "Room 4",
-                                "[Responsibles / Contact:]",
-                                "Anna 123",
-                                "Ben 456",
-                                "[Action list for monitoring staff]",
-                                "Call Anna",
-                                "",
-                                "then Ben",
-                                "[Remarks / Comments:]",
-                                "",
-                                "[EOF]"};
+        const QStringList block{"[Properties:]", "[Servername / Alias:]", "Domain controller",
+                                "[IP Address / Subnet:]", "10.0.0.5 / 24", "[Role / Priority:]", "DC, high",
+                                "[Location / Department:]", "Room 4", "[Responsibles / Contact:]", "Anna 123",
+                                "Ben 456", "[Action list for monitoring staff]", "Call Anna", "", "then Ben",
+                                "[Remarks / Comments:]", "", "[EOF]"};
         const QByteArray original = crlf(records + block);
         f.writeBytes("DC1", original);
         auto& w = f.start();
