@@ -5,14 +5,20 @@
 // worker or TCP network) before build().
 #include "actions/alertmailer.h"
 #include "actions/dispatcher.h"
+#include "actions/emailoptionsdialog.h"
 #include "core/datafolder.h"
 #include "core/runstate.h"
 #include "joblog/joblog.h"
+#include "platform/linux/qttcpsocket.h"
 #include "platform/sim/simplatform.h"
 
+#include <QCheckBox>
+#include <QLineEdit>
+#include <QRadioButton>
 #include <QTemporaryDir>
 #include <QTest>
 #include <memory>
+#include <optional>
 
 namespace velmora::test {
 
@@ -36,6 +42,19 @@ struct ActionRig {
         mailer->refreschmailsettings();
         dispatcher = std::make_unique<actions::ActionDispatcher>(p, *log, *mailer, *p.messenger, signal);
         return *this;
+    }
+    // Real TCP sockets in place of the simulated network.
+    void useRealTcp()
+    {
+        realTcp = std::make_unique<platform::QtTcpNetwork>();
+        state.platform.tcp = realTcp.get();
+    }
+    // Waits up to 30 s for one alert mail: true when it went out.
+    bool sendemail(const QString& to, const actions::MailText& text = {"s", "b"})
+    {
+        std::optional<bool> sent;
+        mailer->sendemail(to, text, [&](bool ok) { sent = ok; });
+        return QTest::qWaitFor([&] { return sent.has_value(); }, 30000) && *sent;
     }
     // Stores the SMTP server: e-mail goes over SMTP.
     void storeSmtp(const QString& server, int port, const QString& sender = QStringLiteral("alerts@corp.test"))
@@ -69,6 +88,7 @@ struct ActionRig {
     const actions::ActionResults& results() const { return dispatcher->results(); }
 
     QTemporaryDir dir;
+    std::unique_ptr<platform::QtTcpNetwork> realTcp;
     platform::sim::SimPlatform sim;
     core::RunState state;
     QObject owner;
@@ -78,5 +98,22 @@ struct ActionRig {
     std::unique_ptr<actions::ActionDispatcher> dispatcher;
     int dones = 0;
 };
+
+// Switches e-mail on in the shown options dialog and fills the SMTP server's fields; with a
+// user, the login too.
+inline void fillSmtpOptions(actions::EmailOptionsDialog* d, const QString& server, const QString& sender,
+                            const QString& user = {}, const QString& password = {})
+{
+    if (!d->Check1->isChecked())
+        d->Check1->click();
+    d->Option2->click();
+    d->Text2->setText(server);
+    d->Text4->setText(sender);
+    if (user.isEmpty())
+        return;
+    d->Check2->click();
+    d->Text5->setText(user);
+    d->Text6->setText(password);
+}
 
 } // namespace velmora::test
