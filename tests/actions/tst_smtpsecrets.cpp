@@ -69,6 +69,19 @@ class TestSmtpSecrets : public QObject {
     platform::SecretServiceStore secrets_{worker_};
     QObject context_;
 
+    SecretStore::Result read(const QString& key)
+    {
+        return await([&](SecretStore::Done d) { secrets_.read(&context_, key, d); });
+    }
+    bool write(const QString& key, const QString& secret)
+    {
+        return await([&](SecretStore::Done d) { secrets_.write(&context_, key, secret, d); }).ok();
+    }
+    bool remove(const QString& key)
+    {
+        return await([&](SecretStore::Done d) { secrets_.remove(&context_, key, d); }).ok();
+    }
+
     void needKeyring()
     {
         if (!busMissing_.isEmpty())
@@ -86,37 +99,23 @@ private slots:
     {
         if (!busMissing_.isEmpty())
             QSKIP(qPrintable(busMissing_));
-        const SecretStore::Result r =
-            await([&](SecretStore::Done d) { secrets_.write(&context_, QStringLiteral("probe"), QStringLiteral("x"), d); });
-        QCOMPARE(r.status, SecretStore::Status::NoStore);
+        QCOMPARE(await([&](SecretStore::Done d) { secrets_.write(&context_, "probe", "x", d); }).status,
+                 SecretStore::Status::NoStore);
 
         test::ActionRig rig;
-        auto& sim = rig.sim;
         rig.state.platform.secrets = &secrets_;
         rig.build();
-        actions::AlertMailer& mailer = *rig.mailer;
-        actions::Mailing mailing(rig.state, mailer, rig.results(), nullptr);
-        actions::EmailOptionsDialog* d = mailing.dialog();
+        actions::Mailing mailing(rig.state, *rig.mailer, rig.results(), nullptr);
         mailing.showOptions();
-        d->Check1->click();
-        d->Option2->click();
-        d->Text2->setText(QStringLiteral("mail.corp.test"));
-        d->Text4->setText(QStringLiteral("alerts@corp.test"));
-        d->Check2->click();
-        d->Text5->setText(QStringLiteral("alerts"));
-        d->Text6->setText(kPassword);
-        d->OKButton->click();
-        QTRY_COMPARE_WITH_TIMEOUT(sim.boxes.texts(), QStringList{actions::AlertMailer::kNoSecretStore}, 30000);
+        test::fillSmtpOptions(mailing.dialog(), "mail.corp.test", "alerts@corp.test", "alerts", kPassword);
+        mailing.dialog()->OKButton->click();
+        QTRY_COMPARE_WITH_TIMEOUT(rig.sim.boxes.texts(), QStringList{actions::AlertMailer::kNoSecretStore}, 30000);
         // The settings are kept; the password is nowhere.
-        QVERIFY(mailer.smtpOptions().on);
+        QVERIFY(rig.mailer->smtpOptions().on);
         QVERIFY(!anyFileHolds(rig.dir.path(), kPassword));
 
         // An alert mail that needs the password says why it cannot go out.
-        std::optional<bool> sent;
-        mailer.sendemail(QStringLiteral("admin@corp.test"), {QStringLiteral("s"), QStringLiteral("b")},
-                         [&](bool ok) { sent = ok; });
-        QTRY_VERIFY_WITH_TIMEOUT(sent.has_value(), 30000);
-        QCOMPARE(*sent, false);
+        QVERIFY(!rig.sendemail("admin@corp.test"));
         QCOMPARE(rig.lines(),
                  QStringList{actions::SmtpClient::kFailurePrefix
                              + "no secret store is running, so the password of alerts cannot be read"});
@@ -127,17 +126,15 @@ private slots:
         needKeyring();
         const QString key = actions::smtpPasswordKey(QStringLiteral(" Mail.Corp.Test "), QStringLiteral("alerts"));
         QCOMPARE(key, QStringLiteral("smtp:alerts@mail.corp.test"));
-        QCOMPARE(await([&](SecretStore::Done d) { secrets_.read(&context_, key, d); }).status,
-                 SecretStore::Status::NotFound);
-        QVERIFY(await([&](SecretStore::Done d) { secrets_.write(&context_, key, kPassword, d); }).ok());
-        const SecretStore::Result read = await([&](SecretStore::Done d) { secrets_.read(&context_, key, d); });
-        QVERIFY2(read.ok(), qPrintable(read.text));
-        QCOMPARE(read.secret, kPassword);
-        QVERIFY(await([&](SecretStore::Done d) { secrets_.remove(&context_, key, d); }).ok());
-        QCOMPARE(await([&](SecretStore::Done d) { secrets_.read(&context_, key, d); }).status,
-                 SecretStore::Status::NotFound);
+        QCOMPARE(read(key).status, SecretStore::Status::NotFound);
+        QVERIFY(write(key, kPassword));
+        const SecretStore::Result r = read(key);
+        QVERIFY2(r.ok(), qPrintable(r.text));
+        QCOMPARE(r.secret, kPassword);
+        QVERIFY(remove(key));
+        QCOMPARE(read(key).status, SecretStore::Status::NotFound);
         // Removing what is not there is no failure.
-        QVERIFY(await([&](SecretStore::Done d) { secrets_.remove(&context_, key, d); }).ok());
+        QVERIFY(remove(key));
     }
 
     void aLockedSilentOrEmptyStoreFailsOnlyThatMailAndTheScanGoesOn_data()
@@ -160,9 +157,9 @@ private slots:
         QFETCH(QString, why);
         needKeyring();
         const QString key = actions::smtpPasswordKey(QStringLiteral("127.0.0.1"), QStringLiteral("alerts"));
-        QVERIFY(await([&](SecretStore::Done d) { secrets_.write(&context_, key, kPassword, d); }).ok());
+        QVERIFY(write(key, kPassword));
         if (store == "empty")
-            QVERIFY(await([&](SecretStore::Done d) { secrets_.remove(&context_, key, d); }).ok());
+            QVERIFY(remove(key));
         else if (store == "locked")
             QCOMPARE(keyring_.lock(), QString());
 
@@ -193,8 +190,7 @@ private slots:
         else if (store == "locked")
             QCOMPARE(keyring_.unlock(), QString());
         // The store never asked to be unlocked; once it answers, the password is there.
-        QTRY_COMPARE_WITH_TIMEOUT(await([&](SecretStore::Done d) { secrets_.read(&context_, key, d); }).status,
-                                  store == "empty" ? SecretStore::Status::NotFound : SecretStore::Status::Ok, 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(read(key).status, store == "empty" ? SecretStore::Status::NotFound : SecretStore::Status::Ok, 20000);
     }
 
     void alertMailFromTheDialogsSettingsReachesAiosmtpdWithStartTlsAndLogin()
@@ -210,9 +206,7 @@ private slots:
             QSKIP("aiosmtpd (python3-aiosmtpd) is not available");
 
         test::ActionRig rig;
-        auto& sim = rig.sim;
-        platform::QtTcpNetwork realTcp;
-        rig.state.platform.tcp = &realTcp;
+        rig.useRealTcp();
         rig.state.platform.secrets = &secrets_;
         rig.build();
         actions::AlertMailer& mailer = *rig.mailer;
@@ -222,35 +216,22 @@ private slots:
         // server's certificate.
         actions::EmailOptionsDialog* d = mailing.dialog();
         mailing.showOptions();
-        d->Check1->click();
-        d->Option2->click();
-        d->Text2->setText(QStringLiteral("127.0.0.1"));
+        test::fillSmtpOptions(d, "127.0.0.1", "alerts@velmora.test", "alerts", kPassword);
         d->Text3->setText(QString::number(sink.port()));
-        d->Text4->setText(QStringLiteral("alerts@velmora.test"));
-        d->Check2->click();
-        d->Text5->setText(QStringLiteral("alerts"));
-        d->Text6->setText(kPassword);
         d->Combo1->setCurrentIndex(d->Combo1->findData(int(actions::SmtpTls::StartTls)));
         d->Check3->click();
         d->OKButton->click();
         QVERIFY(!d->isVisible());
-        QVERIFY(sim.boxes.texts().isEmpty());
+        QVERIFY(rig.sim.boxes.texts().isEmpty());
         QCOMPARE(mailer.settings().smtpserver, QStringLiteral("127.0.0.1"));
         QCOMPARE(mailer.settings().smtpport, sink.port());
-        const QString key = actions::smtpPasswordKey(QStringLiteral("127.0.0.1"), QStringLiteral("alerts"));
-        QTRY_COMPARE_WITH_TIMEOUT(await([&](SecretStore::Done dn) { secrets_.read(&context_, key, dn); }).secret,
-                                  kPassword, 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(read(actions::smtpPasswordKey("127.0.0.1", "alerts")).secret, kPassword, 30000);
         QVERIFY(d->Text6->text().isEmpty());
         QVERIFY(!anyFileHolds(rig.dir.path(), kPassword));
 
-        std::optional<bool> sent;
-        mailer.sendemail(QStringLiteral(" admin@corp.test"), {QStringLiteral("Service Status SRV1 Spooler Stopped"),
-                                                             QStringLiteral("Velmora has noticed that Spooler is Stopped")},
-                         [&](bool ok) { sent = ok; });
-        QTRY_VERIFY_WITH_TIMEOUT(sent.has_value(), 30000);
-        const QStringList log = rig.lines();
-        QVERIFY2(*sent, qPrintable(log.join('\n')));
-        QCOMPARE(log, QStringList{"Email sent to admin@corp.test"});
+        QVERIFY2(rig.sendemail(" admin@corp.test", {"Service Status SRV1 Spooler Stopped", "Velmora has noticed that Spooler is Stopped"}),
+                 qPrintable(rig.lines().join('\n')));
+        QCOMPARE(rig.lines(), QStringList{"Email sent to admin@corp.test"});
         QTRY_COMPARE(sink.records().size(), 1);
         const QJsonObject r = sink.records().first();
         QCOMPARE(r.value("tls").toBool(), true);
@@ -275,19 +256,13 @@ private slots:
         QVERIFY(other.ok() && renewed.start(QStringLiteral("127.0.0.1"), port,
                                             {"--stock", "--auth", QStringLiteral("alerts:") + kPassword, "--cert",
                                              other.cert, "--key", other.key}));
-        auto send = [&] {
-            std::optional<bool> ok;
-            mailer.sendemail(QStringLiteral("admin@corp.test"), {QStringLiteral("s"), QStringLiteral("b")},
-                             [&](bool r) { ok = r; });
-            return QTest::qWaitFor([&] { return ok.has_value(); }, 30000) && *ok;
-        };
-        QVERIFY(!send());
+        QVERIFY(!rig.sendemail("admin@corp.test"));
         mailing.showOptions();
         QVERIFY(!d->Check3->isChecked());
         QVERIFY(d->Label8->text().remove(' ').contains(QString::fromLatin1(fingerprintOf(other.cert))));
         d->Check3->click();
         d->OKButton->click();
-        QVERIFY(send());
+        QVERIFY(rig.sendemail("admin@corp.test"));
         QCOMPARE(mailer.smtpOptions().fingerprint, fingerprintOf(other.cert));
     }
 };
