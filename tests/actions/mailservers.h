@@ -2,10 +2,10 @@
 // Real servers for the mail and message tests, on loopback only: Debian's aiosmtpd as an SMTP
 // sink, a scripted SMTP server on a QTcpServer, and a network namespace of the test's own
 // (root only) in which a test may bind port 25 or run smbd.
+#include "support/sourcefolder.h"
+
 #include <QByteArray>
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QPointer>
@@ -28,34 +28,6 @@
 
 namespace velmora::test {
 
-// The folder of this file. ctest names the source folder; __FILE__ alone may be relative to the
-// build folder (a compiler cache with a base folder makes it so) and then misses from tests/.
-inline QString testSourceDir()
-{
-    const QString sources = qEnvironmentVariable("VELMORA_SOURCE_DIR");
-    if (!sources.isEmpty())
-        return sources + QStringLiteral("/tests/actions");
-    return QFileInfo(QStringLiteral(__FILE__)).absolutePath();
-}
-
-// A Python that has Debian's aiosmtpd, or an empty text.
-inline QString aiosmtpdPython()
-{
-    QStringList candidates{QStringLiteral("/usr/bin/python3")};
-    const QString onPath = QStandardPaths::findExecutable(QStringLiteral("python3"));
-    if (!onPath.isEmpty())
-        candidates << onPath;
-    for (const QString& py : candidates) {
-        if (!QFileInfo(py).isExecutable())
-            continue;
-        QProcess p;
-        p.start(py, {QStringLiteral("-c"), QStringLiteral("import aiosmtpd")});
-        if (p.waitForFinished(20000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0)
-            return py;
-    }
-    return {};
-}
-
 // aiosmtpd on host and port (0: a free one), started by start() and stopped with the object.
 class SmtpSink {
 public:
@@ -63,9 +35,14 @@ public:
     // Port 0: a free port below 32768, since the stored SMTP settings keep the port as a 16-bit
     // signed number.
     // extra: smtpsink.py's options (--stock, --cert, --key, --implicit, --auth).
+    // False when it could not start, also when python3-aiosmtpd is missing (the script ends
+    // without a word then).
     bool start(const QString& host = QStringLiteral("127.0.0.1"), int port = 0, const QStringList& extra = {})
     {
-        const QString py = aiosmtpdPython();
+        // Debian's own Python, which has Debian's aiosmtpd, before any other on the path.
+        const QString py = QFileInfo::exists(QStringLiteral("/usr/bin/python3"))
+            ? QStringLiteral("/usr/bin/python3")
+            : QStandardPaths::findExecutable(QStringLiteral("python3"));
         if (py.isEmpty() || !dir_.isValid())
             return false;
         for (int attempt = 0; port == 0 && attempt < 200; ++attempt) {
@@ -77,7 +54,7 @@ public:
         out_ = dir_.filePath(QStringLiteral("received.jsonl"));
         proc_ = std::make_unique<QProcess>();
         proc_->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        proc_->start(py, QStringList{testSourceDir() + QStringLiteral("/smtpsink.py"), host, QString::number(port), out_}
+        proc_->start(py, QStringList{testsupport::sourceFolder() + QStringLiteral("/tests/actions/smtpsink.py"), host, QString::number(port), out_}
                             + extra);
         if (!proc_->waitForStarted(10000))
             return false;

@@ -231,77 +231,56 @@ private slots:
         QCOMPARE(sendAndWait(m, QStringLiteral("127.0.0.1"), QStringLiteral("text")), code::networkError);
     }
 
-    void realSmbdReceivesTheMessage()
+    // smbclient against real peers inside a network namespace of the test's own, so that its
+    // NetBIOS broadcasts stay there: an smbd that takes the message, one without a message
+    // command (which refuses it), an address where nobody listens, a DNS name under the reserved
+    // .invalid domain and a bare NetBIOS name that no resolver knows. A name not found is never
+    // a general network error.
+    void realSmbclient_data()
     {
-        if (geteuid() != 0)
-            QSKIP("smbd in a network namespace of its own needs root");
-        if (QStandardPaths::findExecutable(QStringLiteral("smbclient")).isEmpty())
-            QSKIP("smbclient is not installed");
-        test::NetNamespace ns;
-        QVERIFY(ns.active());
-        SmbServer smbd;
-        QString why;
-        if (!smbd.start(true, &why))
-            QSKIP(qPrintable(why));
-
-        SmbMessenger real;
-        real.extra_arguments = {QStringLiteral("-s"), smbd.config()};
-        Rig rig(&real);
-        rig.run({"Net Message Send to:  localhost ", "", "", "", ""});
-        QTRY_COMPARE_WITH_TIMEOUT(rig.dones, 1, 60000);
-        QCOMPARE(rig.lines(), QStringList{"The Net Message was successfully sent to localhost."});
-        QTRY_COMPARE_WITH_TIMEOUT(smbd.messages(), QStringList{"Velmora:  On  SRV1  the service spooler is Stopped"},
-                                  20000);
+        QTest::addColumn<QString>("smbd"); // "takes", "refuses" or "none"
+        QTest::addColumn<QString>("recipient");
+        QTest::addColumn<bool>("sent");
+        QTest::newRow("smbd takes the message") << "takes" << "localhost" << true;
+        QTest::newRow("smbd without a message command") << "refuses" << "127.0.0.1" << false;
+        QTest::newRow("nobody listening") << "refuses" << "127.0.0.2" << false;
+        QTest::newRow("DNS name that does not resolve") << "none" << "velmora-nohost.invalid" << false;
+        QTest::newRow("NetBIOS name that does not resolve") << "none" << "VELMORANOPC" << false;
     }
-
-    void realSmbdRefusingMessagesAndNobodyListening()
+    void realSmbclient()
     {
-        if (geteuid() != 0)
-            QSKIP("smbd in a network namespace of its own needs root");
-        if (QStandardPaths::findExecutable(QStringLiteral("smbclient")).isEmpty())
-            QSKIP("smbclient is not installed");
-        test::NetNamespace ns;
-        QVERIFY(ns.active());
-        SmbServer smbd;
-        QString why;
-        if (!smbd.start(false, &why))
-            QSKIP(qPrintable(why));
-        SmbMessenger real;
-        real.extra_arguments = {QStringLiteral("-s"), smbd.config()};
-        // smbd without a message command takes no messages.
-        QCOMPARE(sendAndWait(real, QStringLiteral("127.0.0.1"), QStringLiteral("hello")), code::nameNotFound);
-        // Nobody listens on this loopback address.
-        QCOMPARE(sendAndWait(real, QStringLiteral("127.0.0.2"), QStringLiteral("hello")), code::nameNotFound);
-        QVERIFY(smbd.messages().isEmpty());
-    }
-
-    // Names no resolver knows, inside a network namespace of the test's own so that smbclient's
-    // NetBIOS broadcasts stay there: a DNS name under the reserved .invalid domain and a bare
-    // NetBIOS name. Both are "not found", never a general network error.
-    void realSmbclientToANameThatDoesNotResolve()
-    {
+        QFETCH(QString, smbd);
+        QFETCH(QString, recipient);
+        QFETCH(bool, sent);
         if (geteuid() != 0)
             QSKIP("a network namespace of the test's own needs root");
         if (QStandardPaths::findExecutable(QStringLiteral("smbclient")).isEmpty())
             QSKIP("smbclient is not installed");
         test::NetNamespace ns;
         QVERIFY(ns.active());
-        QTemporaryDir dir;
-        QFile conf(dir.filePath(QStringLiteral("smb.conf")));
-        QVERIFY(conf.open(QIODevice::WriteOnly));
-        // The client's defaults otherwise, as a desktop without Samba configuration has them.
-        conf.write("[global]\n  client min protocol = NT1\n");
-        conf.close();
+        SmbServer server;
+        QString why, config = server.config();
+        if (smbd == "none") {
+            // The client's defaults otherwise, as a desktop without Samba configuration has them.
+            QFile conf(config);
+            QVERIFY(conf.open(QIODevice::WriteOnly));
+            conf.write("[global]\n  client min protocol = NT1\n");
+        } else if (!server.start(smbd == "takes", &why)) {
+            QSKIP(qPrintable(why));
+        }
         SmbMessenger real;
-        real.extra_arguments = {QStringLiteral("-s"), conf.fileName()};
-
+        real.extra_arguments = {QStringLiteral("-s"), config};
         Rig rig(&real);
-        rig.run({"Net Message Send to: velmora-nohost.invalid", "", "", "", ""});
+        rig.run({"Net Message Send to:  " + recipient + " ", "", "", "", ""});
         QTRY_COMPARE_WITH_TIMEOUT(rig.dones, 1, 60000);
-        QCOMPARE(rig.lines(), QStringList{"Error sending Net Message to velmora-nohost.invalid, user or workstation "
-                                          "was not found."});
-
-        QCOMPARE(sendAndWait(real, QStringLiteral("VELMORANOPC"), QStringLiteral("hello")), code::nameNotFound);
+        const QString text = QStringLiteral("Velmora:  On  SRV1  the service spooler is Stopped");
+        QCOMPARE(rig.lines(), QStringList{sent ? "The Net Message was successfully sent to " + recipient + "."
+                                               : "Error sending Net Message to " + recipient
+                                                     + ", user or workstation was not found."});
+        if (sent)
+            QTRY_COMPARE_WITH_TIMEOUT(server.messages(), QStringList{text}, 20000);
+        else
+            QVERIFY(server.messages().isEmpty());
     }
 };
 
