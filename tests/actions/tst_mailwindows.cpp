@@ -307,7 +307,8 @@ private slots:
     // From the profile to SMTP and back, as the files and the settings in memory show it at
     // every step, whatever closes the dialog: a switch with fields missing keeps the profile; a
     // profile whose logon fails is stored all the same; switching off then cancelling the
-    // question keeps the stored transport; a file that cannot be written keeps it too.
+    // question keeps the stored transport; a file that cannot be written keeps it too; switching
+    // off confirmed removes it.
     void dialogSwitchesTransportsAndNeverLeavesThemHalfSaved()
     {
         World world("MailProfile", {"Office"});
@@ -372,10 +373,13 @@ private slots:
         world.options();
         d->Option2->click();
         d->Check1->click();
+        QVERIFY(!d->Option1->isEnabled() && !d->Text1->isEnabled() && !d->Command2->isEnabled());
         world.fx.sim.boxes.script(MsgAnswer::Cancel);
         d->OKButton->click();
         QCOMPARE(world.texts().mid(3), QStringList{kQuestion});
-        QVERIFY(!d->isVisible());
+        QCOMPARE(world.boxes()[3].icon, MsgIcon::Question);
+        QCOMPARE(world.boxes()[3].buttons, MsgButtons::OkCancel);
+        QVERIFY(!d->isVisible()); // closes all the same
         QCOMPARE(world.fx.readBytes("MailProfile"), QByteArray("Office\r\n"));
         QVERIFY(!s.usesmtp);
 
@@ -389,28 +393,14 @@ private slots:
         QVERIFY(d->isVisible());
         QVERIFY(world.fx.fileExists("MailProfile") && !world.fx.fileExists("SMTPServer"));
         QVERIFY(!s.usesmtp);
-    }
 
-    void dialogDisablingAsksAndCancelKeepsTheFile()
-    {
-        World world("MailProfile", {"Office"});
-        actions::EmailOptionsDialog* d = world.options();
-        d->Check1->click();
-        QVERIFY(!d->Option1->isEnabled() && !d->Text1->isEnabled() && !d->Command2->isEnabled());
-        QCOMPARE(d->Text1->text(), QString());
-        world.fx.sim.boxes.script(MsgAnswer::Cancel);
-        d->OKButton->click();
-        QCOMPARE(world.texts(), QStringList{kQuestion});
-        QCOMPARE(world.boxes()[0].icon, MsgIcon::Question);
-        QCOMPARE(world.boxes()[0].buttons, MsgButtons::OkCancel);
-        QVERIFY(world.fx.fileExists("MailProfile"));
-        QVERIFY(!d->isVisible()); // closes all the same
-
+        // Switched off and confirmed, the profile file goes.
+        d->CancelButton->click();
         world.options();
         QVERIFY(d->Check1->isChecked() && d->Option1->isChecked());
         d->Check1->click();
         d->OKButton->click();
-        QCOMPARE(world.boxes().size(), 2);
+        QCOMPARE(world.texts().mid(5), QStringList{kQuestion});
         QVERIFY(!world.fx.fileExists("MailProfile"));
         QVERIFY(!d->isVisible());
         world.options();
@@ -454,50 +444,6 @@ private slots:
         QVERIFY(d->isVisible() && world.mail->form8()->isVisible());
         QCOMPARE(world.mail->form8()->Text7->text(), QStringLiteral("Office"));
         QVERIFY(!s.usesmtp);
-    }
-
-    void modernOptionsAreFiledAndThePasswordGoesToTheSecretStoreOnly()
-    {
-        World world;
-        actions::EmailOptionsDialog* d = world.options(&actions::EmailOptionsDialog::Option2);
-        QVERIFY(d->Check2->isEnabled() && !d->Text5->isEnabled());
-        d->Text2->setText(QStringLiteral("Mail.Corp.Test"));
-        d->Text3->setText(QStringLiteral("587"));
-        d->Text4->setText(QStringLiteral("a@corp.test"));
-        d->Check2->click();
-        QVERIFY(d->Text5->isEnabled() && d->Text6->isEnabled());
-        d->Text5->setText(QStringLiteral("alerts"));
-        d->Text6->setText(QStringLiteral("secret-pw"));
-        d->OKButton->click();
-        QVERIFY(!d->isVisible());
-        QCOMPARE(world.fx.readBytes("SMTPServer"), QByteArray("Mail.Corp.Test\r\n587\r\na@corp.test\r\n"));
-        QCOMPARE(world.fx.readBytes("SMTPOptions"),
-                 QByteArray("modern=1\r\nuser=alerts\r\ntls=starttls\r\nacceptcertificate=0\r\nfingerprint=\r\n"));
-        QCOMPARE(world.fx.sim.secrets.secrets,
-                 (QMap<QString, QString>{{QStringLiteral("smtp:alerts@mail.corp.test"), QStringLiteral("secret-pw")}}));
-
-        // Shown again: the options, never the password; an empty password field keeps it.
-        world.options();
-        QVERIFY(d->Check2->isChecked());
-        QCOMPARE(d->Text5->text(), QStringLiteral("alerts"));
-        QCOMPARE(d->Text6->text(), QString());
-        d->OKButton->click();
-        QCOMPARE(world.fx.sim.secrets.writes, 1);
-        // A password typed and cancelled stays in no widget.
-        world.options();
-        d->Text6->setText(QStringLiteral("typed-pw"));
-        d->CancelButton->click();
-        QCOMPARE(d->Text6->text(), QString());
-        QCOMPARE(world.fx.sim.secrets.writes, 1);
-
-        // The options go with the SMTP server when the profile takes over.
-        world.fx.sim.profilemail.profiles = {QStringLiteral("Office")};
-        world.options(&actions::EmailOptionsDialog::Option1);
-        QVERIFY(!d->Check2->isEnabled());
-        d->Text1->setText(QStringLiteral("Office"));
-        d->OKButton->click();
-        QVERIFY(!world.fx.fileExists("SMTPServer") && !world.fx.fileExists("SMTPOptions"));
-        QVERIFY(world.boxes().isEmpty());
     }
 
     void switchingEmailOffAsksWhetherTheStoredPasswordGoesToo_data()

@@ -35,18 +35,8 @@ private:
         config_ = dir_.filePath(QStringLiteral("msmtprc"));
         QFile f(config_);
         f.open(QIODevice::WriteOnly | QIODevice::Truncate);
-        f.write(QStringLiteral("# test configuration\n"
-                               "defaults\n"
-                               "auth off\n"
-                               "tls off\n"
-                               "\n"
-                               "account velmora\n"
-                               "host 127.0.0.1\n"
-                               "port %1\n"
-                               "from alerts@velmora.test\n"
-                               "\n"
-                               "account backup : velmora\n"
-                               "from backup@velmora.test\n")
+        f.write(QStringLiteral("defaults\nauth off\ntls off\n\naccount velmora\nhost 127.0.0.1\nport %1\n"
+                               "from alerts@velmora.test\n\naccount backup : velmora\nfrom backup@velmora.test\n")
                     .arg(port)
                     .toUtf8());
         f.close();

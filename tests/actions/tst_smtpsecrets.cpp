@@ -2,7 +2,8 @@
 // test's own, reached over the Secret Service API; first with no secret store running, then
 // with one: unlocked, locked, and stopped in its tracks, while a scan sends alert mails. At the
 // end an alert mail goes from the e-mail options, as the user sets them, to aiosmtpd with
-// STARTTLS and a login, the password read back from the keyring.
+// STARTTLS and a login, the password read back from the keyring; the options are filed, the
+// password is in no file and no widget.
 #include "actions/emailoptionsdialog.h"
 #include "actionrig.h"
 #include "actions/mailing.h"
@@ -217,6 +218,7 @@ private slots:
         actions::EmailOptionsDialog* d = mailing.dialog();
         mailing.showOptions();
         test::fillSmtpOptions(d, "127.0.0.1", "alerts@velmora.test", "alerts", kPassword);
+        QVERIFY(d->Text5->isEnabled() && d->Text6->isEnabled());
         d->Text3->setText(QString::number(sink.port()));
         d->Combo1->setCurrentIndex(d->Combo1->findData(int(actions::SmtpTls::StartTls)));
         d->Check3->click();
@@ -244,6 +246,9 @@ private slots:
             return QSslCertificate::fromPath(file).value(0).digest(QCryptographicHash::Sha256).toHex();
         };
         QCOMPARE(mailer.smtpOptions().fingerprint, fingerprintOf(cert.cert));
+        QCOMPARE(rig.sim.files.readLines(rig.file("SMTPOptions")).value_or(QStringList()),
+                 (QStringList{"modern=1", "user=alerts", "tls=starttls", "acceptcertificate=1",
+                              "fingerprint=" + fingerprintOf(cert.cert)}));
         QVERIFY(!anyFileHolds(rig.dir.path(), kPassword));
 
         // The server gets a new certificate: the next mail is refused, and ticking the box once
@@ -257,13 +262,34 @@ private slots:
                                             {"--stock", "--auth", QStringLiteral("alerts:") + kPassword, "--cert",
                                              other.cert, "--key", other.key}));
         QVERIFY(!rig.sendemail("admin@corp.test"));
+        // Shown again: the options, never the password; an empty password field keeps it.
         mailing.showOptions();
+        QVERIFY(d->Check2->isChecked());
+        QCOMPARE(d->Text5->text(), QStringLiteral("alerts"));
+        QCOMPARE(d->Text6->text(), QString());
         QVERIFY(!d->Check3->isChecked());
         QVERIFY(d->Label8->text().remove(' ').contains(QString::fromLatin1(fingerprintOf(other.cert))));
         d->Check3->click();
         d->OKButton->click();
         QVERIFY(rig.sendemail("admin@corp.test"));
         QCOMPARE(mailer.smtpOptions().fingerprint, fingerprintOf(other.cert));
+
+        // A password typed and cancelled stays in no widget and replaces nothing.
+        mailing.showOptions();
+        d->Text6->setText(QStringLiteral("typed-pw"));
+        d->CancelButton->click();
+        QCOMPARE(d->Text6->text(), QString());
+        QCOMPARE(read(actions::smtpPasswordKey("127.0.0.1", "alerts")).secret, kPassword);
+
+        // The options go with the SMTP server when the profile takes over.
+        rig.sim.profilemail.profiles = {QStringLiteral("Office")};
+        mailing.showOptions();
+        d->Option1->click();
+        QVERIFY(!d->Check2->isEnabled());
+        d->Text1->setText(QStringLiteral("Office"));
+        d->OKButton->click();
+        QVERIFY(!QFile::exists(rig.file("SMTPServer")) && !QFile::exists(rig.file("SMTPOptions")));
+        QVERIFY(rig.sim.boxes.texts().isEmpty());
     }
 };
 
