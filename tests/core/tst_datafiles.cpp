@@ -4,6 +4,7 @@
 #include "core/serverlistfile.h"
 #include "core/settings.h"
 #include "platform/sim/simplatform.h"
+#include "support/bytefiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -17,21 +18,10 @@
 using namespace velmora;
 using namespace velmora::core;
 using Op = platform::sim::SimTextFiles::Op;
+using test::bytesOf;
+using test::putBytes;
 
 namespace {
-
-void putBytes(const QString& path, const QByteArray& bytes)
-{
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    QCOMPARE(f.write(bytes), bytes.size());
-}
-
-QByteArray bytesOf(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
 
 const QByteArray templateBytes = "[Properties:]\r\n[Servername / Alias:]\r\n\r\n[IP Address / Subnet:]\r\n\r\n"
                                  "[Role / Priority:]\r\n\r\n[Location / Department:]\r\n\r\n"

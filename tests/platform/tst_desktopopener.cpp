@@ -6,6 +6,7 @@
 // outlives the wait is still reaped when it ends.
 #include "platform/linux/desktopopener.h"
 #include "platform/linux/linuxplatform.h"
+#include "support/bytefiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -20,25 +21,10 @@
 #include <unistd.h>
 
 using velmora::platform::DesktopOpener;
+using velmora::test::bytesOf;
+using velmora::test::putBytes;
 
 namespace {
-
-void writeFile(const QString& path, const QByteArray& bytes, bool executable = false)
-{
-    QVERIFY(QDir().mkpath(QFileInfo(path).absolutePath()));
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    QCOMPARE(f.write(bytes), bytes.size());
-    f.close();
-    if (executable)
-        QVERIFY(f.setPermissions(f.permissions() | QFile::ExeOwner | QFile::ExeUser));
-}
-
-QByteArray readFile(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
 
 bool haveLauncher()
 {
@@ -73,11 +59,11 @@ public:
     void addTextViewer(const QString& marker)
     {
         const QString script = dir.filePath("viewer.sh");
-        writeFile(script, "#!/bin/sh\nprintf '%s' \"$1\" > '" + QFile::encodeName(marker) + "'\n", true);
-        writeFile(dir.filePath("data/applications/velmora-test-viewer.desktop"),
+        putBytes(script, "#!/bin/sh\nprintf '%s' \"$1\" > '" + QFile::encodeName(marker) + "'\n", true);
+        putBytes(dir.filePath("data/applications/velmora-test-viewer.desktop"),
                   "[Desktop Entry]\nType=Application\nName=Test Viewer\nExec=" + QFile::encodeName(script) +
                       " %f\nMimeType=text/plain;text/x-log;\n");
-        writeFile(dir.filePath("config/mimeapps.list"),
+        putBytes(dir.filePath("config/mimeapps.list"),
                   "[Default Applications]\ntext/plain=velmora-test-viewer.desktop\n"
                   "text/x-log=velmora-test-viewer.desktop\n");
     }
@@ -95,7 +81,7 @@ public:
     {
         savedPath_ = qgetenv("PATH");
         const QByteArray bin = QFile::encodeName(dir.filePath("bin"));
-        writeFile(dir.filePath("bin/gio"),
+        putBytes(dir.filePath("bin/gio"),
                   "#!/bin/sh\nprintf '%s %s %s' \"$$\" \"$1\" \"$2\" > '" + QFile::encodeName(started()) +
                       "'\nwhile [ ! -e '" + QFile::encodeName(releaseFile()) + "' ]; do sleep 0.02; done\nexit " +
                       QByteArray::number(exitCode) + "\n",
@@ -109,10 +95,10 @@ public:
     }
     QString started() const { return dir.filePath("started"); }
     QString releaseFile() const { return dir.filePath("release"); }
-    void release() { writeFile(releaseFile(), "go"); }
+    void release() { putBytes(releaseFile(), "go"); }
     // The launcher's arguments once it runs, else empty.
-    QString arguments() const { return QString::fromUtf8(readFile(started())).section(QLatin1Char(' '), 1); }
-    qint64 pid() const { return QString::fromUtf8(readFile(started())).section(QLatin1Char(' '), 0, 0).toLongLong(); }
+    QString arguments() const { return QString::fromUtf8(bytesOf(started())).section(QLatin1Char(' '), 1); }
+    qint64 pid() const { return QString::fromUtf8(bytesOf(started())).section(QLatin1Char(' '), 0, 0).toLongLong(); }
     QTemporaryDir dir;
 
 private:
@@ -146,12 +132,12 @@ private slots:
         if (name == "unreadable") {
             if (::geteuid() == 0)
                 QSKIP("needs an ordinary user: root reads every file");
-            writeFile(path, "x\r\n");
+            putBytes(path, "x\r\n");
             QVERIFY(QFile::setPermissions(path, QFileDevice::WriteOwner));
         } else if (name == "Report.log") {
             if (!haveLauncher())
                 QSKIP("neither gio nor xdg-open is installed");
-            writeFile(path, "16.11.2026 20:50:14\tSRV01\tSpooler\tStopped\r\n");
+            putBytes(path, "16.11.2026 20:50:14\tSRV01\tSpooler\tStopped\r\n");
         }
         QCOMPARE(DesktopOpener().open(path), code);
     }
@@ -179,9 +165,9 @@ private slots:
             if (!haveLauncher())
                 QSKIP("neither gio nor xdg-open is installed");
             desktop.emplace().addTextViewer(marker);
-            writeFile(target, "16.11.2026 20:50:14\tSRV01\tSpooler\tStopped\r\n");
+            putBytes(target, "16.11.2026 20:50:14\tSRV01\tSpooler\tStopped\r\n");
         } else {
-            writeFile(bin + "/velmora-test-tool",
+            putBytes(bin + "/velmora-test-tool",
                       "#!/bin/sh\nprintf '%s|%s|%s' \"$1\" \"$2\" \"$(pwd)\" > '" + QFile::encodeName(marker) + "'\n", true);
             target = kind == "bare" ? QStringLiteral("velmora-test-tool") : bin + "/velmora-test-tool";
             parameters = QStringLiteral("-x \"two words\"");
@@ -193,7 +179,7 @@ private slots:
         qputenv("PATH", savedPath);
         QVERIFY2(code > 32, qPrintable(QString::number(code)));
         // The program runs on its own; wait for it to have written what it got.
-        QTRY_VERIFY_WITH_TIMEOUT(readFile(marker).startsWith(expected) && !readFile(marker).isEmpty(), 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(bytesOf(marker).startsWith(expected) && !bytesOf(marker).isEmpty(), 20000);
     }
 
     // ---- from a worker thread ----
@@ -211,7 +197,7 @@ private slots:
         QFETCH(bool, opened);
         SlowLauncher launcher(launcherExit);
         const QString file = launcher.dir.filePath("Jobs.log");
-        writeFile(file, "x\r\n");
+        putBytes(file, "x\r\n");
         velmora::platform::LinuxPlatform real;
         DesktopOpener opener;
         QObject context;
@@ -248,7 +234,7 @@ private slots:
     {
         SlowLauncher launcher;
         const QString file = launcher.dir.filePath("Jobs.log");
-        writeFile(file, "x\r\n");
+        putBytes(file, "x\r\n");
         velmora::platform::LinuxPlatform real;
         DesktopOpener opener;
         opener.launcher_wait_ms = 300;

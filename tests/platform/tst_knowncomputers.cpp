@@ -1,5 +1,6 @@
 // The names the computer chooser gathers from hosts, ssh files and mDNS, and its dialog.
 #include "platform/linux/computerchooser.h"
+#include "support/bytefiles.h"
 
 #include <QApplication>
 #include <QDialogButtonBox>
@@ -13,17 +14,9 @@
 #include <QTimer>
 
 using namespace velmora::platform;
+using velmora::test::putBytes;
 
 namespace {
-
-bool writeFile(const QString& path, const QByteArray& text, bool executable = false)
-{
-    QFile f(path);
-    if (!f.open(QIODevice::WriteOnly) || f.write(text) != text.size())
-        return false;
-    f.close();
-    return !executable || f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-}
 
 QStringList listTexts(const QListWidget* list)
 {
@@ -48,7 +41,7 @@ private:
     QString fakeAvahi(const QString& name, const QByteArray& output, bool lingering = false)
     {
         const QString path = file(name);
-        writeFile(path, "#!/bin/sh\n[ \"$*\" = \"-a -t -r -p\" ] || exit 3\nprintf '%s' '" + output + "'\n"
+        putBytes(path, "#!/bin/sh\n[ \"$*\" = \"-a -t -r -p\" ] || exit 3\nprintf '%s' '" + output + "'\n"
                             + (lingering ? "exec sleep 3600\n" : ""),
                   true);
         return path;
@@ -58,7 +51,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY(dir.isValid());
-        QVERIFY(writeFile(file("hosts"),
+        putBytes(file("hosts"),
                           "127.0.0.1\tlocalhost\n"
                           "127.0.1.1\tworkstation.example.lan workstation\n"
                           "::1     localhost ip6-localhost ip6-loopback\n"
@@ -66,8 +59,8 @@ private slots:
                           "# 10.0.0.9 commented-out\n"
                           "10.0.0.5   fileserver FILESERVER.example.lan   # the old one\n"
                           "fd00::7 v6only\n"
-                          "\n"));
-        QVERIFY(writeFile(file("known_hosts"),
+                          "\n");
+        putBytes(file("known_hosts"),
                           "alpha,10.0.0.20 ssh-ed25519 AAAAC3NzaC1lZDI1NTE5AAAAIExample\n"
                           "[beta.example.lan]:2222,[10.0.0.21]:2222 ssh-ed25519 AAAAC3Nza\n"
                           "10.0.0.22 ecdsa-sha2-nistp256 AAAAE2Vj\n"
@@ -76,8 +69,8 @@ private slots:
                           "@revoked gamma ssh-ed25519 AAAAC3Nza\n"
                           "*.wild,delta? ssh-ed25519 AAAAC3Nza\n"
                           "# a comment\n"
-                          "Fileserver ssh-ed25519 AAAAC3Nza\n"));
-        QVERIFY(writeFile(file("ssh_config"),
+                          "Fileserver ssh-ed25519 AAAAC3Nza\n");
+        putBytes(file("ssh_config"),
                           "Host jump build-01\n"
                           "    HostName 10.0.0.30\n"
                           "Host *\n"
@@ -85,7 +78,7 @@ private slots:
                           "host=Mail\n"
                           "Host web-* !web-test db # databases\n"
                           "Match host foo\n"
-                          "  HostName foo.example.lan\n"));
+                          "  HostName foo.example.lan\n");
         files.hostsFile = file("hosts");
         files.knownHostsFile = file("known_hosts");
         files.sshConfigFile = file("ssh_config");
@@ -98,13 +91,8 @@ private slots:
                                    "Mail",        "v6only",    "workstation",      "workstation.example.lan"};
         QCOMPARE(knownComputersFromFiles(files), expected);
         QCOMPARE(knownComputers(files), expected); // no mDNS source given
-    }
-
-    void missingFilesGiveNoNames()
-    {
-        KnownComputerSources none;
-        none.hostsFile = file("no-hosts");
-        none.knownHostsFile = file("no-known_hosts");
+        // Missing files give no names.
+        KnownComputerSources none{file("no-hosts"), file("no-known_hosts")};
         QCOMPARE(knownComputers(none), QStringList());
     }
 

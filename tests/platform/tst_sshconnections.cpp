@@ -4,6 +4,8 @@
 #include "platform/linux/privatefolder.h"
 #include "platform/linux/sshconnections.h"
 #include "platform/sim/simcredentialsprompt.h"
+#include "support/bytefiles.h"
+#include "support/listening.h"
 
 #include <QApplication>
 #include <QDir>
@@ -26,8 +28,14 @@
 
 using velmora::platform::SshConnections;
 using velmora::platform::sim::SimCredentialsPrompt;
+using velmora::test::bytesOf;
+using velmora::test::putBytes;
+using velmora::test::textOf;
 
 namespace {
+
+// Skips the test, saying why, when its peer is missing (the reason is not empty).
+#define SKIP_IF(reason) if (!(reason).isEmpty()) QSKIP(qPrintable(reason))
 
 constexpr int NotYet = -99;
 constexpr int ConnectMs = 20000;
@@ -43,21 +51,6 @@ quint16 freePort()
     QTcpServer s;
     s.listen(QHostAddress::LocalHost, 0);
     return s.serverPort();
-}
-
-QString readText(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
-}
-
-bool writeText(const QString& path, const QByteArray& text, QFileDevice::Permissions perms = {})
-{
-    QFile f(path);
-    if (!f.open(QIODevice::WriteOnly) || f.write(text) != text.size())
-        return false;
-    f.close();
-    return !perms || f.setPermissions(perms);
 }
 
 // The pid of the master listening on a control socket, or 0.
@@ -170,7 +163,7 @@ private:
     // A known-hosts line that records key for the test's sshd.
     QByteArray knownHostsLine(const QString& key) const
     {
-        const QStringList pub = readText(file(key + ".pub")).split(' ');
+        const QStringList pub = textOf(file(key + ".pub")).split(' ');
         return QStringLiteral("[%1]:%2 %3 %4\n").arg(server).arg(port).arg(pub.value(0), pub.value(1)).toUtf8();
     }
 
@@ -178,7 +171,7 @@ private:
     static int sshChildren()
     {
         return processCount([](qint64 pid, const QString& proc) {
-            return parentOf(pid) == ::getpid() && readText(proc + "/comm").trimmed() == "ssh";
+            return parentOf(pid) == ::getpid() && textOf(proc + "/comm").trimmed() == "ssh";
         });
     }
 
@@ -195,11 +188,9 @@ private:
         QDir().mkpath(home);
         if (::chown(QFile::encodeName(home).constData(), uid, uid) != 0)
             return "cannot give the password user a home folder";
-        if (!writeText(file("passwd"), readText("/etc/passwd").toUtf8()
-                           + QStringLiteral("%1:x:%2:%2:Velmora test:%3:/bin/sh\n").arg(passwordUser).arg(uid).arg(home).toUtf8())
-            || !writeText(file("shadow"), readText("/etc/shadow").toUtf8() + passwordUser.toUtf8() + ':' + passwordHash
-                                              + ":20000:0:99999:7:::\n"))
-            return "cannot write the account files";
+        putBytes(file("passwd"), bytesOf("/etc/passwd")
+                                     + QStringLiteral("%1:x:%2:%2:Velmora test:%3:/bin/sh\n").arg(passwordUser).arg(uid).arg(home).toUtf8());
+        putBytes(file("shadow"), bytesOf("/etc/shadow") + passwordUser.toUtf8() + ':' + passwordHash + ":20000:0:99999:7:::\n");
         sshd.start("unshare", {"-m", "--", "sh", "-c",
                                "mount --bind \"$1\" /etc/passwd && mount --bind \"$2\" /etc/shadow && exec \"$3\" -D -e -f \"$4\"",
                                "sh", file("passwd"), file("shadow"), sshdPath, file("sshd_config")});
@@ -214,6 +205,13 @@ private:
         if (!p.waitForFinished(ConnectMs) || p.exitStatus() != QProcess::NormalExit)
             return -1;
         return p.exitCode();
+    }
+
+    // Cancels the connection to the server and waits until its master has gone.
+    void cancelAndWait(SshConnections& net)
+    {
+        net.cancel(server);
+        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(net.controlPath(server)), ConnectMs);
     }
 
     int logOn(SshConnections& net, const QString& to, const QString& user = {}, const QString& password = {})
@@ -237,11 +235,9 @@ private:
         if (!keygen("host_key") || !keygen("client_key") || !keygen("wrong_key")
             || !keygen("locked_key", "open sesame"))
             return "ssh-keygen failed";
-        if (!writeText(file("authorized_keys"), readText(file("client_key.pub")).toUtf8()
-                                                    + readText(file("locked_key.pub")).toUtf8()))
-            return "cannot write authorized_keys";
+        putBytes(file("authorized_keys"), bytesOf(file("client_key.pub")) + bytesOf(file("locked_key.pub")));
         port = freePort();
-        const QByteArray config = QStringLiteral("Port %1\n"
+        putBytes(file("sshd_config"), QStringLiteral("Port %1\n"
                                                  "ListenAddress 127.0.0.1\n"
                                                  "HostKey %2\n"
                                                  "AuthorizedKeysFile %3\n"
@@ -253,29 +249,15 @@ private:
                                                  "PermitRootLogin prohibit-password\n")
                                       .arg(port)
                                       .arg(file("host_key"), file("authorized_keys"), file("sshd.pid"))
-                                      .toUtf8();
-        if (!writeText(file("sshd_config"), config))
-            return "cannot write sshd_config";
-        if (!writeText(file("known_hosts"), knownHostsLine("host_key")))
-            return "cannot write known_hosts";
+                                      .toUtf8());
+        putBytes(file("known_hosts"), knownHostsLine("host_key"));
         QDir().mkpath("/run/sshd"); // sshd's privilege separation folder
         sshd.setStandardOutputFile(file("sshd.log"));
         sshd.setStandardErrorFile(file("sshd.log"), QIODevice::Append);
         passwordMissing = startSshdWithPasswordUser(sshdPath);
         if (!passwordMissing.isEmpty())
             sshd.start(sshdPath, {"-D", "-e", "-f", file("sshd_config")});
-        if (!sshd.waitForStarted())
-            return "sshd does not start";
-        for (int i = 0; i < 100; ++i) {
-            QTcpSocket probe;
-            probe.connectToHost(QHostAddress::LocalHost, port);
-            if (probe.waitForConnected(100))
-                return {};
-            if (sshd.state() == QProcess::NotRunning)
-                return "sshd ended at once";
-            QTest::qWait(50);
-        }
-        return "sshd does not listen";
+        return velmora::testsupport::waitUntilListening(sshd, port) ? QString() : "sshd does not listen";
     }
 
 private slots:
@@ -345,11 +327,10 @@ private slots:
 
     void keyLogonOpensASharedMasterThatCancelCloses()
     {
-        if (!sshdMissing.isEmpty())
-            QSKIP(qPrintable(sshdMissing));
+        SKIP_IF(sshdMissing);
         SshConnections net(options("client_key"));
         const QString path = net.controlPath(server);
-        QVERIFY(writeText(path, "stale")); // as a master that ended would leave it
+        putBytes(path, "stale"); // as a master that ended would leave it
         QCOMPARE(logOn(net, server), 0);
         // The master is a child of this process, not a daemon of its own.
         const qint64 pid = masterPid(path);
@@ -363,15 +344,13 @@ private slots:
         QCOMPARE(logOn(net, server), 0);
         QCOMPARE(logOn(net, server, "nobody"), 1219);
 
-        net.cancel(server);
-        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(path), ConnectMs);
+        cancelAndWait(net);
         QVERIFY(throughMaster(net, {"-O", "check", server}) != 0);
     }
 
     void everyMasterAndItsSshdSessionEndsWithTheObject()
     {
-        if (!sshdMissing.isEmpty())
-            QSKIP(qPrintable(sshdMissing));
+        SKIP_IF(sshdMissing);
         // The object going, or closeAll() on one that lives on, ends its master and session.
         std::unique_ptr<SshConnections> net;
         for (bool destroy : {true, false}) {
@@ -393,8 +372,7 @@ private slots:
 
     void programThatDiesLeavesNoMaster()
     {
-        if (!sshdMissing.isEmpty())
-            QSKIP(qPrintable(sshdMissing));
+        SKIP_IF(sshdMissing);
         // This test program again, in the role of a program that opens a connection and is then
         // killed without any chance to clean up.
         QProcess program;
@@ -428,19 +406,13 @@ private slots:
     {
         // A stand-in master that listens (its socket appears) and ignores SIGTERM.
         const QString fake = file("deaf-ssh");
-        QVERIFY(writeText(fake,
-                          "#!/bin/sh\n"
-                          "echo $$ > \"$(dirname \"$0\")/deaf.pid\"\n"
-                          ": > \"$3\"\n"
-                          "trap '' TERM\n"
-                          "exec sleep 600\n",
-                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
+        putBytes(fake, "#!/bin/sh\necho $$ > \"$(dirname \"$0\")/deaf.pid\"\n: > \"$3\"\ntrap '' TERM\nexec sleep 600\n", true);
         QString path;
         {
             SshConnections net({}, fake);
             path = net.controlPath("DEAF");
             QCOMPARE(logOn(net, "DEAF"), 0);
-            const qint64 pid = readText(file("deaf.pid")).trimmed().toLongLong();
+            const qint64 pid = textOf(file("deaf.pid")).trimmed().toLongLong();
             QCOMPARE(parentOf(pid), qint64(::getpid()));
             // cancel() does not wait for it ...
             net.cancel("DEAF");
@@ -454,14 +426,13 @@ private slots:
             // One still running when the object goes is killed as well.
             QCOMPARE(logOn(net, "DEAF"), 0);
         }
-        QTRY_COMPARE(parentOf(readText(file("deaf.pid")).trimmed().toLongLong()), qint64(0));
+        QTRY_COMPARE(parentOf(textOf(file("deaf.pid")).trimmed().toLongLong()), qint64(0));
         QTRY_VERIFY(!QFileInfo::exists(path));
     }
 
     void failuresMapToNetworkCodes()
     {
-        if (!sshdMissing.isEmpty())
-            QSKIP(qPrintable(sshdMissing));
+        SKIP_IF(sshdMissing);
         const auto logOnWith = [this](const QStringList& options, const QString& to) {
             SshConnections net(options);
             return logOn(net, to);
@@ -496,15 +467,13 @@ private slots:
 
     void passwordReachesSshThroughAskpass()
     {
-        if (!sshdMissing.isEmpty())
-            QSKIP(qPrintable(sshdMissing));
+        SKIP_IF(sshdMissing);
         // ssh asks for a key's passphrase the same way as for a password.
         SshConnections net(options("locked_key"));
         QCOMPARE(logOn(net, server, {}, "wrong words"), 1326);
         QCOMPARE(logOn(net, server, {}, "open sesame"), 0);
         QCOMPARE(throughMaster(net, {"-O", "check", server}), 0);
-        net.cancel(server);
-        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(net.controlPath(server)), ConnectMs);
+        cancelAndWait(net);
     }
 
     void askpassHelperWithoutItsConnectionAnswersNothing()
@@ -526,8 +495,7 @@ private slots:
 
     void whenKeysFailTheUserIsAskedForUserAndPassword()
     {
-        if (!passwordMissing.isEmpty())
-            QSKIP(qPrintable(passwordMissing));
+        SKIP_IF(passwordMissing);
         SimCredentialsPrompt prompt;
         prompt.credentials.push_back(SimCredentialsPrompt::Credentials{passwordUser, passwordOfUser});
         SshConnections net(options("wrong_key"), "ssh", &prompt);
@@ -547,14 +515,13 @@ private slots:
         const qint64 pid = masterPid(path);
         QVERIFY(pid > 0);
         QCOMPARE(filesHolding(dir.path(), passwordOfUser.toUtf8()), QStringList());
-        QVERIFY(!readText(QStringLiteral("/proc/%1/cmdline").arg(pid)).contains(passwordOfUser));
+        QVERIFY(!textOf(QStringLiteral("/proc/%1/cmdline").arg(pid)).contains(passwordOfUser));
         QFile environ(QStringLiteral("/proc/%1/environ").arg(pid));
         QVERIFY(environ.open(QIODevice::ReadOnly));
         QVERIFY(!environ.readAll().contains(passwordOfUser.toUtf8()));
 
         // It is kept for the run: connecting again asks nothing.
-        net.cancel(server);
-        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(path), ConnectMs);
+        cancelAndWait(net);
         QCOMPARE(logOn(net, server), 0);
         QCOMPARE(prompt.asked.size(), 1);
         // The askpass helpers have all ended.
@@ -563,8 +530,7 @@ private slots:
 
     void aRefusedPasswordIsAskedForAgainAndCancelEndsTheLogon()
     {
-        if (!passwordMissing.isEmpty())
-            QSKIP(qPrintable(passwordMissing));
+        SKIP_IF(passwordMissing);
         SimCredentialsPrompt prompt;
         prompt.credentials.push_back(SimCredentialsPrompt::Credentials{passwordUser, "wrong"});
         prompt.credentials.push_back(std::nullopt);
@@ -587,43 +553,40 @@ private slots:
 
     void anUnknownHostKeyShowsItsFingerprintAndIsTrustedOnlyOnYes()
     {
-        if (!sshdMissing.isEmpty())
-            QSKIP(qPrintable(sshdMissing));
+        SKIP_IF(sshdMissing);
         const QStringList key = fingerprintOf(file("host_key.pub"));
         QCOMPARE(key.size(), 2);
         const QString known = file("new_known_hosts");
-        QVERIFY(writeText(known, ""));
+        putBytes(known, "");
         SimCredentialsPrompt prompt;
         prompt.trust = {false, true};
         SshConnections net(options("client_key", 0, "new_known_hosts"), "ssh", &prompt);
         QCOMPARE(logOn(net, server), 1223);
         QCOMPARE(prompt.asked, QStringList{"trust 127.0.0.1 " + key.join(' ')});
-        QCOMPARE(readText(known), QString());
+        QCOMPARE(textOf(known), QString());
 
         QCOMPARE(logOn(net, server), 0);
         QCOMPARE(prompt.asked.size(), 2);
-        QVERIFY(readText(known).contains(readText(file("host_key.pub")).split(' ').value(1)));
+        QVERIFY(textOf(known).contains(textOf(file("host_key.pub")).split(' ').value(1)));
         // Once trusted, it is known.
-        net.cancel(server);
-        QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(net.controlPath(server)), ConnectMs);
+        cancelAndWait(net);
         QCOMPARE(logOn(net, server), 0);
         QCOMPARE(prompt.asked.size(), 2);
         net.closeAll();
 
         // With nobody to ask, an unknown key is not trusted.
-        QVERIFY(writeText(known, ""));
+        putBytes(known, "");
         SshConnections alone(options("client_key", 0, "new_known_hosts"));
         QCOMPARE(logOn(alone, server), 1397);
-        QCOMPARE(readText(known), QString());
+        QCOMPARE(textOf(known), QString());
     }
 
     void aChangedHostKeyIsRefusedAndTheUserToldWhy()
     {
-        if (!sshdMissing.isEmpty())
-            QSKIP(qPrintable(sshdMissing));
+        SKIP_IF(sshdMissing);
         // The recorded key is another one than the server shows.
         const QString known = file("changed_known_hosts");
-        QVERIFY(writeText(known, knownHostsLine("wrong_key")));
+        putBytes(known, knownHostsLine("wrong_key"));
         SimCredentialsPrompt prompt;
         prompt.trust = {true};
         prompt.credentials.push_back(SimCredentialsPrompt::Credentials{"root", "x"});
@@ -632,14 +595,13 @@ private slots:
         // Neither trust nor a password is asked for: the user is told, with the key shown.
         QCOMPARE(prompt.asked, QStringList{"changed 127.0.0.1 " + fingerprintOf(file("host_key.pub")).join(' ')});
         QVERIFY2(prompt.keys.at(0).details.contains(known + ":1"), qPrintable(prompt.keys.at(0).details));
-        QCOMPARE(readText(known), QString::fromUtf8(knownHostsLine("wrong_key")));
+        QCOMPARE(textOf(known), QString::fromUtf8(knownHostsLine("wrong_key")));
         QTRY_COMPARE_WITH_TIMEOUT(sshChildren(), 0, ConnectMs);
     }
 
     void endingAConnectionWhileTheUserIsAskedLeavesNothingBehind()
     {
-        if (!passwordMissing.isEmpty())
-            QSKIP(qPrintable(passwordMissing));
+        SKIP_IF(passwordMissing);
         SimCredentialsPrompt prompt;
         prompt.hold = true;
         prompt.credentials.push_back(SimCredentialsPrompt::Credentials{passwordUser, passwordOfUser});

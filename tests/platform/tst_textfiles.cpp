@@ -3,6 +3,7 @@
 // simulated backend's disk that fills part-way).
 #include "platform/linux/disktextfiles.h"
 #include "platform/sim/simplatform.h"
+#include "support/bytefiles.h"
 #include "support/smalldisk.h"
 
 #include <QCoreApplication>
@@ -24,21 +25,10 @@
 #include <unistd.h>
 
 using namespace velmora::platform;
+using velmora::test::bytesOf;
+using velmora::test::putBytes;
 
 namespace {
-
-void putBytes(const QString& path, const QByteArray& bytes)
-{
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    QCOMPARE(f.write(bytes), bytes.size());
-}
-
-QByteArray bytesOf(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
 
 QStringList entries(const QString& dir)
 {
