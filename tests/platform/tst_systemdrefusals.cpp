@@ -45,17 +45,17 @@ private slots:
         SystemdServices sm(options());
         const ScmHandle scm = sm.openManager({});
         QCOMPARE(sm.start(sm.openService(scm, "guarded.service")), svcerror::accessDenied);
-        QCOMPARE(bus_.setAccessDenied(true), QString());
+        QCOMPARE(bus_.call("SetAccessDenied", {"b", "true"}), QString());
         QCOMPARE(sm.enumerateServices(scm, svcfilter::all).sizeQueryCode(), svcerror::accessDenied);
         QCOMPARE(sm.start(sm.openService(scm, "cups.service")), svcerror::accessDenied);
-        QCOMPARE(bus_.setAccessDenied(false), QString());
+        QCOMPARE(bus_.call("SetAccessDenied", {"b", "false"}), QString());
         QCOMPARE(sm.enumerateServices(scm, svcfilter::all).error, 0);
         QCOMPARE(sm.start(sm.openService(scm, "cups.service")), 0);
     }
 
     void aJobWhoseEndIsNotAnnouncedIsStillSeenToEnd()
     {
-        QCOMPARE(bus_.setSilentJobs(true), QString());
+        QCOMPARE(bus_.call("SetSilentJobs", {"b", "true"}), QString());
         SystemdServices sm(options());
         const ServiceHandle cups = sm.openService(sm.openManager({}), "cups.service");
         QCOMPARE(sm.start(cups), 0);
@@ -77,7 +77,7 @@ private slots:
     {
         QFETCH(QString, freezer);
         QFETCH(int, state);
-        QCOMPARE(bus_.setFreezerState("web.service", freezer), QString());
+        QCOMPARE(bus_.call("SetFreezerState", {"ss", "web.service", freezer}), QString());
         SystemdServices sm(options());
         const auto listing = velmora::servicecontrol::queryListing(sm, {}, svcfilter::all);
         QCOMPARE(listing.services.front().name, QStringLiteral("cups.service"));

@@ -75,7 +75,8 @@ public:
 
     QString address() const { return info_.value(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS")); }
 
-    // Calls a method of the mock's control interface, e.g. call("SetAccessDenied", {"b", "true"}).
+    // Calls a method of the mock's control interface (SetAccessDenied, SetSilentJobs,
+    // SetFreezerState: see systemd_mock.py), e.g. call("SetAccessDenied", {"b", "true"}).
     // Returns an error text, empty on success.
     QString call(const QString& member, const QStringList& signatureAndArgs = {}) const
     {
@@ -90,19 +91,6 @@ public:
         if (p.exitCode() != 0)
             return QString::fromUtf8(p.readAllStandardError());
         return {};
-    }
-
-    QString setAccessDenied(bool denied) const
-    {
-        return call(QStringLiteral("SetAccessDenied"), {QStringLiteral("b"), denied ? QStringLiteral("true") : QStringLiteral("false")});
-    }
-    QString setFreezerState(const QString& unit, const QString& state) const
-    {
-        return call(QStringLiteral("SetFreezerState"), {QStringLiteral("ss"), unit, state});
-    }
-    QString setSilentJobs(bool silent) const
-    {
-        return call(QStringLiteral("SetSilentJobs"), {QStringLiteral("b"), silent ? QStringLiteral("true") : QStringLiteral("false")});
     }
 
 private:
