@@ -36,9 +36,6 @@ MonitoredService service(const QString& display, const QString& name, QStringLis
     return s;
 }
 
-// The record a caller starts with: every field empty or False, end marker "eof".
-SettingsRecord initialRecord() { return SettingsRecord{}; }
-
 } // namespace
 
 class TestDataFiles : public QObject {
@@ -108,91 +105,70 @@ private slots:
         QCOMPARE(moveEarlierServerFiles(disk, dir_->path(), servers), 0);
     }
 
-    // ---- exact bytes of every writer ----
+    // ---- exact bytes of every writer, and what they read back as ----
 
-    void writersProduceTheExactCrLfBytes()
+    void writersProduceTheExactCrLfBytesAndReadThemBack()
     {
-
         const QString settings = file("Settings");
-        QVERIFY(writeSettings(disk, settings, SettingsRecord::defaults(dir_->path())));
+        SettingsRecord r = SettingsRecord::defaults(dir_->path());
+        QVERIFY(writeSettings(disk, settings, r));
         QCOMPARE(bytesOf(settings), "True\r\nTrue\r\n5\r\n1\r\nTrue\r\nTrue\r\nTrue\r\n" + QByteArray("\r\n").repeated(8)
                                         + "False\r\nFalse\r\n1000\r\n" + file("AutoExport.txt").toUtf8()
                                         + "\r\neof\r\n");
-
-        const QString list = file("Computerlist");
-        QVERIFY(writeServerList(disk, list, {{"FS1", false}, {"DC1", true}}));
-        QCOMPARE(bytesOf(list), QByteArray("FS1\r\nDC1\tmonitored\r\n"));
-
-        // One action: the line ends in five semicolons in a row.
-        ServerProperties props;
-        props.recordlines << recordLineText(service("Print Spooler", "Spooler", {"Alert"}))
-                          << recordLineText(service("Server", "LanmanServer",
-                                                    {"Alert", "Restart Service", "Send Email to: ops@example.org",
-                                                     "Net Message Send to: ADMIN", "Play Sound: C:\\a.wav"}));
-        props.alias = "Domain controller";
-        props.ipaddress = "10.0.0.1 / 255.255.255.0";
-        props.responsibles = "Ann\r\nBob";
-        props.remarks = "";
-        const QString server = file("DC1");
-        QVERIFY(disk.writeLines(server, propertiesFileLines(props)));
-        QCOMPARE(bytesOf(server),
-                 QByteArray("Print Spooler;Spooler;Alert;;;;;\r\n"
-                            "Server;LanmanServer;Alert;Restart Service;Send Email to: ops@example.org;"
-                            "Net Message Send to: ADMIN;Play Sound: C:\\a.wav;\r\n"
-                            "[Properties:]\r\n[Servername / Alias:]\r\nDomain controller\r\n"
-                            "[IP Address / Subnet:]\r\n10.0.0.1 / 255.255.255.0\r\n[Role / Priority:]\r\n\r\n"
-                            "[Location / Department:]\r\n\r\n[Responsibles / Contact:]\r\nAnn\r\nBob\r\n"
-                            "[Action list for monitoring staff]\r\n\r\n[Remarks / Comments:]\r\n\r\n[EOF]\r\n"));
-
-        QCOMPARE(emptyPropertiesTemplate().size(), 16);
-        QVERIFY(disk.writeLines(file("T"), emptyPropertiesTemplate()));
-        QCOMPARE(bytesOf(file("T")), templateBytes);
-    }
-
-    // ---- round trips ----
-
-    void settingsRoundTrip()
-    {
-        SettingsRecord r = SettingsRecord::defaults(dir_->path());
         r.popupalert = r.reporterrors = false;
         r.autoexport = true;
         r.reportleft = "1200";
         r.reporttop = "-300";
         r.alertleft = "0";
         r.autoexportfile = file("Ausfuhr – März.txt");
-        QVERIFY(writeSettings(disk, file("Settings"), r));
+        QVERIFY(writeSettings(disk, settings, r));
         SettingsRecord back;
-        readSettings(disk, file("Settings"), back);
+        readSettings(disk, settings, back);
         QVERIFY(!back.popupalert && back.reportascending && !back.reporterrors && back.autoexport);
         QVERIFY(writeSettings(disk, file("Again"), back));
-        QCOMPARE(bytesOf(file("Again")), bytesOf(file("Settings")));
+        QCOMPARE(bytesOf(file("Again")), bytesOf(settings));
         QCOMPARE(disk.lineCount(file("Again")), 20);
-    }
 
-    void serverListAndPropertiesRoundTrip()
-    {
-        const std::vector<ServerListLine> servers{{"DC1", true}, {"FS1", false}, {"WEB-01", true}};
-        QVERIFY(writeServerList(disk, file("Computerlist"), servers));
-        QCOMPARE(readServerList(disk, file("Computerlist")), servers);
+        const QString list = file("Computerlist");
+        const std::vector<ServerListLine> servers{{"FS1", false}, {"DC1", true}};
+        QVERIFY(writeServerList(disk, list, servers));
+        QCOMPARE(bytesOf(list), QByteArray("FS1\r\nDC1\tmonitored\r\n"));
+        QCOMPARE(readServerList(disk, list), servers);
 
+        // One action: the line ends in five semicolons in a row. Lines that are no record stay.
         ServerProperties props;
-        props.recordlines = {recordLineText(service("Print Spooler", "Spooler", {"Alert"})), "a hand-written note",
-                             ""};
-        props.alias = "Gateway";
-        props.ipaddress = "192.0.2.7";
+        props.recordlines << recordLineText(service("Print Spooler", "Spooler", {"Alert"}))
+                          << recordLineText(service("Server", "LanmanServer",
+                                                    {"Alert", "Restart Service", "Send Email to: ops@example.org",
+                                                     "Net Message Send to: ADMIN", "Play Sound: C:\\a.wav"}))
+                          << "a hand-written note" << "";
+        props.alias = "Domain controller";
+        props.ipaddress = "10.0.0.1 / 255.255.255.0";
         props.role = "Mail / high";
-        props.location = "Room 4";
         props.responsibles = "Ann\r\n\r\nBob";
         props.staffactions = "1. call Ann\r\n2. restart";
         props.remarks = "ends with a blank line\r\n";
-        const QString path = file("DC1");
-        QVERIFY(disk.writeLines(path, propertiesFileLines(props)));
-        QCOMPARE(parseProperties(*disk.readLines(path)), props);
-        const auto services = readMonitoredServices(disk, path);
-        QCOMPARE(services.size(), size_t(1));
+        const QString server = file("DC1");
+        QVERIFY(disk.writeLines(server, propertiesFileLines(props)));
+        QCOMPARE(bytesOf(server),
+                 QByteArray("Print Spooler;Spooler;Alert;;;;;\r\n"
+                            "Server;LanmanServer;Alert;Restart Service;Send Email to: ops@example.org;"
+                            "Net Message Send to: ADMIN;Play Sound: C:\\a.wav;\r\n"
+                            "a hand-written note\r\n\r\n"
+                            "[Properties:]\r\n[Servername / Alias:]\r\nDomain controller\r\n"
+                            "[IP Address / Subnet:]\r\n10.0.0.1 / 255.255.255.0\r\n[Role / Priority:]\r\nMail / high\r\n"
+                            "[Location / Department:]\r\n\r\n[Responsibles / Contact:]\r\nAnn\r\n\r\nBob\r\n"
+                            "[Action list for monitoring staff]\r\n1. call Ann\r\n2. restart\r\n"
+                            "[Remarks / Comments:]\r\nends with a blank line\r\n\r\n[EOF]\r\n"));
+        QCOMPARE(parseProperties(*disk.readLines(server)), props);
+        const auto services = readMonitoredServices(disk, server);
+        QCOMPARE(services.size(), size_t(2));
         QCOMPARE(services[0], service("Print Spooler", "Spooler", {"Alert", "", "", "", ""}));
 
-        // The empty block reads as all fields empty and writes back as the same 16 lines.
+        // The empty block: 16 lines, read as all fields empty, written back the same.
+        QCOMPARE(emptyPropertiesTemplate().size(), 16);
+        QVERIFY(disk.writeLines(file("T"), emptyPropertiesTemplate()));
+        QCOMPARE(bytesOf(file("T")), templateBytes);
         const ServerProperties empty = parseProperties(emptyPropertiesTemplate());
         QCOMPARE(empty, ServerProperties{});
         QCOMPARE(propertiesFileLines(empty), emptyPropertiesTemplate());
@@ -302,7 +278,7 @@ private slots:
 
         // Line 2 is not a Boolean: line 1 is read, the rest keeps the initial values.
         putBytes(path, "True\r\nmaybe\r\n7\r\n2\r\nTrue\r\n");
-        SettingsRecord r = initialRecord();
+        SettingsRecord r; // as a caller starts: every field empty or False, end marker "eof"
         readSettings(disk, path, r);
         QVERIFY(r.popupalert);
         QVERIFY(!r.reportascending);
@@ -313,7 +289,7 @@ private slots:
 
         // A short file: what is there is read, the defaults are not applied to the rest.
         putBytes(path, "False\r\nFalse\r\n10\r\n3\r\nTrue\r\nFALSE\r\n1\r\n100\r\n");
-        r = initialRecord();
+        r = {};
         r.mainleft = "777";
         readSettings(disk, path, r);
         QVERIFY(!r.popupalert && !r.reportascending && r.reporterrors && !r.reportrunning && r.reportnotrunning);
@@ -330,7 +306,7 @@ private slots:
         QByteArray bytes = bytesOf(path).replace("\r\n", "\r");
         bytes.chop(1);
         putBytes(path, bytes);
-        r = initialRecord();
+        r = {};
         r.endmarker.clear();
         readSettings(disk, path, r);
         QCOMPARE(r.alerttop, QString("45"));
@@ -460,7 +436,7 @@ private slots:
             for (const QString& n : names)
                 putBytes(file(n), bytes);
 
-        SettingsRecord r = initialRecord();
+        SettingsRecord r;
         readSettings(disk, file("Settings"), r);
         QCOMPARE(r.endmarker, QString("eof"));
         if (present) // none of these has a Boolean first line: nothing is taken
