@@ -3,6 +3,7 @@
 #include "core/schedule.h"
 #include "platform/sim/simplatform.h"
 #include "servicecontrol/servicepanel.h"
+#include "support/bytefiles.h"
 
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -32,10 +33,7 @@ private slots:
         QTemporaryDir dir;
         platform::sim::SimPlatform sim;
         const QString path = dir.filePath("Interval");
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(file);
-        f.close();
+        test::putBytes(path, file);
         core::Schedule schedule;
         schedule.read(sim.files, path);
         QCOMPARE(schedule.minutes(), minutes);

@@ -114,16 +114,12 @@ private slots:
 
         s.avahiProgram = file("no-avahi-browse");
         QCOMPARE(knownComputers(s), knownComputersFromFiles(files));
-    }
 
-    void aBrowseThatDoesNotEndIsCutOffKeepingWhatItFound()
-    {
-        KnownComputerSources s = files;
+        // A browse that does not end is cut off, keeping what it found.
         s.avahiProgram = fakeAvahi("avahi-slow", "=;eth0;IPv4;nas;_smb._tcp;local;nas.local;192.168.1.8;445;\n", true);
         s.avahiTimeoutMs = 300;
-        const QStringList names = knownComputers(s);
-        QVERIFY(names.contains("nas.local"));
-        QVERIFY(names.contains("alpha"));
+        const QStringList cut = knownComputers(s);
+        QVERIFY(cut.contains("nas.local") && cut.size() == knownComputersFromFiles(files).size() + 1);
     }
 
     void dialogListsNamesAndReturnsTheTypedOrClickedOne()

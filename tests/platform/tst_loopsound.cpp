@@ -2,6 +2,7 @@
 // with its code; a good WAV plays (or, on a machine without audio output, says so with 21).
 #include "platform/linux/loopsound.h"
 #include "platform/linux/qtfiledialogs.h"
+#include "support/bytefiles.h"
 
 #include <QAudioDevice>
 #include <QFile>
@@ -31,11 +32,8 @@ QByteArray wav(quint16 format = 1, const QByteArray& extraChunk = {})
 
 QString put(const QTemporaryDir& dir, const QString& name, const QByteArray& bytes)
 {
-    const QString path = dir.filePath(name);
-    QFile f(path);
-    f.open(QIODevice::WriteOnly);
-    f.write(bytes);
-    return path;
+    velmora::test::putBytes(dir.filePath(name), bytes);
+    return dir.filePath(name);
 }
 
 } // namespace

@@ -20,17 +20,15 @@ namespace {
 
 constexpr uid_t otherUser = 65534;
 
-int modeOf(const QString& path)
+// The entry itself, not what a link points to; zeros when there is none.
+struct stat entry(const QString& path)
 {
     struct stat st {};
-    return ::lstat(QFile::encodeName(path).constData(), &st) == 0 ? int(st.st_mode & 07777) : -1;
+    ::lstat(QFile::encodeName(path).constData(), &st);
+    return st;
 }
-
-uid_t ownerOf(const QString& path)
-{
-    struct stat st {};
-    return ::lstat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_uid : uid_t(-1);
-}
+int modeOf(const QString& path) { return int(entry(path).st_mode & 07777); }
+uid_t ownerOf(const QString& path) { return entry(path).st_uid; }
 
 bool makeFolder(const QString& path, int mode)
 {

@@ -1,4 +1,5 @@
 #include "platform/linux/localsocketinstance.h"
+#include "support/bytefiles.h"
 
 #include <QCoreApplication>
 #include <QProcess>
@@ -31,11 +32,8 @@ private slots:
     {
         QTemporaryDir dir;
         const QString name = dir.filePath("velmora.sock");
-        {
-            // A plain file where the socket should be, as a crash would leave it.
-            QFile stale(name);
-            QVERIFY(stale.open(QIODevice::WriteOnly));
-        }
+        // A plain file where the socket should be, as a crash would leave it.
+        velmora::test::putBytes(name, {});
         LocalSocketInstance first(name);
         QVERIFY(!first.otherInstanceRunning({}));
         LocalSocketInstance second(name);
