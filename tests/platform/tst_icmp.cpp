@@ -43,8 +43,6 @@ const QByteArray hello("HelloServer");
 // The ping helper of this build.
 QString builtHelper() { return qEnvironmentVariable("VELMORA_BINARY_DIR") + "/velmora-ping"; }
 
-bool icmpSocketAvailable() { return LinuxIcmp(LinuxIcmp::SocketKind::Automatic, builtHelper()).unavailableReason().isEmpty(); }
-
 QString tool(const QString& name)
 {
     const QString found = QStandardPaths::findExecutable(name);
@@ -211,12 +209,6 @@ private:
         return namespaceProblem;
     }
 
-    static LinuxIcmp icmpFor(const QString& kind)
-    {
-        return LinuxIcmp(kind == "datagram" ? LinuxIcmp::SocketKind::Datagram : LinuxIcmp::SocketKind::Helper,
-                         builtHelper());
-    }
-
 private slots:
     void cleanupTestCase()
     {
@@ -318,28 +310,24 @@ private slots:
         QTEST(statuses.front(), "status");
     }
 
-    void textsThatAreNoDottedAddressGetMinusOneInTheirPlace()
-    {
-        LinuxIcmp icmp(LinuxIcmp::SocketKind::Automatic, builtHelper());
-        const auto statuses = icmp.echo({"", "999.1.1.1", "abc", "127.0.0.1", "1.2.3", "10.0.0.1 "}, hello, 2000);
-        QCOMPARE(statuses, (std::vector<int>{-1, -1, -1, 0, -1, -1}));
-        QVERIFY(icmp.echo({}, hello, 100).empty());
-    }
-
+    // Texts that are no dotted address get -1 in their place, without holding up the rest.
     void manyLoopbackAddressesAnswerInOneCall()
     {
-        if (!icmpSocketAvailable())
+        LinuxIcmp icmp(LinuxIcmp::SocketKind::Automatic, builtHelper());
+        if (!icmp.unavailableReason().isEmpty())
             QSKIP("no ICMP socket allowed for this user");
-        QStringList addresses;
+        QVERIFY(icmp.echo({}, hello, 100).empty());
+        const QStringList odd{"", "999.1.1.1", "abc", "1.2.3", "10.0.0.1 "};
+        QStringList addresses = odd;
         for (int i = 0; i < 1000; ++i)
             addresses << QStringLiteral("127.%1.%2.%3").arg(i % 7).arg(i / 7 % 256).arg(1 + i % 250);
         addresses << "127.0.0.1" << "127.0.0.1"; // the same address twice gets two answers
-        LinuxIcmp icmp(LinuxIcmp::SocketKind::Automatic, builtHelper());
         const auto replies = icmp.echoReplies(addresses, hello, 15000);
         QCOMPARE(replies.size(), size_t(addresses.size()));
         for (size_t i = 0; i < replies.size(); ++i) {
-            QCOMPARE(replies[i].status, 0);
-            QCOMPARE(replies[i].data, hello);
+            QCOMPARE(replies[i].status, i < size_t(odd.size()) ? -1 : 0);
+            if (i >= size_t(odd.size()))
+                QCOMPARE(replies[i].data, hello);
         }
     }
 
@@ -367,7 +355,8 @@ private slots:
                                     QStringLiteral("10.201.%1.6").arg(n),
                                     QStringLiteral("10.204.%1.5").arg(n)};
         std::vector<LinuxIcmp::Reply> replies;
-        QVERIFY(runInNamespace(nsA, false, [&] { replies = icmpFor(socket).echoReplies(addresses, hello, 4000); }));
+        const auto kind = socket == "datagram" ? LinuxIcmp::SocketKind::Datagram : LinuxIcmp::SocketKind::Helper;
+        QVERIFY(runInNamespace(nsA, false, [&] { replies = LinuxIcmp(kind, builtHelper()).echoReplies(addresses, hello, 4000); }));
         std::vector<int> statuses;
         for (const auto& r : replies)
             statuses.push_back(r.status);
