@@ -64,58 +64,42 @@ private slots:
         qunsetenv("TMPDIR");
     }
 
-    void aRuntimeFolderOthersMayUseIsPassedOver_data()
+    // A runtime folder others may use, or none, is passed over for the program's folder in the
+    // shared temporary folder. What another user may have left there is left exactly as it was;
+    // the program uses a folder beside it that only this user can have made, the same one for
+    // every copy (so copies still find each other).
+    void aFolderOthersMayUseIsPassedOver_data()
     {
-        QTest::addColumn<QString>("xdg");
-        QTest::addColumn<int>("mode");
-        QTest::newRow("open to the group") << "run" << 0750;
-        QTest::newRow("unset") << "" << 0700;
-        QTest::newRow("relative") << "run-relative" << 0700;
+        QTest::addColumn<QString>("xdg"); // "run" is the runtime folder, open to the group
+        QTest::addColumn<QString>("prepared");
+        QTest::newRow("runtime folder open to the group") << "run" << "";
+        QTest::newRow("runtime folder unset") << "" << "";
+        QTest::newRow("runtime folder relative") << "run-relative" << "";
+        QTest::newRow("folder of another user") << "" << "foreign";
+        QTest::newRow("folder open to all") << "" << "open";
+        QTest::newRow("folder open to the group") << "" << "group";
+        QTest::newRow("link to a folder") << "" << "link";
+        QTest::newRow("file") << "" << "file";
     }
-    void aRuntimeFolderOthersMayUseIsPassedOver()
+    void aFolderOthersMayUseIsPassedOver()
     {
         QFETCH(QString, xdg);
-        QFETCH(int, mode);
-        QVERIFY(::chmod(QFile::encodeName(runtime_).constData(), mode_t(mode)) == 0);
+        QFETCH(QString, prepared);
+        QVERIFY(::chmod(QFile::encodeName(runtime_).constData(), 0750) == 0);
         qputenv("XDG_RUNTIME_DIR", xdg == "run" ? runtime_.toLocal8Bit() : xdg.toLocal8Bit());
-        const PrivateFolder folder = privateRuntimeFolder();
-        QVERIFY2(folder.usable(), qPrintable(folder.problem));
-        QCOMPARE(folder.path, fallback_);
-        QCOMPARE(modeOf(fallback_), 0700);
-        QCOMPARE(ownerOf(fallback_), ::geteuid());
-        QVERIFY(!QFileInfo::exists(runtime_ + "/velmora"));
-    }
-
-    // What another user may have left where the program's folder goes is left exactly as it
-    // was; the program uses a folder beside it that only this user can have made, the same one
-    // for every copy (so copies still find each other).
-    void whatAnotherUserPreparedIsLeftAndAFolderOfTheUsersOwnUsed_data()
-    {
-        QTest::addColumn<QString>("kind");
-        QTest::newRow("folder of another user") << "foreign";
-        QTest::newRow("folder open to all") << "open";
-        QTest::newRow("folder open to the group") << "group";
-        QTest::newRow("link to a folder") << "link";
-        QTest::newRow("file") << "file";
-    }
-    void whatAnotherUserPreparedIsLeftAndAFolderOfTheUsersOwnUsed()
-    {
-        QFETCH(QString, kind);
-        qunsetenv("XDG_RUNTIME_DIR");
         const QString target = dir_->filePath("target");
-        if (kind == "foreign") {
+        if (prepared == "foreign") {
             if (::geteuid() != 0)
                 QSKIP("giving a folder to another user needs root");
             QVERIFY(makeFolder(fallback_, 0700));
             QVERIFY(::chown(QFile::encodeName(fallback_).constData(), otherUser, otherUser) == 0);
-        } else if (kind == "open" || kind == "group") {
-            QVERIFY(makeFolder(fallback_, kind == "open" ? 0777 : 0710));
-        } else if (kind == "link") {
+        } else if (prepared == "open" || prepared == "group") {
+            QVERIFY(makeFolder(fallback_, prepared == "open" ? 0777 : 0710));
+        } else if (prepared == "link") {
             QVERIFY(makeFolder(target, 0700));
             QVERIFY(QFile::link(target, fallback_));
-        } else {
-            QFile f(fallback_);
-            QVERIFY(f.open(QIODevice::WriteOnly));
+        } else if (prepared == "file") {
+            QVERIFY(QFile(fallback_).open(QIODevice::WriteOnly));
         }
         // Another user's folder under the fallback's own pattern is no meeting place either.
         const QString decoy = fallback_ + ".AAAAAA";
@@ -125,13 +109,19 @@ private slots:
 
         const PrivateFolder folder = privateRuntimeFolder();
         QVERIFY2(folder.usable(), qPrintable(folder.problem));
-        QVERIFY2(folder.path.startsWith(fallback_ + ".") && folder.path != decoy, qPrintable(folder.path));
+        if (prepared.isEmpty())
+            QCOMPARE(folder.path, fallback_);
+        else
+            QVERIFY2(folder.path.startsWith(fallback_ + ".") && folder.path != decoy, qPrintable(folder.path));
         QCOMPARE(modeOf(folder.path), 0700);
         QCOMPARE(ownerOf(folder.path), ::geteuid());
         QCOMPARE(privateRuntimeFolder().path, folder.path);
+        QVERIFY(!QFileInfo::exists(runtime_ + "/velmora"));
+        if (prepared.isEmpty())
+            return;
         QCOMPARE(modeOf(fallback_), modeBefore);
         QCOMPARE(ownerOf(fallback_), ownerBefore);
-        if (kind == "link")
+        if (prepared == "link")
             QCOMPARE(QDir(target).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
     }
 
