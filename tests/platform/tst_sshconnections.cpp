@@ -76,30 +76,20 @@ qint64 parentOf(qint64 pid)
     return fields.size() > 1 && fields.at(0) != "Z" ? fields.at(1).toLongLong() : 0;
 }
 
-// The live processes that match.
-int processCount(const std::function<bool(qint64 pid, const QString& proc)>& match)
+// The live processes other than this one with that parent (0: any) and program: "ssh" by its
+// name, "self" this program's own file (ssh's askpass helpers), empty any.
+int processCount(qint64 parent, const QString& program = {})
 {
     int n = 0;
     for (const QString& entry : QDir("/proc").entryList(QDir::Dirs)) {
-        bool number = false;
-        const qint64 pid = entry.toLongLong(&number);
-        if (number && parentOf(pid) != 0 && match(pid, "/proc/" + entry))
+        const qint64 pid = entry.toLongLong(), up = pid ? parentOf(pid) : 0;
+        const QString proc = "/proc/" + entry;
+        if (up != 0 && (parent == 0 || up == parent) && pid != ::getpid()
+            && (program == "self" ? QFileInfo(proc + "/exe").symLinkTarget() == QCoreApplication::applicationFilePath()
+                                  : program.isEmpty() || textOf(proc + "/comm").trimmed() == program))
             ++n;
     }
     return n;
-}
-
-// The processes of this program file other than this one (ssh's askpass helpers).
-int helperCount()
-{
-    return processCount([](qint64 pid, const QString& proc) {
-        return pid != ::getpid() && QFileInfo(proc + "/exe").symLinkTarget() == QCoreApplication::applicationFilePath();
-    });
-}
-
-int childCount(qint64 parent)
-{
-    return processCount([parent](qint64 pid, const QString&) { return parentOf(pid) == parent; });
 }
 
 // Every regular file under folder whose bytes hold text.
@@ -162,14 +152,6 @@ private:
     {
         const QStringList pub = textOf(file(key + ".pub")).split(' ');
         return QStringLiteral("[%1]:%2 %3 %4\n").arg(server).arg(port).arg(pub.value(0), pub.value(1)).toUtf8();
-    }
-
-    // The number of ssh processes this test started that still run.
-    static int sshChildren()
-    {
-        return processCount([](qint64 pid, const QString& proc) {
-            return parentOf(pid) == ::getpid() && textOf(proc + "/comm").trimmed() == "ssh";
-        });
     }
 
     // Starts sshd in a mount namespace of its own in which the account database has the
@@ -354,11 +336,11 @@ private slots:
             QCOMPARE(logOn(*net, server), 0);
             const qint64 pid = masterPid(path);
             QVERIFY(pid > 0);
-            QTRY_VERIFY(childCount(sshd.processId()) > 0);
+            QTRY_VERIFY(processCount(sshd.processId()) > 0);
             destroy ? net.reset() : net->closeAll();
             QCOMPARE(parentOf(pid), qint64(0));
             QVERIFY(!QFileInfo::exists(path));
-            QTRY_COMPARE_WITH_TIMEOUT(childCount(sshd.processId()), 0, ConnectMs);
+            QTRY_COMPARE_WITH_TIMEOUT(processCount(sshd.processId()), 0, ConnectMs);
         }
         // And it connects again when asked.
         QCOMPARE(logOn(*net, server), 0);
@@ -385,7 +367,7 @@ private slots:
         QVERIFY(program.waitForFinished());
         QTRY_COMPARE_WITH_TIMEOUT(parentOf(pid), qint64(0), ConnectMs);
         QTRY_VERIFY(!QFileInfo::exists(path));
-        QTRY_COMPARE_WITH_TIMEOUT(childCount(sshd.processId()), 0, ConnectMs);
+        QTRY_COMPARE_WITH_TIMEOUT(processCount(sshd.processId()), 0, ConnectMs);
 
         // The folder it left is tidied away by the next connections object, once it has
         // settled; a live object's folder stays.
@@ -457,7 +439,7 @@ private slots:
                             "-o", "UserKnownHostsFile=" + file("known_hosts"), "-o", "GlobalKnownHostsFile=/dev/null"});
         QCOMPARE(logOn(net, "127.0.0.1"), 53);
         QCOMPARE(held.size(), 1);
-        QCOMPARE(sshChildren(), 0);
+        QCOMPARE(processCount(::getpid(), "ssh"), 0);
     }
 
     void passwordReachesSshThroughAskpass()
@@ -520,7 +502,7 @@ private slots:
         QCOMPARE(logOn(net, server), 0);
         QCOMPARE(prompt.asked.size(), 1);
         // The askpass helpers have all ended.
-        QTRY_COMPARE_WITH_TIMEOUT(helperCount(), 0, ConnectMs);
+        QTRY_COMPARE_WITH_TIMEOUT(processCount(0, "self"), 0, ConnectMs);
     }
 
     void aRefusedPasswordIsAskedForAgainAndCancelEndsTheLogon()
@@ -534,9 +516,9 @@ private slots:
         QCOMPARE(prompt.asked, (QStringList{"credentials 127.0.0.1 " + passwordUser,
                                             "credentials 127.0.0.1 " + passwordUser + " refused"}));
         // Nothing keeps running after a cancel, here or at the server.
-        QTRY_COMPARE_WITH_TIMEOUT(sshChildren(), 0, ConnectMs);
-        QTRY_COMPARE_WITH_TIMEOUT(childCount(sshd.processId()), 0, ConnectMs);
-        QTRY_COMPARE_WITH_TIMEOUT(helperCount(), 0, ConnectMs);
+        QTRY_COMPARE_WITH_TIMEOUT(processCount(::getpid(), "ssh"), 0, ConnectMs);
+        QTRY_COMPARE_WITH_TIMEOUT(processCount(sshd.processId()), 0, ConnectMs);
+        QTRY_COMPARE_WITH_TIMEOUT(processCount(0, "self"), 0, ConnectMs);
 
         // A wrong password from the caller brings the dialog up, saying it was refused.
         prompt.asked.clear();
@@ -591,7 +573,7 @@ private slots:
         QCOMPARE(prompt.asked, QStringList{"changed 127.0.0.1 " + fingerprintOf(file("host_key.pub")).join(' ')});
         QVERIFY2(prompt.keys.at(0).details.contains(known + ":1"), qPrintable(prompt.keys.at(0).details));
         QCOMPARE(textOf(known), QString::fromUtf8(knownHostsLine("wrong_key")));
-        QTRY_COMPARE_WITH_TIMEOUT(sshChildren(), 0, ConnectMs);
+        QTRY_COMPARE_WITH_TIMEOUT(processCount(::getpid(), "ssh"), 0, ConnectMs);
     }
 
     void endingAConnectionWhileTheUserIsAskedLeavesNothingBehind()
@@ -610,17 +592,17 @@ private slots:
             QTRY_COMPARE_WITH_TIMEOUT(prompt.held.size(), size_t(1), ConnectMs);
             if (all) {
                 net.closeAll();
-                QCOMPARE(sshChildren(), 0);
+                QCOMPARE(processCount(::getpid(), "ssh"), 0);
             } else {
                 net.cancel(server);
                 QTRY_COMPARE(code, 1223);
             }
-            QTRY_COMPARE_WITH_TIMEOUT(sshChildren(), 0, ConnectMs);
-            QTRY_COMPARE_WITH_TIMEOUT(helperCount(), 0, ConnectMs);
+            QTRY_COMPARE_WITH_TIMEOUT(processCount(::getpid(), "ssh"), 0, ConnectMs);
+            QTRY_COMPARE_WITH_TIMEOUT(processCount(0, "self"), 0, ConnectMs);
             // The late answer goes nowhere; and the next question still comes.
             prompt.answerHeld();
             QTest::qWait(300);
-            QCOMPARE(sshChildren(), 0);
+            QCOMPARE(processCount(::getpid(), "ssh"), 0);
             QCOMPARE(code, all ? NotYet : 1223);
             QVERIFY(!QFileInfo::exists(net.controlPath(server)));
         }
