@@ -9,17 +9,23 @@ namespace {
 const QString crlf = QStringLiteral("\r\n");
 }
 
-AlertMail::AlertMail(QString server, QString service, QString state, QString date, QString time, Results results)
+AlertMail::AlertMail(QString server, QString service, QString state, QString date, QString time, Results results,
+                     QStringList journal)
     : server_(std::move(server)), service_(std::move(service)), state_(std::move(state)), date_(std::move(date)),
-      time_(std::move(time)), results_(std::move(results))
+      time_(std::move(time)), results_(std::move(results)), journal_(std::move(journal))
 {
+}
+
+QString AlertMail::journalPart() const
+{
+    return journal_.isEmpty() ? QString() : crlf + crlf + journal_.join(crlf);
 }
 
 AlertMail AlertMail::of(const core::Failure& failure, const ActionResults& r, const QDateTime& at,
                         const QLocale& locale)
 {
     return AlertMail(failure.server, failure.service(), failure.state, core::dateText(at), joblog::timeText(at, locale),
-                     {r.restart, r.program, r.alert, r.netsend, r.sound});
+                     {r.restart, r.program, r.alert, r.netsend, r.sound}, failure.journal);
 }
 
 QString AlertMail::profileSubject() const
@@ -34,7 +40,7 @@ QString AlertMail::profileBody() const
            QStringLiteral("  at: ") + time_ + crlf + QStringLiteral("the Service:  ") + service_ + crlf +
            QStringLiteral("on Computer: ") + server_ + QStringLiteral(" is ") + state_ + QStringLiteral(".") + crlf +
            crlf + results_.restart + crlf + results_.program + crlf + results_.alert + crlf + results_.netsend + crlf +
-           results_.sound;
+           results_.sound + journalPart();
 }
 
 QString AlertMail::smtpSubject() const
@@ -48,7 +54,7 @@ QString AlertMail::smtpBody() const
     return QStringLiteral("Velmora has noticed that on: ") + date_ + QStringLiteral("  at: ") + time_ +
            QStringLiteral("   the Service:  ") + service_ + QStringLiteral("  on Computer: ") + server_ +
            QStringLiteral(" is ") + state_ + two + results_.restart + two + results_.program + two + results_.alert +
-           two + results_.netsend + two + results_.sound;
+           two + results_.netsend + two + results_.sound + journalPart();
 }
 
 } // namespace velmora::actions

@@ -8,7 +8,7 @@
 #include <QDateTime>
 #include <QLocale>
 #include <QString>
-
+#include <QStringList>
 
 namespace velmora::actions {
 
@@ -18,10 +18,13 @@ public:
         QString restart, program, alert, netsend, sound;
     };
 
-    // date and time are the texts the mail shows (the system's short date and its time).
-    AlertMail(QString server, QString service, QString state, QString date, QString time, Results results);
+    // date and time are the texts the mail shows (the system's short date and its time);
+    // journal, the failed unit's last journal lines, follow the body on lines of their own.
+    AlertMail(QString server, QString service, QString state, QString date, QString time, Results results,
+              QStringList journal = {});
 
-    // The mail of failure with the five result texts as they stand, dated at.
+    // The mail of failure (with its journal lines) with the five result texts as they stand,
+    // dated at.
     static AlertMail of(const core::Failure& failure, const ActionResults& results, const QDateTime& at,
                         const QLocale& locale = QLocale::system());
 
@@ -40,8 +43,12 @@ public:
     const QString& state() const { return state_; }
 
 private:
+    // An empty line and the journal lines after the body, nothing without any.
+    QString journalPart() const;
+
     QString server_, service_, state_, date_, time_;
     Results results_;
+    QStringList journal_;
 };
 
 } // namespace velmora::actions

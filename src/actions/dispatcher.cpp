@@ -71,13 +71,28 @@ ActionDispatcher::ActionDispatcher(const platform::Platform& platform, joblog::J
 {
 }
 
+bool runsFor(const core::Failure& failure, Action action)
+{
+    using Runs = core::Failure::Runs;
+    if (action == Action::Restart && failure.restarts != core::Failure::Restarts::Run)
+        return false;
+    switch (failure.runs) {
+    case Runs::All: return true;
+    case Runs::Reminder: return action == Action::Email || action == Action::NetMessage;
+    case Runs::Mail: return action == Action::Email;
+    case Runs::Nothing: return false;
+    }
+    return false;
+}
+
 void ActionDispatcher::runactions(const core::Failure& failure, Done done)
 {
     Dispatch d;
     d.failure = failure;
     for (const QString& entry : failure.record.actions) {
         for (PlannedAction& a : planEntry(entry))
-            d.steps.push_back(std::move(a));
+            if (runsFor(failure, a.action))
+                d.steps.push_back(std::move(a));
     }
     d.done = std::move(done);
     queue_.push_back(std::move(d));

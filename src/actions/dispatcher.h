@@ -62,6 +62,9 @@ struct PlannedAction {
 // sound file are taken exactly, each cut at its classic length (125 or 255 characters).
 std::vector<PlannedAction> planEntry(const QString& entry);
 
+// Whether action runs for failure, as its history calls for (failure.runs, failure.restarts).
+bool runsFor(const core::Failure& failure, Action action);
+
 // The text after "Error starting program: " + path + " " for a shell-execute result code of 32
 // or less (empty for codes without a text).
 QString startErrorText(int code);
@@ -79,8 +82,9 @@ public:
     ActionDispatcher(const platform::Platform& platform, joblog::JobLog& log, AlertMailer& mailer,
                      platform::NetMessenger& messenger, platform::Timer* alertSignal, QObject* parent = nullptr);
 
-    // Runs the five action slots of a failed service; done runs on the user-interface thread
-    // when they have all finished (possibly inside the call).
+    // Runs the five action slots of a failed service, those of its actions that its history
+    // calls for (runsFor); done runs on the user-interface thread when they have all finished
+    // (possibly inside the call).
     void runactions(const core::Failure& failure, Done done);
 
     // Whether a dispatch is running or queued.

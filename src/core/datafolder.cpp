@@ -119,7 +119,8 @@ QString reservedFileFor(const QString& server, const QString& programFile)
         return server;
     const QString kept[] = {files::computerlist, files::computers, files::interval, files::smtpserver,
                             files::mailprofile,  files::settings,  files::jobslog,  files::autoexport,
-                            files::help,         files::servertypes, files::smtpoptions, files::svcctlhelper};
+                            files::help,         files::servertypes, files::smtpoptions, files::svcctlhelper,
+                            files::alertoptions, files::alertstate};
     for (const QString& file : kept) {
         if (server.compare(file, Qt::CaseInsensitive) == 0)
             return file;

@@ -37,6 +37,9 @@ inline const QString help = QStringLiteral("velmorahelp.chm");
 inline const QString servertypes = QStringLiteral("ServerTypes");
 // The options of the mail dialogue for today's servers.
 inline const QString smtpoptions = QStringLiteral("SMTPOptions");
+// The alert options, and the failures still open when the program last ended.
+inline const QString alertoptions = QStringLiteral("AlertOptions");
+inline const QString alertstate = QStringLiteral("AlertState");
 // The helper that reaches Windows service managers, beside the program.
 inline const QString svcctlhelper = QStringLiteral("velmora-svcctl");
 } // namespace files

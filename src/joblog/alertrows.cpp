@@ -13,6 +13,8 @@ QVariant AlertRows::data(const QModelIndex& index, int role) const
     const AlertRow& r = at(index.row());
     if (role == kRedRole)
         return r.red;
+    if (role == kRecoveredRole)
+        return r.recovered;
     if (role != Qt::DisplayRole)
         return {};
     switch (index.column()) {
@@ -38,6 +40,19 @@ void AlertRows::clear()
     beginResetModel();
     rows_.clear();
     endResetModel();
+}
+
+void AlertRows::markRecovered(const QString& server, const QString& service, const QString& text)
+{
+    for (int i = 0; i < count(); ++i) {
+        AlertRow& r = rows_[size_t(i)];
+        if (!r.red || r.recovered || r.server.compare(server, Qt::CaseInsensitive) != 0 ||
+            r.service.compare(service, Qt::CaseInsensitive) != 0)
+            continue;
+        r.state += QStringLiteral(" - ") + text;
+        r.recovered = true;
+        emit dataChanged(index(i, 0), index(i, ColumnCount - 1));
+    }
 }
 
 } // namespace velmora::joblog

@@ -12,6 +12,8 @@ struct AlertRow {
     // Server, service and state are drawn in red (a failure); the immediate check lists running
     // services in plain colours.
     bool red = true;
+    // The failure has recovered: its state says since when, drawn in green.
+    bool recovered = false;
 };
 
 class AlertRows : public QAbstractTableModel {
@@ -20,6 +22,8 @@ public:
     enum Column { Date, Time, Server, Service, State, Actions, ColumnCount };
     // Qt::UserRole on any column: whether the row is drawn in red.
     static constexpr int kRedRole = Qt::UserRole;
+    // Qt::UserRole + 1: whether the row's failure has recovered.
+    static constexpr int kRecoveredRole = Qt::UserRole + 1;
 
     using QAbstractTableModel::QAbstractTableModel;
 
@@ -31,6 +35,9 @@ public:
     int count() const { return int(rows_.size()); }
     void append(AlertRow row);
     void clear();
+    // The red rows of server's service (of the server itself when service is empty) not yet
+    // recovered are marked recovered, with " - " and text after their state.
+    void markRecovered(const QString& server, const QString& service, const QString& text);
 
 private:
     std::vector<AlertRow> rows_;

@@ -25,6 +25,9 @@ public:
     // One service of "Check Services Now"; red unless it runs.
     virtual void addcheckrow(const QString& server, const QString& service, const QString& shown,
                              const QString& actions, bool red) = 0;
+    // A failure of server's service (of the server itself when service is empty) has recovered:
+    // its rows say so with text.
+    virtual void markrecovered(const QString& server, const QString& service, const QString& text) = 0;
     virtual void updatelogsize(SizeCaption caption) = 0;
     virtual void updatelogsizecolour() = 0;
 };

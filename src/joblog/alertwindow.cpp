@@ -78,6 +78,10 @@ AlertWindow::AlertWindow(LogAndAlerts& owner, QWidget* parent) : QWidget(parent,
     mnuf4context = named(new QMenu(this), "mnuf4context");
     mnuf4gotoservice = mnuf4context->addAction(QStringLiteral("Goto service..."));
     mnuf4gotoservice->setObjectName(QStringLiteral("mnuf4gotoservice"));
+    mnuf4journal = mnuf4context->addAction(QStringLiteral("Show Journal..."));
+    mnuf4journal->setObjectName(QStringLiteral("mnuf4journal"));
+    mnuf4acknowledge = mnuf4context->addAction(QStringLiteral("Acknowledge"));
+    mnuf4acknowledge->setObjectName(QStringLiteral("mnuf4acknowledge"));
 
     auto* layout = new QVBoxLayout(this);
     auto* heading = new QHBoxLayout;
@@ -127,11 +131,21 @@ AlertWindow::AlertWindow(LogAndAlerts& owner, QWidget* parent) : QWidget(parent,
     });
     connect(mnuf4gotoservice, &QAction::triggered, this, &AlertWindow::gotoservice);
     connect(ListView1, &QTreeWidget::itemDoubleClicked, this, &AlertWindow::gotoservice);
+    connect(mnuf4journal, &QAction::triggered, this, [this] {
+        if (const AlertRow* r = selectedRow())
+            owner_.requestJournal(r->server, r->service);
+    });
+    connect(mnuf4acknowledge, &QAction::triggered, this, [this] {
+        if (const AlertRow* r = selectedRow())
+            owner_.requestAcknowledge(r->server, r->service);
+    });
 
     AlertRows& rows = owner_.rows();
     connect(&rows, &AlertRows::rowsInserted, this,
             [this](const QModelIndex&, int first, int last) { showRows(first, last); });
     connect(&rows, &AlertRows::modelReset, ListView1, &QTreeWidget::clear);
+    connect(&rows, &AlertRows::dataChanged, this,
+            [this](const QModelIndex& first, const QModelIndex& last) { showRecovered(first.row(), last.row()); });
     if (rows.count() > 0)
         showRows(0, rows.count() - 1);
 }
@@ -158,6 +172,19 @@ void AlertWindow::showRows(int first, int last)
             const int needed = metrics.horizontalAdvance(item->text(c)) + margin;
             if (needed > ListView1->columnWidth(c))
                 ListView1->setColumnWidth(c, needed);
+        }
+    }
+}
+
+void AlertWindow::showRecovered(int first, int last)
+{
+    const AlertRows& rows = owner_.rows();
+    for (int r = first; r <= last && r < ListView1->topLevelItemCount(); ++r) {
+        QTreeWidgetItem* item = ListView1->topLevelItem(r);
+        item->setText(AlertRows::State, rows.at(r).state);
+        if (rows.at(r).recovered) {
+            for (int c = AlertRows::Server; c <= AlertRows::State; ++c)
+                item->setForeground(c, QColor(Qt::darkGreen));
         }
     }
 }
@@ -243,13 +270,20 @@ bool AlertWindow::eventFilter(QObject* watched, QEvent* e)
 
 void AlertWindow::listRightButton(const QPoint& globalPos)
 {
+    // "Show Journal..." and "Acknowledge" are there while the alert options use them.
+    mnuf4journal->setVisible(owner_.journalShown());
+    mnuf4acknowledge->setVisible(owner_.acknowledgeShown());
+    const auto enable = [this](bool on) {
+        for (QAction* a : {mnuf4gotoservice, mnuf4journal, mnuf4acknowledge})
+            a->setEnabled(on);
+    };
     if (ListView1->topLevelItemCount() == 0) {
-        mnuf4gotoservice->setEnabled(false);
+        enable(false);
         mnuf4context->popup(globalPos);
     } else if (!ListView1->currentItem()) {
         owner_.state().platform.boxes->show(QStringLiteral("Please select an Item "), platform::MsgIcon::Information);
     } else {
-        mnuf4gotoservice->setEnabled(true);
+        enable(true);
         mnuf4context->popup(globalPos);
     }
 }
@@ -258,11 +292,14 @@ void AlertWindow::gotoservice()
 {
     if (ListView1->topLevelItemCount() == 0)
         return;
+    if (const AlertRow* r = selectedRow())
+        owner_.requestGotoService(r->server, r->service);
+}
+
+const AlertRow* AlertWindow::selectedRow() const
+{
     const int row = ListView1->indexOfTopLevelItem(ListView1->currentItem());
-    if (row < 0 || row >= owner_.rows().count())
-        return;
-    const AlertRow& r = owner_.rows().at(row);
-    owner_.requestGotoService(r.server, r.service);
+    return row >= 0 && row < owner_.rows().count() ? &owner_.rows().at(row) : nullptr;
 }
 
 } // namespace velmora::joblog

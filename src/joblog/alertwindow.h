@@ -21,6 +21,7 @@ class QTreeWidget;
 namespace velmora::joblog {
 
 class LogAndAlerts;
+struct AlertRow;
 
 class AlertWindow : public QWidget {
     Q_OBJECT
@@ -38,6 +39,8 @@ public:
     QCheckBox* Check1 = nullptr;
     QMenu* mnuf4context = nullptr;
     QAction* mnuf4gotoservice = nullptr;
+    // Shown while the alert options use them.
+    QAction *mnuf4journal = nullptr, *mnuf4acknowledge = nullptr;
 
     // The indicator: red above the large-log size, the button face at or below; the caption
     // only when one is given.
@@ -65,6 +68,10 @@ private:
     void setCheckFromOption();
     // Adds the tree's items for rows first to last of the model.
     void showRows(int first, int last);
+    // Rows first to last changed: a recovered row shows its state in green.
+    void showRecovered(int first, int last);
+    // The model's row of the current item, or null.
+    const AlertRow* selectedRow() const;
 
     LogAndAlerts& owner_;
     QString lostLines_;    // what setLostLines() gave, empty while the log is written

@@ -36,6 +36,13 @@ public:
     // The alert window's "&Check Services Now" and "Goto service...": the main window does them.
     void requestCheckNow() { emit checkServicesNowRequested(); }
     void requestGotoService(const QString& server, const QString& service) { emit gotoServiceRequested(server, service); }
+    // "Show Journal..." and "Acknowledge" of the alert window's menu, shown only while the alert
+    // options that use them are on.
+    void showAlertExtras(bool journal, bool acknowledge) { extraJournal_ = journal, extraAcknowledge_ = acknowledge; }
+    bool journalShown() const { return extraJournal_; }
+    bool acknowledgeShown() const { return extraAcknowledge_; }
+    void requestJournal(const QString& server, const QString& service) { emit journalRequested(server, service); }
+    void requestAcknowledge(const QString& server, const QString& service) { emit acknowledgeRequested(server, service); }
 
     // The alert window, loaded on first use. Closing it by its close box unloads it (its rows
     // are lost); the next call loads a fresh one. Do not keep the pointer across such a close.
@@ -51,6 +58,10 @@ public:
                      const QString& actions) override;
     void addcheckrow(const QString& server, const QString& service, const QString& shown, const QString& actions,
                      bool red) override;
+    void markrecovered(const QString& server, const QString& service, const QString& text) override
+    {
+        rows_.markRecovered(server, service, text);
+    }
     void beginTimedScan() override;
     void beginImmediateCheck() override;
     void showNextScan(const QDateTime& at) override;
@@ -71,6 +82,8 @@ signals:
     // selects and shows the service.
     void gotoServiceRequested(const QString& server, const QString& service);
     void checkServicesNowRequested();
+    void journalRequested(const QString& server, const QString& service);
+    void acknowledgeRequested(const QString& server, const QString& service);
 
 private:
     void beep();
@@ -82,6 +95,7 @@ private:
     QWidget* windowParent_;
     JobLog log_;
     AlertRows rows_;
+    bool extraJournal_ = false, extraAcknowledge_ = false;
     QPointer<AlertWindow> window_;
 };
 

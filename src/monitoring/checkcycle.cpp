@@ -6,6 +6,7 @@
 #include "core/serverlist.h"
 #include "joblog/alertsink.h"
 #include "joblog/joblog.h"
+#include "monitoring/alertkeeper.h"
 #include "servicecontrol/statetext.h"
 
 #include <algorithm>
@@ -72,10 +73,10 @@ struct CheckCycle::Scan {
 };
 
 CheckCycle::CheckCycle(core::RunState& state, const core::Schedule& schedule, core::ServerList& servers,
-                       core::MonitoredServices& monitored, joblog::JobLog& log, actions::ActionDispatcher& actions,
+                       core::MonitoredServices& monitored, joblog::JobLog& log, AlertKeeper& keeper,
                        joblog::AlertSink& alerts, QObject* parent)
     : QObject(parent), state_(state), schedule_(schedule), servers_(servers), monitored_(monitored), log_(log),
-      actions_(actions),
+      keeper_(keeper),
       alerts_(alerts), reach_(*state.platform.icmp, *state.platform.worker)
 {
 }
@@ -148,6 +149,8 @@ void CheckCycle::startScan(bool immediate, std::function<void()> done)
     scan->immediate = immediate;
     scan->done = std::move(done);
     scan_ = scan;
+    if (!immediate)
+        keeper_.beginScan();
 
     alerts_.updatelogsizecolour();
 
@@ -327,27 +330,40 @@ bool CheckCycle::monitorservice(const std::shared_ptr<Scan>& scan, Server& s, co
     const QString result = checkResultText(c, false);
     // A check line carries the time it is written, so the log never goes back in time.
     const QDateTime now = log_.now();
+    // A service manager that cannot be reached makes the server's own failure.
+    if (c.scmError != svcerror::ok)
+        keeper_.serverDown(s.name, now);
+    else
+        keeper_.serverUp(s.name, now);
     if (c.failed()) {
         log_.appendjobline(joblog::checkLineText(now, s.name, record.servicename, result));
         return false;
     }
     if (!result.isEmpty())
         laststate_ = result;
-    const core::Failure failure{s.name, record, laststate_, now};
-    log_.appendjobline(joblog::checkLineText(now, s.name, record.servicename, failure.state));
-    if (failure.state == kRunning)
+    const core::Failure found{s.name, record, laststate_, now};
+    log_.appendjobline(joblog::checkLineText(now, s.name, record.servicename, found.state));
+    if (found.state == kRunning) {
+        keeper_.running(found);
         return false;
-    alerts_.updatelogsize(joblog::SizeCaption::CheckRun);
-    if (state_.settings.popupalert)
-        alerts_.showalertwindow();
-    alerts_.addalertrow(s.name, record.servicename, failure.state, joinactions(record));
+    }
+    // What its history calls for: with every alert option off, all of it at every scan.
+    const core::Failure failure = keeper_.judge(found);
+    if (failure.runs == core::Failure::Runs::Nothing)
+        return false;
+    if (failure.runs == core::Failure::Runs::All) {
+        alerts_.updatelogsize(joblog::SizeCaption::CheckRun);
+        if (state_.settings.popupalert)
+            alerts_.showalertwindow();
+        alerts_.addalertrow(s.name, record.servicename, failure.state, joinactions(record));
+    }
     scan->waitingForActions = true;
     if (std::any_of(record.actions.begin(), record.actions.end(), [](const QString& a) { return !a.isEmpty(); }))
         ++scan->actionsRun;
     // Actions that end inside the call (an alert, say) let the scan go on; those that end later
     // resume it from their completion.
     auto insideCall = std::make_shared<bool>(true);
-    actions_.runactions(failure, [this, scan, insideCall] {
+    keeper_.dispatch(failure, [this, scan, insideCall] {
         scan->waitingForActions = false;
         if (!*insideCall && scan_ == scan)
             advance();
@@ -389,14 +405,18 @@ void CheckCycle::visitServer(Server& s)
     servers_.setPing(s.name, s.ping.result, s.ping.address, false);
     servers_.setIcon(s.name, s.ping.reachable() ? 9 : 10);
     state_.serverreachable = s.ping.reachable();
-    if (!s.ping.reachable())
+    if (!s.ping.reachable()) {
         log_.appendjobline(joblog::serverLineText(log_.now(), s.name, joblog::kServerNotReachable));
+        keeper_.serverDown(s.name, log_.now());
+    }
 }
 
 void CheckCycle::finishScan()
 {
     auto scan = scan_;
     scan_.reset();
+    if (scan && !scan->immediate)
+        keeper_.endScan();
     if (scan && scan->done)
         scan->done();
     emit scanFinished();

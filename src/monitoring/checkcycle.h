@@ -10,8 +10,9 @@
 // and the actions of one failed service finish before the next service's results are applied.
 //
 // The cycle knows no window: it reads and changes the server list and the run state, writes the
-// job log, shows its results through the alert sink, hands each failure as a value to the action
-// dispatcher, and tells the rest of the program what happened through its signals.
+// job log, shows its results through the alert sink, hands each failure as a value through the
+// alert keeper to the action dispatcher, and tells the rest of the program what happened through
+// its signals.
 #include "core/runstate.h"
 #include "core/schedule.h"
 #include "core/serverfile.h"
@@ -27,9 +28,10 @@
 
 namespace velmora::core { class ServerList; class MonitoredServices; }
 namespace velmora::joblog { class AlertSink; class JobLog; }
-namespace velmora::actions { class ActionDispatcher; }
 
 namespace velmora::monitoring {
+
+class AlertKeeper;
 
 // What one status query of a monitored service found.
 using ServiceCheck = servicecontrol::ServiceQuery;
@@ -50,9 +52,10 @@ struct ImmediateResult {
 class CheckCycle : public QObject {
     Q_OBJECT
 public:
-    // schedule gives the interval the scheduler goes by.
+    // schedule gives the interval the scheduler goes by; keeper decides from a failure's history
+    // what it runs, and hands it to the action dispatcher.
     CheckCycle(core::RunState& state, const core::Schedule& schedule, core::ServerList& servers,
-               core::MonitoredServices& monitored, joblog::JobLog& log, actions::ActionDispatcher& actions,
+               core::MonitoredServices& monitored, joblog::JobLog& log, AlertKeeper& keeper,
                joblog::AlertSink& alerts,
                QObject* parent = nullptr);
     ~CheckCycle() override;
@@ -113,7 +116,7 @@ private:
     core::ServerList& servers_;
     core::MonitoredServices& monitored_;
     joblog::JobLog& log_;
-    actions::ActionDispatcher& actions_;
+    AlertKeeper& keeper_;
     // The state text of the last service checked: a state without a text keeps the one before.
     QString laststate_;
     joblog::AlertSink& alerts_;

@@ -5,9 +5,11 @@
 #include "platform/desktop.h"
 #include "platform/filedialogs.h"
 #include "platform/icmp.h"
+#include "platform/journal.h"
 #include "platform/messageboxes.h"
 #include "platform/netmessenger.h"
 #include "platform/netconnections.h"
+#include "platform/notifications.h"
 #include "platform/servicemanager.h"
 #include "platform/opener.h"
 #include "platform/profilemail.h"
@@ -46,6 +48,9 @@ struct Platform {
     ServerKinds* serverkinds = nullptr;
     // Where the program installs the implementation that serverkinds (and the backends) go by.
     ServerKindsSlot* serverkindsSlot = nullptr;
+    // A unit's journal, and desktop notifications; null where there are none.
+    UnitJournal* journal = nullptr;
+    Notifier* notifier = nullptr;
 };
 
 } // namespace velmora::platform

@@ -181,6 +181,8 @@ void ReportWindow::buildMenus()
     mnuaknowledge = menuItem(mnucontext, "mnuaknowledge", QStringLiteral("Acknowledge"));
     mnushowproperties = menuItem(mnucontext, "mnushowproperties", QStringLiteral("Properties..."));
     mnuavailability = menuItem(mnucontext, "mnuavailability", QStringLiteral("Availability..."));
+    mnujournal = menuItem(mnucontext, "mnujournal", QStringLiteral("Show Journal..."));
+    mnujournal->setVisible(false);
 
     connect(mnuexport, &QAction::triggered, this, [this] { exportreport(); });
     connect(mnuclose, &QAction::triggered, this, &ReportWindow::exitReport);
@@ -199,6 +201,10 @@ void ReportWindow::buildMenus()
     connect(mnuclear, &QAction::triggered, this, &ReportWindow::clearContents);
     connect(mnugotoservice, &QAction::triggered, this, &ReportWindow::gotoservice);
     connect(mnuaknowledge, &QAction::triggered, this, &ReportWindow::acknowledge);
+    connect(mnujournal, &QAction::triggered, this, [this] {
+        if (const int row = selectedRow(); row >= 0)
+            emit journalRequested(rows_.at(row).texts[ComputerColumn], rows_.at(row).texts[ServiceColumn]);
+    });
     connect(mnushowproperties, &QAction::triggered, this, &ReportWindow::showproperties);
     connect(mnuavailability, &QAction::triggered, this, [this] {
         if (const int row = selectedRow(); row >= 0)
@@ -317,7 +323,10 @@ void ReportWindow::acknowledge()
 {
     if (rows_.isEmpty())
         return;
-    rows_.acknowledge(selectedRow());
+    const int row = selectedRow();
+    rows_.acknowledge(row);
+    if (row >= 0 && row < rows_.count())
+        emit acknowledged(rows_.at(row).texts[ComputerColumn], rows_.at(row).texts[ServiceColumn]);
 }
 
 void ReportWindow::gotoservice()

@@ -59,6 +59,8 @@ public:
             *mnuclear = nullptr;
     QAction *mnugotoservice = nullptr, *mnuaknowledge = nullptr, *mnushowproperties = nullptr,
             *mnuavailability = nullptr;
+    // "Show Journal...": shown while the alert options put the journal in the mail.
+    QAction* mnujournal = nullptr;
 
     // ---- operations ----
     // "Export in Textfile...": asks for a file and writes the rows; done learns what became of it.
@@ -94,6 +96,10 @@ signals:
     void propertiesRequested(const QString& server);
     // "Availability...": the availability of a row's service.
     void availabilityRequested(const QString& server, const QString& service);
+    // "Show Journal..." of a row's service.
+    void journalRequested(const QString& server, const QString& service);
+    // "Acknowledge" of a row: its failure is acknowledged.
+    void acknowledged(const QString& server, const QString& service);
 
 protected:
     bool event(QEvent* e) override;

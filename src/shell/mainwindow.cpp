@@ -166,6 +166,8 @@ void MainWindow::buildMenus()
     mnuActiveservices = menuItem(mnuMenu, "mnuActiveservices", QStringLiteral("Show active Services"));
     menuSeparator(mnuMenu, "line3");
     mnureport = menuItem(mnuMenu, "mnureport", QStringLiteral("Show Report"));
+    menuSeparator(mnuMenu, "linealertoptions");
+    mnualertoptions = menuItem(mnuMenu, "mnualertoptions", QStringLiteral("Alert Options..."));
 
     mnuWindow = named(bar->addMenu(QStringLiteral(" &Window ")), "mnuWindow");
     mnuHide = menuItem(mnuWindow, "mnuHide", QStringLiteral("Show in Tray only"));

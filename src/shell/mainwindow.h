@@ -66,7 +66,7 @@ public:
           *mnuemailoptions = nullptr, *mnuInfo = nullptr;
     QAction *mnuExit = nullptr;
     QAction *mnuChecknow = nullptr, *mnuServicemonitor = nullptr, *mnuAllservices = nullptr,
-            *mnuActiveservices = nullptr, *mnureport = nullptr;
+            *mnuActiveservices = nullptr, *mnureport = nullptr, *mnualertoptions = nullptr;
     QAction* mnuHide = nullptr;
     QAction *mnushowlogfile = nullptr, *mnudeletelogfile = nullptr, *mnuavailability = nullptr;
     QAction* mnusetemailoptions = nullptr;

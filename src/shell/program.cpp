@@ -8,12 +8,15 @@
 #include "history/loghistory.h"
 #include "joblog/alertwindow.h"
 #include "joblog/logandalerts.h"
+#include "monitoring/alertkeeper.h"
+#include "monitoring/alertoptionsdialog.h"
 #include "monitoring/alertsetupwindow.h"
 #include "monitoring/checkcycle.h"
 #include "monitoring/setupwindow.h"
 #include "report/reportwindow.h"
 #include "servicecontrol/servicecontrol.h"
 #include "shell/help.h"
+#include "shell/journalwindow.h"
 #include "shell/mainwindow.h"
 #include "shell/tray.h"
 
@@ -50,8 +53,8 @@ Program::Program(const platform::Platform& platform)
                                       *platform.tcp, *platform.profilemail, *platform.boxes, log, state.datafolder, w);
     dispatcher = new actions::ActionDispatcher(platform, log, *mailer, *platform.messenger, w->Timer6, w);
     mailing = new actions::Mailing(state, *mailer, dispatcher->results(), w, w);
-    checkcycle = new monitoring::CheckCycle(state, schedule, servers, monitored, logandalerts->joblog(), *dispatcher,
-                                            *logandalerts, w);
+    keeper = new monitoring::AlertKeeper(platform, state, log, *logandalerts, *dispatcher, w);
+    checkcycle = new monitoring::CheckCycle(state, schedule, servers, monitored, log, *keeper, *logandalerts, w);
     connectJobLog();
     connectMailing();
     connectMonitoring();
@@ -60,6 +63,7 @@ Program::Program(const platform::Platform& platform)
     connectServerManagement();
     connectReport();
     connectAvailability();
+    connectAlertOptions();
 }
 
 Program::~Program()
@@ -68,7 +72,12 @@ Program::~Program()
         state.platform.serverkindsSlot->install(nullptr);
 }
 
-void Program::load() { window->load(); }
+void Program::load()
+{
+    window->load();
+    keeper->load();
+    alertOptionsChanged();
+}
 
 monitoring::SetupWindow* Program::setupWindow()
 {
@@ -216,6 +225,10 @@ report::ReportWindow* Program::reportWindow()
                          &MainWindow::openPropertiesFor);
         QObject::connect(report_, &report::ReportWindow::availabilityRequested, window.get(),
                          [this](const QString& server, const QString& service) { showAvailability(server, service); });
+        QObject::connect(report_, &report::ReportWindow::journalRequested, window.get(),
+                         [this](const QString& server, const QString& service) { showJournal(server, service); });
+        QObject::connect(report_, &report::ReportWindow::acknowledged, keeper, &monitoring::AlertKeeper::acknowledge);
+        report_->mnujournal->setVisible(keeper->options().journal);
     }
     return report_;
 }
@@ -272,6 +285,54 @@ void Program::connectAvailability()
     };
     QObject::connect(checkcycle, &monitoring::CheckCycle::scanFinished, w, changed);
     QObject::connect(w->mnudeletelogfile, &QAction::triggered, w, changed);
+}
+
+void Program::connectAlertOptions()
+{
+    MainWindow* w = window.get();
+    QObject::connect(w->mnualertoptions, &QAction::triggered, w, [this] {
+        if (!alertOptions_) {
+            alertOptions_ = new monitoring::AlertOptionsDialog(*state.platform.files, *state.platform.boxes,
+                                                               state.file(core::files::alertoptions), window.get());
+            QObject::connect(alertOptions_, &monitoring::AlertOptionsDialog::saved, keeper,
+                             [this](const core::AlertOptions& options) {
+                                 keeper->setOptions(options);
+                                 alertOptionsChanged();
+                             });
+        }
+        alertOptions_->load();
+        alertOptions_->show();
+        alertOptions_->raise();
+    });
+    joblog::LogAndAlerts* alerts = logandalerts;
+    QObject::connect(alerts, &joblog::LogAndAlerts::journalRequested, w,
+                     [this](const QString& server, const QString& service) { showJournal(server, service); });
+    QObject::connect(alerts, &joblog::LogAndAlerts::acknowledgeRequested, keeper, &monitoring::AlertKeeper::acknowledge);
+    if (platform::Notifier* notifier = state.platform.notifier) {
+        QObject::connect(keeper, &monitoring::AlertKeeper::notice, notifier, &platform::Notifier::notify);
+        // A click on a notice leads to its service in the main window.
+        QObject::connect(notifier, &platform::Notifier::clicked, w, [w](const QString& server, const QString& service) {
+            w->showNormal();
+            w->raise();
+            w->activateWindow();
+            w->gotoService(server, service);
+        });
+    }
+}
+
+void Program::alertOptionsChanged()
+{
+    const core::AlertOptions& o = keeper->options();
+    logandalerts->showAlertExtras(o.journal, o.once);
+    if (report_)
+        report_->mnujournal->setVisible(o.journal);
+}
+
+void Program::showJournal(const QString& server, const QString& service)
+{
+    if (!journal_)
+        journal_ = new JournalWindow(state.platform.journal, *state.platform.worker, window.get());
+    journal_->showFor(server, service);
 }
 
 } // namespace velmora::shell

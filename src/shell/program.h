@@ -17,13 +17,14 @@
 namespace velmora::actions { class ActionDispatcher; class AlertMailer; class Mailing; }
 namespace velmora::history { class AvailabilityWindow; class LogHistory; }
 namespace velmora::joblog { class LogAndAlerts; }
-namespace velmora::monitoring { class CheckCycle; class SetupWindow; }
+namespace velmora::monitoring { class AlertKeeper; class AlertOptionsDialog; class CheckCycle; class SetupWindow; }
 namespace velmora::report { class ReportWindow; }
 namespace velmora::servicecontrol { class ServiceControl; }
 
 namespace velmora::shell {
 
 class InfoCommands;
+class JournalWindow;
 class MainWindow;
 class TrayControl;
 
@@ -57,6 +58,8 @@ public:
     actions::AlertMailer* mailer = nullptr;
     actions::ActionDispatcher* dispatcher = nullptr;
     actions::Mailing* mailing = nullptr;
+    // What a failure runs, from its history under the alert options.
+    monitoring::AlertKeeper* keeper = nullptr;
     monitoring::CheckCycle* checkcycle = nullptr;
     TrayControl* tray = nullptr;
     InfoCommands* info = nullptr;
@@ -83,8 +86,14 @@ private:
     void connectServerManagement();
     void connectReport();
     void connectAvailability();
+    void connectAlertOptions();
+    // The alert options took effect: the menus show what they use.
+    void alertOptionsChanged();
+    void showJournal(const QString& server, const QString& service);
 
     monitoring::SetupWindow* setupWindow_ = nullptr;
+    monitoring::AlertOptionsDialog* alertOptions_ = nullptr;
+    JournalWindow* journal_ = nullptr;
     QPointer<report::ReportWindow> report_;
     history::LogHistory* history_ = nullptr;
     history::AvailabilityWindow* availability_ = nullptr;

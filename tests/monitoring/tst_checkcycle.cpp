@@ -6,6 +6,7 @@
 #include "joblog/alertwindow.h"
 #include "joblog/joblog.h"
 #include "joblog/logandalerts.h"
+#include "monitoring/alertkeeper.h"
 #include "monitoring/checkcycle.h"
 #include "monitoring/setupwindow.h"
 #include "support/windowfixture.h"
@@ -123,6 +124,7 @@ struct Journal : joblog::AlertSink {
     {
         events << QStringList{"check", server, service, shown, red ? "red" : ""}.join('|');
     }
+    void markrecovered(const QString&, const QString&, const QString&) override {}
     void updatelogsize(joblog::SizeCaption) override {}
     void updatelogsizecolour() override {}
 };
@@ -152,7 +154,8 @@ struct BareScan {
     actions::AlertMailer mailer{*state.platform.files, nullptr, nullptr, *state.platform.clock, *state.platform.tcp,
                                 *state.platform.profilemail, *state.platform.boxes, log, state.datafolder};
     actions::ActionDispatcher dispatcher{state.platform, log, mailer, *state.platform.messenger, nullptr};
-    monitoring::CheckCycle cycle{state, schedule, servers, monitored, log, dispatcher, journal};
+    monitoring::AlertKeeper keeper{state.platform, state, log, journal, dispatcher};
+    monitoring::CheckCycle cycle{state, schedule, servers, monitored, log, keeper, journal};
     QSignalSpy finished{&cycle, &monitoring::CheckCycle::scanFinished};
 };
 

@@ -3,6 +3,7 @@
 #include "platform/linux/askpass.h"
 #include "platform/linux/privatefolder.h"
 #include "platform/linux/sshconnections.h"
+#include "platform/linux/systemdjournal.h"
 #include "platform/sim/simcredentialsprompt.h"
 #include "support/bytefiles.h"
 #include "support/listening.h"
@@ -27,6 +28,7 @@
 #include <unistd.h>
 
 using velmora::platform::SshConnections;
+using velmora::platform::SystemdJournal;
 using velmora::platform::sim::SimCredentialsPrompt;
 using velmora::test::bytesOf;
 using velmora::test::putBytes;
@@ -316,6 +318,14 @@ private slots:
         // Other ssh runs go through the master without logging on again.
         QCOMPARE(throughMaster(net, {"-O", "check", server}), 0);
         QCOMPARE(throughMaster(net, {"-o", "BatchMode=yes", server, "true"}), 0);
+        // The journal of a unit is read on the far side through the same master: journalctl
+        // ran there (the machine keeps no lines of these units), its name quoted for the shell.
+        SystemdJournal::Options o;
+        o.controlPath = [&net](const QString& s) { return net.controlPath(s); };
+        SystemdJournal journal(o);
+        for (const QString unit : {"velmora-none", "it's; false"})
+            QCOMPARE(journal.lastLines(server, unit, 20).problem,
+                     "The journal holds no lines of " + SystemdJournal::unitName(unit) + ".");
 
         // A second request for the same server reuses the master; another user is refused.
         QCOMPARE(logOn(net, server), 0);
@@ -323,6 +333,7 @@ private slots:
 
         cancelAndWait(net);
         QVERIFY(throughMaster(net, {"-O", "check", server}) != 0);
+        QCOMPARE(journal.lastLines(server, "velmora-none", 20).problem, "There is no connection to 127.0.0.1.");
     }
 
     void everyMasterAndItsSshdSessionEndsWithTheObject()

@@ -110,8 +110,11 @@ public:
 
     // Starts the bus and the manager with the units (file name -> file text, or unit::link());
     // the units named in `enabled` are enabled (wanted by default.target), so they run from the
-    // start. Returns once the manager has finished starting up: an error text, or empty.
-    QString start(const QMap<QString, QString>& units, const QStringList& enabled = {})
+    // start. With journal, Debian's systemd-journald runs in the manager's namespace first and
+    // keeps what the units and the manager log in a journal of its own in the private /run
+    // (journalFolder()); it ends with the manager. Returns once the manager has finished
+    // starting up: an error text, or empty.
+    QString start(const QMap<QString, QString>& units, const QStringList& enabled = {}, bool journal = false)
     {
         stop();
         dir_ = std::make_unique<QTemporaryDir>(QDir::tempPath() + QStringLiteral("/velmora-systemd-XXXXXX"));
@@ -146,12 +149,13 @@ public:
         // so shares, and stopping a unit there (or the bus) would kill the other's too.
         manager_->start(QStringLiteral("unshare"),
                         {QStringLiteral("-m"), QStringLiteral("sh"), QStringLiteral("-c"),
-                         QStringLiteral("for h in %1; do [ -f \"$h/cgroup.procs\" ] && mkdir -p \"$h/$0\" "
-                                        "&& echo $$ > \"$h/$0/cgroup.procs\"; done; "
-                                        "mount -t tmpfs tmpfs /run && mkdir -p /run/systemd/system && exec ")
+                         QStringLiteral("for h in %1; do [ -f \"$h/cgroup.procs\" ] && mkdir -p \"$h/$0/$1\" "
+                                        "&& echo $$ > \"$h/$0/$1/cgroup.procs\"; done; "
+                                        "mount -t tmpfs tmpfs /run && mkdir -p /run/systemd/system && ")
                                  .arg(QLatin1String(kCgroupHierarchies))
+                             + (journal ? journaldCommand() : QString()) + QStringLiteral("exec ")
                              + QString::fromLatin1(kSystemdProgram) + QStringLiteral(" --user"),
-                         cgroupName()});
+                         cgroupName(), QStringLiteral("user@%1.service").arg(::geteuid())});
         manager_->waitForStarted(30000);
         QString error = waitForReady(notify);
         ::close(notify);
@@ -190,8 +194,12 @@ public:
     void stopBus() const { systemctl({QStringLiteral("stop"), QStringLiteral("dbus.socket"), QStringLiteral("dbus.service")}); }
 
     QString address() const { return address_; }
-    // The manager's control group, below the root of each hierarchy.
-    QString cgroupName() const { return dir_ ? QFileInfo(dir_->path()).fileName() : QString(); }
+    // The manager's slice, below the root of each hierarchy; the manager runs in its
+    // user@UID.service group, as a user manager does, so that a journal names its units.
+    QString cgroupName() const { return dir_ ? QFileInfo(dir_->path()).fileName() + QStringLiteral(".slice") : QString(); }
+    // The journal files of a manager started with its journal, as seen from outside its namespace.
+    QString journalFolder() const { return QStringLiteral("/proc/%1/root/run/log/journal").arg(managerPid()); }
+    static constexpr const char* kJournald = "/lib/systemd/systemd-journald";
     pid_t managerPid() const { return manager_ ? pid_t(manager_->processId()) : 0; }
     // The bus daemon's process, 0 when it does not run.
     pid_t busPid() const
@@ -261,6 +269,18 @@ public:
     }
 
 private:
+    // journald in the namespace, before the manager (its readiness is not the manager's): the machine's persistent journal folder is
+    // covered by a tmpfs of the namespace, so nothing is written outside it; journald ends when
+    // the shell that becomes the manager ends. The manager starts once its sockets are there.
+    QString journaldCommand() const
+    {
+        return QStringLiteral("{ [ ! -d /var/log/journal ] || mount -t tmpfs tmpfs /var/log/journal; } && "
+                              "{ env -u NOTIFY_SOCKET setpriv --pdeathsig KILL %1 >%2 2>&1 & } && "
+                              "n=0; while [ ! -S /run/systemd/journal/stdout ] && [ $n -lt 600 ]; do "
+                              "sleep 0.05; n=$((n+1)); done; ")
+            .arg(QString::fromLatin1(kJournald), path(QStringLiteral("journald.log")));
+    }
+
     static bool writeFile(const QString& file, const QByteArray& text)
     {
         QFile f(file);

@@ -11,9 +11,9 @@ platform::SystemdServices::Options localSystemdOptions(const QString& address)
     return options;
 }
 
-SystemdFixture::SystemdFixture(const QMap<QString, QString>& units, const QStringList& enabled)
+SystemdFixture::SystemdFixture(const QMap<QString, QString>& units, const QStringList& enabled, bool journal)
 {
-    error = manager.start(units, enabled);
+    error = manager.start(units, enabled, journal);
     if (!error.isEmpty())
         return;
     systemd = std::make_unique<platform::SystemdServices>(localSystemdOptions(manager.address()));
@@ -26,6 +26,10 @@ shell::MainWindow& SystemdFixture::start(const QStringList& computerlist)
     f.writeFile("Computerlist", computerlist);
     auto p = f.sim.platform();
     p.services = systemd.get();
+    if (tcp)
+        p.tcp = tcp;
+    p.journal = journal;
+    p.notifier = notifier;
     f.program = std::make_unique<shell::Program>(p);
     f.window = f.program->window.get();
     f.program->load();

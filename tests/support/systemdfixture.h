@@ -19,11 +19,17 @@ class SystemdFixture {
 public:
     // Starts the manager with the units (see RealSystemd::start); error says why not. A test
     // skips when RealSystemd::missing() says the manager cannot run here.
-    SystemdFixture(const QMap<QString, QString>& units, const QStringList& enabled);
+    // With journal, the manager keeps a journal of its own (RealSystemd::start).
+    SystemdFixture(const QMap<QString, QString>& units, const QStringList& enabled, bool journal = false);
 
     // Writes "Computerlist", builds the program on the bus and runs its start-up, including the
     // second's pause. Call only when error is empty.
     shell::MainWindow& start(const QStringList& computerlist);
+
+    // Real backends in place of the simulated ones, when set before start().
+    platform::TcpNetwork* tcp = nullptr;
+    platform::UnitJournal* journal = nullptr;
+    platform::Notifier* notifier = nullptr;
 
     testsupport::RealSystemd manager;
     QString error;

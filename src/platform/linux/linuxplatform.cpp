@@ -13,7 +13,9 @@
 #include "platform/linux/secretservice.h"
 #include "platform/linux/qttcpsocket.h"
 #include "platform/linux/smbmessenger.h"
+#include "platform/linux/dbusnotifier.h"
 #include "platform/linux/sshconnections.h"
+#include "platform/linux/systemdjournal.h"
 #include "platform/linux/systemdservices.h"
 #include "platform/linux/systemtray.h"
 #include "platform/linux/tonebeeper.h"
@@ -229,6 +231,15 @@ SystemdServices::Options servicesThrough(const SshConnections& net)
     return options;
 }
 
+// The journals of remote servers are read through the connections that net opens.
+SystemdJournal::Options journalThrough(const SshConnections& net, std::function<bool(const QString&)> isWindows)
+{
+    SystemdJournal::Options options;
+    options.controlPath = [&net](const QString& server) { return net.controlPath(server); };
+    options.isWindows = std::move(isWindows);
+    return options;
+}
+
 // Windows servers log on with what their connections hold, at a server's first check with the
 // logon the secret store keeps; the helper lives beside the program.
 WindowsServices::Options windowsServicesThrough(WindowsConnections& logons)
@@ -276,6 +287,8 @@ struct LinuxPlatform::Impl {
     MsmtpMail profilemail;
     SmbMessenger messenger;
     QtFileDialogs filedialogs;
+    SystemdJournal journal{journalThrough(ssh, isWindows)};
+    DBusNotifier notifier;
 };
 
 void endProcessNow(int code)
@@ -321,6 +334,8 @@ Platform LinuxPlatform::platform()
     p.filedialogs = &d->filedialogs;
     p.serverkinds = &d->serverTypes;
     p.serverkindsSlot = &d->serverTypes;
+    p.journal = &d->journal;
+    p.notifier = &d->notifier;
     return p;
 }
 
