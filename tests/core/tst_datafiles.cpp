@@ -1,5 +1,4 @@
 // The stored files of the data folder: exact bytes, round trips, and broken files.
-#include "core/alertoptions.h"
 #include "core/datafolder.h"
 #include "core/serverfile.h"
 #include "core/serverlistfile.h"
@@ -401,45 +400,6 @@ private slots:
         disk.failOn(Op::Write, "DC1");
         QVERIFY(!lookInFile(disk, path));
         QCOMPARE(bytesOf(path), old);
-    }
-
-    // ---- alert options: a round trip, and a damaged file that gives all off and stays as it is ----
-
-    void alertOptions_data()
-    {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<bool>("damaged");
-        QTest::newRow("missing") << QByteArray() << false;
-        QTest::newRow("hand-edited, blanks and LF") << QByteArray("Once = true\n\nRemindScans= 4\n") << false;
-        QTest::newRow("unknown option") << QByteArray("Once=True\r\nColour=Red\r\n") << true;
-        QTest::newRow("bad number") << QByteArray("Once=True\r\nRemindScans=-3\r\n") << true;
-        QTest::newRow("not a Boolean") << QByteArray("Once=perhaps\r\n") << true;
-        QTest::newRow("no equals sign") << QByteArray("Once\r\n") << true;
-    }
-    void alertOptions()
-    {
-        QFETCH(QByteArray, bytes);
-        QFETCH(bool, damaged);
-        const QString path = file(files::alertoptions);
-        if (!bytes.isEmpty())
-            putBytes(path, bytes);
-        const AlertOptionsRead read = readAlertOptions(disk, path);
-        QCOMPARE(!read.problem.isEmpty(), damaged);
-        if (damaged) {
-            QCOMPARE(read.options, AlertOptions{});
-            QVERIFY(read.problem.contains(path));
-            QCOMPARE(bytesOf(path), bytes);
-            return;
-        }
-        AlertOptions o = read.options;
-        o.once = true;
-        o.remindScans = 4;
-        o.serverDownMail = "ops@example.org; root@example.org";
-        o.restartLimit = 3;
-        o.restartScans = 10;
-        QVERIFY(writeAlertOptions(disk, path, o));
-        QCOMPARE(readAlertOptions(disk, path).options, o);
-        QVERIFY(bytesOf(path).startsWith("Once=True\r\nRemindScans=4\r\n"));
     }
 
     // ---- broken disk: every reader survives and keeps what the rules say ----

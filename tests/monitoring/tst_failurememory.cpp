@@ -100,29 +100,13 @@ private slots:
         QCOMPARE(got, expected);
     }
 
-    // The recovery tells when the failure began, also across a restart of the program.
-    void recoveryTellsWhenItBegan()
-    {
-        FailureMemory memory(options("once"));
-        const QDateTime at(QDate(2026, 11, 25), QTime(8, 0, 0, 125), Qt::UTC);
-        memory.beginScan();
-        memory.failed("DC1", "Spooler", at, false);
-        memory.failed("DC1", "Spooler", at.addSecs(600), false);
-        FailureMemory later(options("once"));
-        QVERIFY(later.restore(memory.stateLines()));
-        QCOMPARE(later.running("DC1", "Spooler"), std::optional<QDateTime>(at));
-        QCOMPARE(FailureMemory::durationText(at.secsTo(at.addSecs(3 * 3600 + 5 * 60 + 7))), QString("3 h 5 min"));
-    }
-
     // A damaged state file is refused as a whole: nothing half-read, nothing of the memory lost.
     void damagedStateIsRefused_data()
     {
         QTest::addColumn<QStringList>("lines");
         QTest::newRow("no scan line") << QStringList{};
-        QTest::newRow("scan not a number") << QStringList{"Scan\tx"};
         QTest::newRow("bad date") << QStringList{"Scan\t3", "Failure\tDC1\tspooler\tyesterday\t1\t0\t0\t"};
         QTest::newRow("short failure") << QStringList{"Scan\t3", "Failure\tDC1\tspooler"};
-        QTest::newRow("bad restarts") << QStringList{"Scan\t3", "Failure\tDC1\tspooler\t2026-11-25T08:00:00.000Z\t1\t0\t0\t1,x"};
         QTest::newRow("unknown line") << QStringList{"Scan\t3", "\x01\x02garbage"};
     }
     void damagedStateIsRefused()

@@ -1,5 +1,6 @@
 // Desktop notifications on a private session bus, shown by the tests' own notification server
-// (support/notificationrecorder.h).
+// (support/notificationrecorder.h). The alert options' end-to-end test shows a click leading to
+// its service; here, the clicks that lead nowhere and a desktop without a notification server.
 #include "platform/linux/dbusnotifier.h"
 #include "support/notificationrecorder.h"
 
@@ -17,7 +18,7 @@ class TestNotifier : public QObject {
 private slots:
     void initTestCase() { missing_ = recorder_.start(); }
 
-    void aClickLeadsToTheService()
+    void onlyAClickOnAShownNoticeLeadsToItsService()
     {
         if (!missing_.isEmpty())
             QSKIP(qPrintable(missing_));
@@ -26,22 +27,14 @@ private slots:
         notifier.notify("Spooler stopped", "DC1: Spooler is Stopped", "DC1", "Spooler");
         notifier.notify("Cron stopped", "FS1: cron is Stopped", "FS1", "cron");
         QTRY_COMPARE(recorder_.shown.size(), 2);
-        QCOMPARE(recorder_.shown[0].summary, QString("Spooler stopped"));
-        QCOMPARE(recorder_.shown[0].body, QString("DC1: Spooler is Stopped"));
-        QVERIFY(recorder_.shown[0].actions.contains("default"));
-
-        // The recorder has answered both calls (with their ids) before it sends the click, and
-        // the bus keeps one sender's messages in order.
-        QVERIFY(recorder_.click(2));
-        QTRY_COMPARE(clicked.size(), 1);
-        QCOMPARE(clicked[0], (QVariantList{"FS1", "cron"}));
-        // A notification closed, or one of another program, leads nowhere.
+        // The bus keeps one sender's messages in order: a closed notice (1) and one of another
+        // program (77) lead nowhere, the click on 2 that follows them does.
         QVERIFY(recorder_.signal("NotificationClosed", 1, uint(2)));
         QVERIFY(recorder_.click(1));
         QVERIFY(recorder_.click(77));
         QVERIFY(recorder_.click(2));
-        QTRY_COMPARE(clicked.size(), 2);
-        QCOMPARE(clicked[1], (QVariantList{"FS1", "cron"}));
+        QTRY_COMPARE(clicked.size(), 1);
+        QCOMPARE(clicked[0], (QVariantList{"FS1", "cron"}));
     }
 
     void withoutANotificationServerNothingHappens()

@@ -21,16 +21,23 @@ private slots:
         QTest::addColumn<QByteArray>("options");
         QTest::addColumn<QByteArray>("state");
         QTest::addColumn<QString>("logged"); // what start-up says in the job log
-        QTest::newRow("no files") << QByteArray() << QByteArray() << "";
-        QTest::newRow("damaged options") << QByteArray("Once=maybe\r\n") << QByteArray() << "are damaged (line 1";
+        QTest::addColumn<bool>("once");      // what the dialog shows
+        QTest::newRow("no files") << QByteArray() << QByteArray() << "" << false;
+        QTest::newRow("hand-edited, blanks and LF") << QByteArray("Once = true\n\nRemindScans= 4\n") << QByteArray()
+                                                    << "" << true;
+        QTest::newRow("not a Boolean") << QByteArray("Once=maybe\r\n") << QByteArray() << "are damaged (line 1" << false;
+        QTest::newRow("unknown option") << QByteArray("Once=True\r\nColour=Red\r\n") << QByteArray()
+                                        << "are damaged (line 2" << false;
+        QTest::newRow("bad number") << QByteArray("RemindScans=-3\r\n") << QByteArray() << "are damaged" << false;
         QTest::newRow("damaged state") << QByteArray() << QByteArray("Scan\t1\r\nFailure\tDC1\r\n")
-                                       << "cannot be read; they are forgotten";
+                                       << "cannot be read; they are forgotten" << false;
     }
     void optionsAreStoredAndTakeEffect()
     {
         QFETCH(QByteArray, options);
         QFETCH(QByteArray, state);
         QFETCH(QString, logged);
+        QFETCH(bool, once);
         test::WindowFixture f;
         if (!options.isEmpty())
             f.writeBytes("AlertOptions", options);
@@ -45,8 +52,9 @@ private slots:
         w.mnualertoptions->trigger();
         auto* d = w.findChild<monitoring::AlertOptionsDialog*>("FormAlertOptions");
         QVERIFY(d && d->isVisible());
-        QCOMPARE(f.sim.boxes.shown.size(), options.isEmpty() ? 0 : 1);
-        QVERIFY(!d->Check1->isChecked() && !d->Spin1->isEnabled());
+        QCOMPARE(f.sim.boxes.shown.size(), logged.contains("damaged") ? 1 : 0);
+        QCOMPARE(d->Check1->isChecked(), once);
+        QCOMPARE(d->Spin1->isEnabled(), once);
         QCOMPARE(f.readBytes("AlertOptions"), options);
         QCOMPARE(f.readBytes("AlertState"), state);
 

@@ -14,22 +14,39 @@ const QString kInterface = QStringLiteral("org.freedesktop.Notifications");
 const QString kDefault = QStringLiteral("default");
 } // namespace
 
+DBusNotifier::DBusNotifier(QObject* parent) : Notifier(parent) {}
+
 DBusNotifier::DBusNotifier(QDBusConnection bus, QObject* parent) : Notifier(parent), bus_(std::move(bus))
 {
-    bus_.connect(kService, kPath, kInterface, QStringLiteral("ActionInvoked"), this,
-                 SLOT(actionInvoked(uint, QString)));
-    bus_.connect(kService, kPath, kInterface, QStringLiteral("NotificationClosed"), this,
-                 SLOT(notificationClosed(uint, uint)));
+    reach();
+}
+
+bool DBusNotifier::reach()
+{
+    if (!bus_) {
+        // Without an address in the session, the bus library would launch a bus of its own.
+        if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"))
+            return false;
+        bus_ = QDBusConnection::sessionBus();
+    }
+    if (!listening_ && bus_->isConnected()) {
+        bus_->connect(kService, kPath, kInterface, QStringLiteral("ActionInvoked"), this,
+                      SLOT(actionInvoked(uint, QString)));
+        bus_->connect(kService, kPath, kInterface, QStringLiteral("NotificationClosed"), this,
+                      SLOT(notificationClosed(uint, uint)));
+        listening_ = true;
+    }
+    return listening_;
 }
 
 void DBusNotifier::notify(const QString& summary, const QString& body, const QString& server, const QString& service)
 {
-    if (!bus_.isConnected())
+    if (!reach())
         return;
     QDBusMessage call = QDBusMessage::createMethodCall(kService, kPath, kInterface, QStringLiteral("Notify"));
     call << QStringLiteral("Velmora") << uint(0) << QStringLiteral("dialog-warning") << summary << body
          << QStringList{kDefault, QStringLiteral("Show service")} << QVariantMap() << int(-1);
-    auto* watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call), this);
+    auto* watcher = new QDBusPendingCallWatcher(bus_->asyncCall(call), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, server, service](QDBusPendingCallWatcher* w) {
         const QDBusPendingReply<uint> reply = *w;
         if (!reply.isError())

@@ -4,6 +4,7 @@
 #include <QDBusConnection>
 #include <QHash>
 #include <QPair>
+#include <optional>
 
 namespace velmora::platform {
 
@@ -12,7 +13,11 @@ namespace velmora::platform {
 class DBusNotifier : public Notifier {
     Q_OBJECT
 public:
-    explicit DBusNotifier(QDBusConnection bus = QDBusConnection::sessionBus(), QObject* parent = nullptr);
+    // The desktop's session bus, reached at the first notice, and only when the session names
+    // one: a program that never notifies never touches the bus, and none is ever launched for it.
+    explicit DBusNotifier(QObject* parent = nullptr);
+    // Notices go through bus.
+    explicit DBusNotifier(QDBusConnection bus, QObject* parent = nullptr);
 
     void notify(const QString& summary, const QString& body, const QString& server, const QString& service) override;
 
@@ -21,7 +26,11 @@ private slots:
     void notificationClosed(uint id, uint reason);
 
 private:
-    QDBusConnection bus_;
+    // The bus, connected first when it is not yet; false when there is none.
+    bool reach();
+
+    std::optional<QDBusConnection> bus_;
+    bool listening_ = false; // its signals are connected
     QHash<uint, QPair<QString, QString>> shown_; // notification id -> server, service
 };
 
