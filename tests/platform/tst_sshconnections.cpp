@@ -334,6 +334,8 @@ private slots:
         cancelAndWait(net);
         QVERIFY(throughMaster(net, {"-O", "check", server}) != 0);
         QCOMPARE(journal.lastLines(server, "velmora-none", 20).problem, "There is no connection to 127.0.0.1.");
+        o.isWindows = [](const QString& s) { return s == "WIN1"; };
+        QCOMPARE(SystemdJournal(o).lastLines("WIN1", "cron", 20).problem, QString("A Windows server keeps no journal."));
     }
 
     void everyMasterAndItsSshdSessionEndsWithTheObject()
