@@ -667,6 +667,16 @@ int SystemdServices::connect(Connection& c, const QString& computer)
 
 int SystemdServices::ensureConnected(Connection& c, const QString& computer)
 {
+    // A remote bus runs through the ssh connection's socket: once that is gone (the user removed
+    // the server, the master ended), so is the authenticated connection, though the bridge may
+    // not have noticed yet.
+    if (c.open() && !key(computer).isEmpty()) {
+        const QString socket = options_.controlPath ? options_.controlPath(computer.trimmed()) : QString();
+        if (socket.isEmpty() || !QFileInfo::exists(socket)) {
+            c.drop();
+            return svcerror::accessDenied;
+        }
+    }
     // A bus that went away since the last call shows as soon as what is waiting on the
     // connection is read: its end, or signals that came in meanwhile.
     if (c.open()) {
