@@ -16,11 +16,11 @@ using monitoring::FailureMemory;
 
 namespace {
 
-core::AlertOptions options(const QString& spec)
+core::AlertOptions options(const QString& settings)
 {
     // "once remind=2 guard=2/3 down"
     core::AlertOptions o;
-    for (const QString& word : spec.split(' ', Qt::SkipEmptyParts)) {
+    for (const QString& word : settings.split(' ', Qt::SkipEmptyParts)) {
         if (word == "once")
             o.once = true;
         else if (word == "down")
@@ -51,7 +51,7 @@ class TestFailureMemory : public QObject {
 private slots:
     void scansDecide_data()
     {
-        QTest::addColumn<QString>("spec");
+        QTest::addColumn<QString>("settings");
         QTest::addColumn<QString>("script");
         QTest::addColumn<QString>("expected");
         QTest::newRow("all off: every scan alerts, nothing recovers") << "" << "FFRFDU" << "AA.A-.";
@@ -70,15 +70,15 @@ private slots:
     }
     void scansDecide()
     {
-        QFETCH(QString, spec);
+        QFETCH(QString, settings);
         QFETCH(QString, script);
         QFETCH(QString, expected);
-        auto memory = std::make_unique<FailureMemory>(options(spec));
+        auto memory = std::make_unique<FailureMemory>(options(settings));
         const QDateTime start(QDate(2026, 11, 25), QTime(8, 0), Qt::UTC);
         QString got;
         for (const QChar step : script) {
             if (step == '|') {
-                auto next = std::make_unique<FailureMemory>(options(spec));
+                auto next = std::make_unique<FailureMemory>(options(settings));
                 QVERIFY(next->restore(memory->stateLines()));
                 QVERIFY(!next->changed());
                 memory = std::move(next);
