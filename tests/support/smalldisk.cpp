@@ -16,6 +16,15 @@ SmallDiskRun runOnSmallDisk(const QString& folder, int kib, const QStringList& c
         run.skipReason = "unshare (util-linux) is missing";
         return run;
     }
+    // Where no namespace can be made (a chroot forbids user namespaces), unshare itself fails,
+    // and its exit status cannot be told from the child's: ask it once on its own.
+    QProcess probe;
+    probe.start("unshare", QStringList{"--user", "--map-root-user", "--mount", "true"});
+    if (!probe.waitForFinished(30000) || probe.exitStatus() != QProcess::NormalExit || probe.exitCode() != 0) {
+        run.skipReason = "no user and mount namespace can be made here: " +
+                         QString::fromLocal8Bit(probe.readAllStandardError()).trimmed();
+        return run;
+    }
     const QString script = QStringLiteral("mount -t tmpfs -o size=%1k,mode=0700 velmora-test \"$1\" || exit 99\n%2\n"
                                           "shift\nexec \"$@\"")
                                .arg(kib)
