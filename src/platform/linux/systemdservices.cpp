@@ -577,6 +577,12 @@ void SystemdServices::disconnect(const QString& computer)
     c->drop();
 }
 
+QString SystemdServices::sshSocket(const QString& computer) const
+{
+    const QString socket = options_.controlPath ? options_.controlPath(computer.trimmed()) : QString();
+    return !socket.isEmpty() && QFileInfo::exists(socket) ? socket : QString();
+}
+
 int SystemdServices::connect(Connection& c, const QString& computer)
 {
     std::string address;
@@ -592,8 +598,8 @@ int SystemdServices::connect(Connection& c, const QString& computer)
         // A remote computer is only reached through the connection its validation opened;
         // without one the manager there is out of reach for us, as for a computer that
         // refuses access.
-        const QString socket = options_.controlPath ? options_.controlPath(computer.trimmed()) : QString();
-        if (socket.isEmpty() || !QFileInfo::exists(socket))
+        const QString socket = sshSocket(computer);
+        if (socket.isEmpty())
             return svcerror::accessDenied;
         std::vector<std::string> argv = {"-xT", "-S", utf8(socket), "-o", "ControlMaster=no", "-o", "BatchMode=yes",
                                          "-o", "ConnectTimeout=" + std::to_string(std::max(1, options_.connectTimeoutMs / 1000)),
@@ -671,8 +677,7 @@ int SystemdServices::ensureConnected(Connection& c, const QString& computer)
     // the server, the master ended), so is the authenticated connection, though the bridge may
     // not have noticed yet.
     if (c.open() && !key(computer).isEmpty()) {
-        const QString socket = options_.controlPath ? options_.controlPath(computer.trimmed()) : QString();
-        if (socket.isEmpty() || !QFileInfo::exists(socket)) {
+        if (sshSocket(computer).isEmpty()) {
             c.drop();
             return svcerror::accessDenied;
         }

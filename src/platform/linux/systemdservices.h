@@ -69,6 +69,9 @@ public:
 private:
     std::shared_ptr<Connection> connection(const QString& computer);
     QString key(const QString& computer) const;
+    // The control socket of a remote computer's ssh connection; empty when there is none (any
+    // more): then its manager is out of reach for us.
+    QString sshSocket(const QString& computer) const;
     int connect(Connection& c, const QString& computer);
     int ensureConnected(Connection& c, const QString& computer);
 
