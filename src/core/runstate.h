@@ -5,7 +5,6 @@
 #include "core/settings.h"
 #include "platform/platform.h"
 
-#include <QDateTime>
 #include <QString>
 
 namespace velmora::core {
@@ -18,11 +17,6 @@ struct RunState : DataFiles {
     SettingsRecord settings;
 
     QString localcomputer; // this computer's name
-
-    // Check-cycle state.
-    bool serverreachable = false;
-    bool checknowactive = false;
-    QDateTime nextscan;
 
     QString folder() const override { return datafolder; }
 };

@@ -86,16 +86,16 @@ CheckCycle::~CheckCycle() = default;
 void CheckCycle::timer5Tick()
 {
     const QDateTime now = state_.platform.clock->now();
-    if (state_.nextscan.isValid() && state_.nextscan > now)
+    if (nextscan_.isValid() && nextscan_ > now)
         return;
     checkintervall(QString::number(schedule_.minutes()));
 }
 
 void CheckCycle::checkintervall(const QString& period)
 {
-    state_.nextscan = state_.platform.clock->now().addSecs(qint64(core::leadingNumber(period)) * 60);
-    alerts_.showNextScan(state_.nextscan);
-    emit nextScanSet(state_.nextscan);
+    nextscan_ = state_.platform.clock->now().addSecs(qint64(core::leadingNumber(period)) * 60);
+    alerts_.showNextScan(nextscan_);
+    emit nextScanSet(nextscan_);
     trigger();
 }
 
@@ -122,9 +122,9 @@ void CheckCycle::checkNow()
         return;
     }
     emit reportPaused(true);
-    state_.checknowactive = true;
+    checknowactive_ = true;
     triggerimmediate([this] {
-        state_.checknowactive = false;
+        checknowactive_ = false;
         emit reportPaused(false);
         emit immediateFinished();
     });
@@ -138,7 +138,7 @@ void CheckCycle::triggerimmediate(std::function<void()> done)
                 Qt::SingleShotConnection);
         return;
     }
-    if (state_.checknowactive)
+    if (checknowactive_)
         alerts_.beginImmediateCheck();
     startScan(true, std::move(done));
 }
@@ -205,7 +205,7 @@ void CheckCycle::pingServers(const std::shared_ptr<Scan>& scan)
         }
         // Which servers get their services checked: in a timed scan a server that is missing
         // from the server list keeps the reachability of the server before it.
-        bool reachable = state_.serverreachable;
+        bool reachable = serverreachable_;
         for (size_t i = 0; i < scan->servers.size(); ++i) {
             Server& s = scan->servers[i];
             if (s.maintenance)
@@ -386,7 +386,7 @@ void CheckCycle::monitorimmediate(Server& s, const core::MonitoredService& recor
         else
             r.state = text;
     }
-    if (state_.checknowactive) {
+    if (checknowactive_) {
         alerts_.showalertwindow();
         const QString shown = !r.reachable ? QStringLiteral("Error Server not Available")
                               : !r.lasterror.isEmpty() ? r.lasterror
@@ -404,7 +404,7 @@ void CheckCycle::visitServer(Server& s)
         return;
     servers_.setPing(s.name, s.ping.result, s.ping.address, false);
     servers_.setIcon(s.name, s.ping.reachable() ? 9 : 10);
-    state_.serverreachable = s.ping.reachable();
+    serverreachable_ = s.ping.reachable();
     if (!s.ping.reachable()) {
         log_.appendjobline(joblog::serverLineText(log_.now(), s.name, joblog::kServerNotReachable));
         keeper_.serverDown(s.name, log_.now());

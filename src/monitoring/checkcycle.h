@@ -80,6 +80,10 @@ public:
     void setReportScanActive(bool on) { reportScanActive_ = on; }
 
     bool scanRunning() const { return scan_ != nullptr; }
+    // When the next timed scan is due (invalid before the first).
+    QDateTime nextScan() const { return nextscan_; }
+    // Whether "Check Services Now" is running its pass.
+    bool checkNowActive() const { return checknowactive_; }
 
 signals:
     // checkintervall has set the next scan time: the program is ready for "Check Services Now".
@@ -124,6 +128,10 @@ private:
     bool reportScanActive_ = false;
     std::shared_ptr<Scan> scan_;
     bool timedScanWaiting_ = false;
+    bool checknowactive_ = false;
+    // A timed scan's server missing from the server list keeps the reachability of the one before.
+    bool serverreachable_ = false;
+    QDateTime nextscan_;
 };
 
 } // namespace velmora::monitoring

@@ -376,7 +376,7 @@ private slots:
                                             "LAB3|lab.service|Running|Alert            ",
                                             "FILE4|smbd.service|Open Service Manager failed. Error  1722|            "}));
         QCOMPARE(form4->ListView1->topLevelItem(1)->foreground(4).color(), form4->ListView1->palette().text().color());
-        QVERIFY(!w.state.checknowactive);
+        QVERIFY(!f.program->checkcycle->checkNowActive());
 
         // The next timed scan starts its own list again.
         f.sim.services.clearFailures();

@@ -7,6 +7,7 @@
 #include "actions/dispatcher.h"
 #include "core/serverfile.h"
 #include "monitoring/alertsetupwindow.h"
+#include "monitoring/checkcycle.h"
 #include "monitoring/setupwindow.h"
 #include "servicecontrol/servicecontrol.h"
 #include "support/windowfixture.h"
@@ -653,12 +654,12 @@ private slots:
         if (told)
             QVERIFY(f.sim.boxes.texts().first().contains("\"" + file + "\""));
         // The scheduler goes by the same number; below 1, every tick starts a scan.
-        const qint64 ahead = f.sim.clock.now().secsTo(f.w().state.nextscan);
+        const qint64 ahead = f.sim.clock.now().secsTo(f.program->checkcycle->nextScan());
         QVERIFY2(qAbs(ahead - qint64(minutes) * 60) <= 2, qPrintable(QString::number(ahead)));
         if (minutes < 1) {
-            const QDateTime before = f.w().state.nextscan;
+            const QDateTime before = f.program->checkcycle->nextScan();
             f.sim.clock.advance(1000);
-            QCOMPARE(before.secsTo(f.w().state.nextscan), qint64(1));
+            QCOMPARE(before.secsTo(f.program->checkcycle->nextScan()), qint64(1));
         }
         // Opening the window again says nothing more; the spinner's arrows stay in its range,
         // the up arrow raising the number.
