@@ -1,6 +1,6 @@
 #pragma once
-// The state shared by the windows and modules for the whole run. The main window owns the one
-// instance and hands it to every module that needs it.
+// The session shared by the windows and modules for the whole run: the platform, the data folder,
+// the settings and this computer's name. The program owns the one instance.
 #include "core/datafolder.h"
 #include "core/settings.h"
 #include "platform/platform.h"
