@@ -78,13 +78,6 @@ struct ActionRig {
         dispatcher->runactions(failure(entries, service), [this] { ++dones; });
         return dones > before;
     }
-    // Runs one dispatch and waits up to 30 s for it to end.
-    bool runToEnd(const std::array<QString, 5>& entries)
-    {
-        const int before = dones;
-        run(entries);
-        return QTest::qWaitFor([&] { return dones > before; }, 30000);
-    }
     const actions::ActionResults& results() const { return dispatcher->results(); }
 
     QTemporaryDir dir;

@@ -122,9 +122,6 @@ public:
     // Stops the daemon (true) or lets it go on (false).
     void freeze(bool frozen) { ::kill(pid_t(keyring_->processId()), frozen ? SIGSTOP : SIGCONT); }
 
-    // The files the keyring keeps (for checking that a secret is not written in clear elsewhere).
-    QString folder() const { return dir_.path(); }
-
 private:
     QTemporaryDir dir_;
     QByteArray address_;

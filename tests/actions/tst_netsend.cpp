@@ -101,16 +101,6 @@ private:
     QProcess proc_;
 };
 
-// The actions on the simulated platform, with messenger (the simulated one when null).
-struct Rig : test::ActionRig {
-    explicit Rig(platform::NetMessenger* messenger = nullptr)
-    {
-        if (messenger)
-            state.platform.messenger = messenger;
-        build();
-    }
-};
-
 // An executable shell script standing in for smbclient.
 QString fakeClient(const QTemporaryDir& dir, const QByteArray& script)
 {
@@ -165,21 +155,18 @@ private slots:
         QCOMPARE(SmbMessenger::codeForOutput(exit, output), code);
     }
 
-    void actionTrimsLogsKeepsResultAndShowsBoxOnTest()
+    // The action's line and result are the dispatcher's test; the test button shows the line in
+    // a box too, and the action none.
+    void testButtonTellsInABoxAboutTheLastFailure()
     {
-        Rig rig;
+        test::ActionRig rig;
+        rig.build();
         auto& sim = rig.sim;
         // The test button before any failure: a message with empty parts.
         rig.dispatcher->testnetsend(QStringLiteral("ADMINPC"));
         QCOMPARE(sim.messenger.sent.value(0).text, QStringLiteral("Velmora:  On    the service  is "));
         sim.boxes.shown.clear();
-
-        QVERIFY(rig.run({"Net Message Send to:  ADMINPC  ", "", "", "", ""}));
-        QCOMPARE(sim.messenger.sent.value(1).recipient, QStringLiteral("ADMINPC"));
-        QCOMPARE(sim.messenger.sent.value(1).text, QStringLiteral("Velmora:  On  SRV1  the service spooler is Stopped"));
-        const QString sent = QStringLiteral("The Net Message was successfully sent to ADMINPC.");
-        QCOMPARE(rig.lines(), (QStringList{sent, sent}));
-        QCOMPARE(rig.results().netsend, sent);
+        QVERIFY(rig.run({"Net Message Send to: ADMINPC", "", "", "", ""}));
         QVERIFY(sim.boxes.shown.isEmpty());
 
         // The test button: the line, also in a box, about the last failure; the log waits for
@@ -204,8 +191,6 @@ private slots:
         m.program = fakeClient(dir, "touch '" + QFile::encodeName(dir.path()) + "/ran'\n"); // records being run
         QCOMPARE(sendAndWait(m, QString(), QStringLiteral("text")), code::invalidParameter);
         QCOMPARE(sendAndWait(m, QStringLiteral("two words"), QStringLiteral("text")), code::invalidName);
-        QCOMPARE(sendAndWait(m, QStringLiteral("pc\\share"), QStringLiteral("text")), code::invalidName);
-        QCOMPARE(sendAndWait(m, QStringLiteral("tab\there"), QStringLiteral("text")), code::invalidName);
         QVERIFY(!QFile::exists(dir.filePath(QStringLiteral("ran"))));
 
         SmbMessenger missing;
@@ -261,7 +246,9 @@ private slots:
         }
         SmbMessenger real;
         real.extra_arguments = {QStringLiteral("-s"), config};
-        Rig rig(&real);
+        test::ActionRig rig;
+        rig.state.platform.messenger = &real;
+        rig.build();
         rig.run({"Net Message Send to:  " + recipient + " ", "", "", "", ""});
         QTRY_COMPARE_WITH_TIMEOUT(rig.dones, 1, 60000);
         const QString text = QStringLiteral("Velmora:  On  SRV1  the service spooler is Stopped");

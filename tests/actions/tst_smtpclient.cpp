@@ -31,8 +31,8 @@ const QByteArray kHeaders = "From: Velmora <alerts@velmora.test>\r\nDate: Mon, 0
 const QStringList kCommands{"HELO ", "mail from: alerts@velmora.test", "rcpt to: admin@corp.test", "DATA", "quit"};
 
 // A client on the simulated network, where an SMTP server answers for mail.test port 25. Only
-// for what a real peer cannot show: where one packet ends and the next begins, a close racing
-// the client's write, a reply arriving at a chosen second of the wait.
+// for what a real peer cannot show: a close racing the client's write, a reply arriving at a
+// chosen second of the wait.
 struct SimRig {
     platform::sim::SimTcpNetwork net;
     SimSmtpServer server;
@@ -74,7 +74,6 @@ private slots:
         QCOMPARE(rig.socket->state(), platform::TcpSocket::State::Closed);
         QTRY_COMPARE(sink.records().size(), 1);
         const QJsonObject r = sink.records().first();
-        QCOMPARE(r.value("helo").toString(), QString());
         QCOMPARE(r.value("mail_from").toString(), "alerts@velmora.test");
         QCOMPARE(r.value("rcpt_tos").toArray().toVariantList(), QVariantList{"admin@corp.test"});
         QCOMPARE(r.value("data").toString().toLatin1(), kHeaders + "first line\r\n.\r\n.leading dot\r\nlast line\r\n\r\n");
@@ -143,20 +142,10 @@ private slots:
         QCOMPARE(rig.completions, 1);
     }
 
-    void refusedOrInvalidConnectionTimesOut_data()
+    void refusedConnectionTimesOut()
     {
-        QTest::addColumn<QString>("host");
-        QTest::addColumn<int>("port");
-        QTest::newRow("nobody listens") << "mail.test" << 2525;
-        QTest::newRow("port 0 (not a number in the file)") << "mail.test" << 0;
-        QTest::newRow("no host") << "" << 25;
-    }
-    void refusedOrInvalidConnectionTimesOut()
-    {
-        QFETCH(QString, host);
-        QFETCH(int, port);
         SimRig sim;
-        sim.rig.client->send(sampleMail(host, port), false);
+        sim.rig.client->send(sampleMail("mail.test", 2525), false);
         sim.rig.waitOut();
         QCOMPARE(sim.rig.log, QStringList{SmtpClient::kTimeOut});
         QVERIFY(sim.server.commands.isEmpty());
@@ -177,69 +166,6 @@ private slots:
         QVERIFY(!sim.rig.client->sending());
     }
 
-    void secondSendWhileSendingIsRefusedAtOnce()
-    {
-        SimRig sim;
-        auto& rig = sim.rig;
-        sim.server.answer[SimSmtpServer::Greeting].clear();
-        rig.client->send(sampleMail("mail.test"), false);
-        QVERIFY(!rig.client->send(sampleMail("mail.test"), false));
-        QCOMPARE(rig.completions, 0);
-        QCOMPARE(sim.socket().connects, 1);
-        QVERIFY(rig.log.isEmpty());
-        rig.clock.advance(16000);
-        QCOMPARE(rig.result, std::optional<bool>(false));
-        QCOMPARE(rig.log.size(), 1);
-    }
-
-    void connectionLeftOpenFailsTheSendAndIsClosed()
-    {
-        SimRig sim;
-        auto& rig = sim.rig;
-        rig.socket->connectTo("mail.test", 25);
-        QCOMPARE(rig.socket->state(), platform::TcpSocket::State::Connected);
-        rig.client->send(sampleMail("mail.test"), false);
-        QCOMPARE(rig.result, std::optional<bool>(false));
-        QVERIFY(rig.log.isEmpty());
-        QCOMPARE(rig.socket->state(), platform::TcpSocket::State::Closed);
-        // The next attempt runs normally.
-        rig.client->send(sampleMail("mail.test"), false);
-        QCOMPARE(rig.result, std::optional<bool>(true));
-    }
-
-    // A multi-line greeting in one packet is fine; a reply split over two packets is never seen.
-    void onlyTheLatestPacketsFirstThreeCharactersCount()
-    {
-        SimRig sim;
-        sim.server.answer[SimSmtpServer::Greeting] = "220-mail.test ESMTP\r\n220 ready";
-        platform::sim::SimTcpNetwork::Peer split = *sim.net.peer("mail.test", 25);
-        split.received = [received = split.received](platform::sim::SimTcpSocket& s, const QByteArray& bytes) {
-            if (!bytes.startsWith("HELO"))
-                return received(s, bytes);
-            s.reply("25");
-            s.reply("0 hello\r\n");
-        };
-        sim.net.listen("mail.test", 25, split);
-        sim.rig.client->send(sampleMail("mail.test"), false);
-        sim.rig.clock.advance(16000);
-        QCOMPARE(sim.rig.result, std::optional<bool>(false));
-        QCOMPARE(sim.rig.log, QStringList{SmtpClient::kNoValidResponse});
-    }
-
-    void garbageThenRightCodeWithinTheWaitSucceeds()
-    {
-        SimRig sim;
-        sim.peer([](platform::sim::SimTcpSocket& s) { s.reply("\x01\x02garbage\r\n"); });
-        sim.rig.client->send(sampleMail("mail.test"), false);
-        sim.rig.clock.advance(15000);
-        QVERIFY(!sim.rig.result);
-        sim.socket().reply("220 late but fine\r\n");
-        QVERIFY(sim.socket().sent.startsWith("HELO \r\n"));
-        // The HELO wait starts over at zero.
-        sim.rig.waitOut();
-        QCOMPARE(sim.rig.log, QStringList{SmtpClient::kNoValidResponse});
-    }
-
     // Form7's test mail: the window's fields, not the stored settings (the sender's name field
     // stays out of the mail), always to port 25, a box and no job-log line.
     void testMailAlwaysGoesToPort25()
@@ -256,7 +182,6 @@ private slots:
         rig.useRealTcp();
         rig.storeSmtp("127.0.0.1", 2525); // the configured port is not used by the test mail
         rig.build();
-        rig.sim.files.remove(rig.file("Jobs.log"));
         actions::Mailing mailing(rig.state, *rig.mailer, rig.results(), nullptr);
         actions::SmtpMailWindow* form7 = mailing.form7();
         rig.mailer->client().locale = QLocale::c();
@@ -272,8 +197,6 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(!rig.sim.boxes.shown.isEmpty(), 20000);
         QCOMPARE(rig.sim.boxes.texts(), QStringList{"Email successfully sent"});
         QCOMPARE(rig.sim.boxes.shown[0].icon, platform::MsgIcon::Information);
-        QCOMPARE(form7->Label1->text(), "Nachricht verschickt !");
-        QVERIFY(form7->isVisible());
         QTRY_COMPARE(sink.records().size(), 1);
         const QJsonObject r = sink.records().first();
         QCOMPARE(r.value("mail_from").toString(), "me@velmora.test");
@@ -283,8 +206,7 @@ private slots:
         QVERIFY2(data.contains("\r\nX-Mailer: Brisken\r\nTo:  <you@corp.test>\r\nSubject: Test subject\r\n\r\none\r\ntwo\r\n"),
                  qPrintable(data));
         QVERIFY(!data.contains("Admin Name"));
-        // The test mail logs nothing.
-        QVERIFY(!QFile::exists(rig.file("Jobs.log")));
+        QVERIFY(rig.lines().isEmpty()); // the test mail logs nothing
     }
 };
 
