@@ -10,7 +10,6 @@
 #include <QtConcurrent>
 
 #include <csignal>
-#include <unistd.h>
 
 using namespace velmora::platform;
 using velmora::testsupport::RealSystemd;
@@ -80,24 +79,6 @@ private:
     }
 
     static ServiceHandle open(SystemdServices& sm, const QString& name) { return sm.openService(sm.openManager({}), name); }
-
-    // The unique names of this process's connections to the manager's bus, each found by the
-    // process id the bus daemon has for it (which needs no cgroup file system).
-    QStringList ownBusConnections() const
-    {
-        const QString busctl = "busctl --address='" + manager_.address() + "' ";
-        QProcess p;
-        p.start("sh", {"-c", "for n in $(" + busctl + "list --unique --no-legend | cut -d' ' -f1); do echo $n $("
-                                 + busctl + "call org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus "
-                                            "GetConnectionUnixProcessID s $n 2>/dev/null); done"});
-        if (!p.waitForFinished(30000))
-            return {"busctl did not finish"};
-        QStringList out;
-        for (const QString& line : QString::fromUtf8(p.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts))
-            if (line.section(' ', 2, 2) == QString::number(::getpid()))
-                out << line.section(' ', 0, 0);
-        return out;
-    }
 
 private slots:
     void initTestCase() { skip_ = RealSystemd::missing(); }
@@ -199,8 +180,6 @@ private slots:
         QTest::addColumn<QString>("displayName");
         QTest::newRow("enabled") << "ssh.service" << svcstart::automatic << "root" << "/bin/sleep infinity"
                                  << "OpenBSD Secure Shell server";
-        QTest::newRow("a bare name") << "ssh" << svcstart::automatic << "root" << "/bin/sleep infinity"
-                                     << "OpenBSD Secure Shell server";
         QTest::newRow("static, a user, a blank in an argument")
             << "cups.service" << svcstart::manual << "lp" << R"(/usr/sbin/cupsd -l -c "/etc/cups/my printers.conf")"
             << "CUPS Scheduler";
@@ -329,25 +308,6 @@ private slots:
         QCOMPARE(sm.queryStatus(root).state, svcstate::stopped);
     }
 
-    // The server list writes this computer's name in upper case, the host name is lower case:
-    // disconnecting it by any of its names, or another computer, keeps the one local
-    // connection (no connection of the bus goes away or comes anew).
-    void disconnectingThisComputerKeepsTheLocalConnection()
-    {
-        SystemdServices sm(options());
-        const ScmHandle scm = sm.openManager({});
-        QCOMPARE(scm.error, 0);
-        const QStringList before = ownBusConnections();
-        if (before.isEmpty())
-            QSKIP("the bus daemon does not tell which process a connection belongs to here");
-        QCOMPARE(before.size(), 1);
-        for (const QString& name : {QStringLiteral("TESTHOST"), QStringLiteral("testhost"), QString(), QStringLiteral("OTHERHOST")}) {
-            sm.disconnect(name);
-            QCOMPARE(sm.enumerateServices(scm, svcfilter::all).error, 0);
-            QCOMPARE(ownBusConnections(), before);
-        }
-    }
-
     void callsFromManyThreadsAtOnce()
     {
         SystemdServices sm(options());
@@ -392,12 +352,6 @@ private slots:
         ::kill(manager_.busPid(), SIGCONT);
         QCOMPARE(code, svcerror::unavailable);
         QCOMPARE(fresh.openManager({}).error, 0);
-
-        // No bus at all.
-        auto nowhere = o;
-        nowhere.localAddress = "unix:path=" + manager_.path("no-such-socket");
-        SystemdServices absent(nowhere);
-        QCOMPARE(absent.openManager({}).error, svcerror::unavailable);
     }
 
     void remoteComputerThroughSsh()
@@ -423,12 +377,10 @@ private slots:
         QCOMPARE(remote.error, 0);
         QCOMPARE(sm.enumerateServices(remote, svcfilter::all).services.size(), size_t(17));
         const ServiceHandle cups = sm.openService(remote, "cups.service");
-        QCOMPARE(sm.queryConfig(cups).config.account, QStringLiteral("lp"));
         const ServiceHandle spool = sm.openService(remote, "spool-cleaner.service");
         QCOMPARE(sm.stop(spool), 0);
         QCOMPARE(waitForJob(sm, spool), 0);
         QCOMPARE(sm.checkServices("127.0.0.1", {"spool-cleaner", "db"}).front().state, svcstate::stopped);
-        QCOMPARE(sm.stop(sm.openService(remote, "db.service")), svcerror::dependentServicesRunning);
 
         // The connection closes (the user removed the server): from the next call on there is no
         // authenticated connection any more.

@@ -1,4 +1,4 @@
-// The beeper's tone: the samples it produces, and overlapping beeps joining into one tone.
+// The beeper's tone: the samples it produces in the formats audio outputs offer.
 #include "platform/linux/tonebeeper.h"
 
 #include <QAudioFormat>
@@ -57,21 +57,6 @@ private slots:
         // Ramped at both ends: no click.
         QVERIFY(std::abs(int(s.first())) < 2000);
         QVERIFY(std::abs(int(s.last())) < 2000);
-    }
-
-    void overlappingBeepsJoinIntoOneUnbrokenTone()
-    {
-        ToneSource joined(format(QAudioFormat::Int16, 1));
-        joined.extend(1300, 100);
-        QByteArray bytes = joined.read(400 * 2); // 50 ms played, 50 ms left
-        joined.extend(1300, 100);                 // another beep arrives: 100 ms from now
-        joined.extend(1300, 10);                  // and a shorter one, which cuts nothing
-        QCOMPARE(joined.remainingFrames(), 800);
-        bytes += drain(joined, 128);
-
-        ToneSource single(format(QAudioFormat::Int16, 1));
-        single.extend(1300, 150);
-        QCOMPARE(bytes, drain(single));
     }
 
     void floatStereoFillsEveryChannel()

@@ -50,12 +50,8 @@ private slots:
             QSKIP(qPrintable(peer_.skipReason));
     }
 
-    void listsServicesAndDependents()
+    void listsDependents()
     {
-        const auto all = w_->enumerateServices(scm_, filter::all);
-        QCOMPARE(all.error, err::ok);
-        QCOMPARE(namesOf(all.services), QStringList({"Fax", "Locked", "PrintNotify", "SlowSvc", "Spooler"}));
-        QCOMPARE(namesOf(w_->enumerateServices(scm_, filter::inactive).services), QStringList({"PrintNotify", "SlowSvc"}));
 
         const auto spooler = w_->openService(scm_, QStringLiteral("Spooler"));
         QCOMPARE(spooler.error, err::ok);
