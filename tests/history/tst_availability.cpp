@@ -202,8 +202,6 @@ private slots:
             << QByteArray("02.02.2026 8:00:00 AM\tWEB1\tDienst-\xe4\tRunning\r"
                           "02.02.2026 8:30:00 PM\tWEB1\tDienst-\xe4\tStopped\r")
             << "lines=2 skipped=0 services=WEB1/Dienst-ä" << 1;
-        QTest::newRow("a line cut off") << good.left(30) + "\r\n" + good << "lines=5 skipped=1 services=WEB1/nginx"
-                                        << 1;
         QTest::newRow("an emptied log") << QByteArray() << "lines=0 skipped=0 services=" << 0;
         QTest::newRow("five megabytes without line end")
             << QByteArray(5 << 20, 'x') + "\r\n" + good << "lines=5 skipped=1 services=WEB1/nginx" << 1;
