@@ -331,22 +331,6 @@ private slots:
         QCOMPARE(SystemdJournal(o).lastLines("WIN1", "cron", 20).problem, QString("A Windows server keeps no journal."));
     }
 
-    void everyMasterAndItsSshdSessionEndsWithTheObject()
-    {
-        SKIP_IF(sshdMissing);
-        // The object going (its destructor closes all) ends its master and session.
-        auto net = std::make_unique<SshConnections>(options("client_key"));
-        const QString path = net->controlPath(server);
-        QCOMPARE(logOn(*net, server), 0);
-        const qint64 pid = masterPid(path);
-        QVERIFY(pid > 0);
-        QTRY_VERIFY(processCount(sshd.processId()) > 0);
-        net.reset();
-        QCOMPARE(parentOf(pid), qint64(0));
-        QVERIFY(!QFileInfo::exists(path));
-        QTRY_COMPARE_WITH_TIMEOUT(processCount(sshd.processId()), 0, ConnectMs);
-    }
-
     void programThatDiesLeavesNoMaster()
     {
         SKIP_IF(sshdMissing);

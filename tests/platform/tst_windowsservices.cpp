@@ -11,6 +11,7 @@
 #include "platform/sim/simcredentialsprompt.h"
 #include "platform/sim/simplatform.h"
 #include "smbdpeer.h"
+#include "support/bytefiles.h"
 #include "windowspeer.h"
 
 #include <QDir>
@@ -161,10 +162,7 @@ private slots:
         // A stand-in helper that logs on, then never answers again.
         QTemporaryDir dir;
         const QString script = dir.filePath(QStringLiteral("stuck.sh"));
-        QFile f(script);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("read line; echo '{\"error\": 0}'; read line; exec sleep 60\n");
-        f.close();
+        test::putBytes(script, "read line; echo '{\"error\": 0}'; read line; exec sleep 60\n");
         WindowsServices::Options o = options();
         o.python = QStringLiteral("/bin/sh");
         o.helper = script;
