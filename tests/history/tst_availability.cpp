@@ -228,10 +228,6 @@ private slots:
         QTest::addColumn<QStringList>("steps");
         QTest::addColumn<QStringList>("expected"); // after each step: bytes read, then the outages
 
-        QTest::newRow("only what was appended is read")
-            << QStringList{"append:0 WEB1 nginx Running|30 WEB1 nginx Stopped", "append:60 WEB1 nginx Running"}
-            << QStringList{"read all|nginx 30-open down=30 unchecked=0 [Stopped] {} still down",
-                           "read new|nginx 30-60 down=30 unchecked=0 [Stopped] {}"};
         QTest::newRow("Delele Logfile: the history starts again with the new log")
             << QStringList{"append:0 WEB1 nginx Running|30 WEB1 nginx Stopped", "truncate",
                            "append:300 WEB1 nginx Stopped|330 WEB1 nginx Running"}
