@@ -484,7 +484,6 @@ private slots:
     {
         SKIP_IF(sshdMissing);
         const QStringList key = fingerprintOf(file("host_key.pub"));
-        QCOMPARE(key.size(), 2);
         const QString known = file("new_known_hosts");
         putBytes(known, "");
         SimCredentialsPrompt prompt;
