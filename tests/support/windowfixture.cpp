@@ -1,4 +1,5 @@
 #include "support/windowfixture.h"
+#include "support/bytefiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -17,18 +18,9 @@ QString WindowFixture::path(const QString& name) const { return dir.filePath(nam
 
 void WindowFixture::writeFile(const QString& name, const QStringList& lines) { writeBytes(name, crlf(lines)); }
 
-void WindowFixture::writeBytes(const QString& name, const QByteArray& bytes)
-{
-    QFile f(path(name));
-    f.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    f.write(bytes);
-}
+void WindowFixture::writeBytes(const QString& name, const QByteArray& bytes) { putBytes(path(name), bytes); }
 
-QByteArray WindowFixture::readBytes(const QString& name) const
-{
-    QFile f(path(name));
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
+QByteArray WindowFixture::readBytes(const QString& name) const { return bytesOf(path(name)); }
 
 bool WindowFixture::fileExists(const QString& name) const { return QFile::exists(path(name)); }
 
