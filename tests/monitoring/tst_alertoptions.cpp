@@ -198,8 +198,7 @@ private slots:
                                                 "Service Status TESTHOST crashy.service Running"}));
         QVERIFY(!w.sink.records()[2].value("data").toString().contains("crashy: no flag"));
         const QStringList log = s.f.logLines();
-        QVERIFY2(log.filter(QRegularExpression("^TESTHOST\tService crashy.service recovered after \\d+ min down$")).size() == 1,
-                 qPrintable(log.join('\n')));
+        QCOMPARE(log.filter(QRegularExpression("^TESTHOST\tService crashy.service recovered after \\d+ min down$")).size(), 1);
         const joblog::AlertRows& rows = s.f.program->logandalerts->rows();
         QCOMPARE(rows.count(), 1);
         QVERIFY(rows.at(0).recovered && rows.at(0).state.startsWith("Stopped - Recovered after "));

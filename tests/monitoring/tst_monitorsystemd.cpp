@@ -1,12 +1,11 @@
 // The monitor against Debian's own systemd as a user manager on a private bus: a unit stopped
-// from outside is found by the next scan, logged, shown in the alert window, beeped about and
-// restarted, and the scan after that finds it running again.
+// from outside is found by the next scan, logged and restarted, and the scan after that finds it
+// running again.
 #include "joblog/alertwindow.h"
 #include "joblog/logandalerts.h"
 #include "monitoring/checkcycle.h"
 #include "support/systemdfixture.h"
 
-#include <QPushButton>
 #include <QTest>
 #include <QTreeWidget>
 
@@ -31,38 +30,27 @@ private slots:
         test::SystemdFixture s(kUnits, kUnits.keys());
         QVERIFY2(s.error.isEmpty(), qPrintable(s.error));
         auto& f = s.f;
-        auto& systemd = *s.systemd;
         f.writeFile("Computers", {"TESTHOST"});
         f.writeFile("TESTHOST", {"Web server;web.service;Alert;Restart Service;;;;", "Jobs;cron.service;;;;;;",
                                  "[Properties:]", "[EOF]"});
         f.writeFile("Interval", {"1"});
-        auto& w = s.start({"TESTHOST\tmonitored"});
+        s.start({"TESTHOST\tmonitored"});
         QCOMPARE(f.logLines(), (QStringList{"TESTHOST\tweb.service\tRunning", "TESTHOST\tcron.service\tRunning"}));
 
         // Someone stops the web server.
         QCOMPARE(s.manager.systemctl({"stop", "web.service"}), 0);
-        auto web = systemd.openService(systemd.openManager({}), "web.service");
 
+        // What the alert window and the signal make of it is tried on the simulated fleet.
         f.sim.clock.advance(60000);
         QCOMPARE(f.logLines().mid(2), (QStringList{"TESTHOST\tweb.service\tStopped", "Alert activated"}));
-        auto* form4 = f.program->logandalerts->alertwindow();
-        QCOMPARE(form4->ListView1->topLevelItemCount(), 1);
-        QCOMPARE(form4->ListView1->topLevelItem(0)->text(3), QStringLiteral("web.service"));
-        QVERIFY(w.Timer6->isEnabled());
-        f.sim.clock.advance(1000);
-        QVERIFY(!f.sim.beeper.beeps.isEmpty());
-        QCOMPARE(f.sim.beeper.beeps.first().frequency, 1300);
         // The restart's five-second wait, then the rest of the scan.
-        f.sim.clock.advance(4000);
+        f.sim.clock.advance(5000);
         QCOMPARE(f.logLines().mid(4), (QStringList{"Attemp to restart service : web.service Successfull",
                                                          "TESTHOST\tcron.service\tRunning"}));
         QVERIFY(s.manager.waitFor("web.service", "active"));
-        QCOMPARE(systemd.queryStatus(web).state, platform::svcstate::running);
 
         f.sim.clock.advance(55000);
         QCOMPARE(f.logLines().mid(6), (QStringList{"TESTHOST\tweb.service\tRunning", "TESTHOST\tcron.service\tRunning"}));
-        w.Command12->click(); // Reset Alert
-        QVERIFY(!w.Timer6->isEnabled());
     }
 
     // Restarting one unit pulls up another that it requires: the scan reads the second unit

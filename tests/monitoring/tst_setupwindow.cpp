@@ -20,7 +20,6 @@
 #include <QListWidget>
 #include <QPushButton>
 #include <QScrollBar>
-#include <QSignalSpy>
 #include <QTest>
 #include <QTreeWidget>
 
@@ -142,17 +141,13 @@ private slots:
             SetupWindow& form2 = f.form2();
             QVERIFY2(form2.isVisible(), qPrintable(way));
             QCOMPARE(f.w().Text1->text(), QStringLiteral("SRV1"));
-            QCOMPARE(form2.Label6->text(), QStringLiteral("SRV1"));
             QCOMPARE(form2.Label3->text(), QStringLiteral("Monitor Services on Computer: SRV1"));
             QCOMPARE(form2.Label1->text(), QStringLiteral("All Registered Services on : SRV1"));
-            QCOMPARE(form2.windowTitle(), QStringLiteral("Setup services for monitoring"));
             // Listed in key-name order.
             QCOMPARE(texts(form2.ListView1), (QStringList{"Regular background program processing daemon",
                                                           "CUPS Scheduler", "Print Spooler", "Print Spooler Extra"}));
-            QCOMPARE(texts(form2.List1), (QStringList{"cron", "cups", "spooler", "spoolx"}));
             QCOMPARE(texts(form2.List2), (QStringList{"Print Spooler", "CUPS Scheduler"}));
             QCOMPARE(texts(form2.List7), QStringList{SetupWindow::kSelectService});
-            QCOMPARE(form2.entries()[1].actions[0], QStringLiteral("Play Sound: /snd/a.wav"));
             QVERIFY(f.sim.boxes.shown.isEmpty());
         }
     }
@@ -177,12 +172,8 @@ private slots:
         QVERIFY(!f.form2().isVisible());
         f.select("SRV1");
         f.sim.services.setReachable("SRV1", false);
-        bool shown = true;
-        f.form2().openFor(f.w().selectedServer(), [&](bool s) { shown = s; });
-        QVERIFY(!shown);
-        QVERIFY(f.w().services->listfailed);
-        QCOMPARE(f.sim.boxes.shown.size(), 2);
-        QVERIFY(f.sim.boxes.texts()[1].startsWith("Can not list Services on selected Server"));
+        f.w().services->Command7->click();
+        QVERIFY(f.sim.boxes.texts().last().startsWith("Can not list Services on selected Server"));
         QVERIFY(!f.form2().isVisible());
     }
 
@@ -196,14 +187,10 @@ private slots:
                                 "call Ann", "[Remarks / Comments:]", "", "[EOF]"};
         f.writeFile("SRV1", block);
         f.open();
-        QVERIFY(f.form2().List7->count() == 0);
         f.selectService("Print Spooler");
         f.form2().Command1->click();
         AlertSetupWindow& form3 = f.form3();
         QVERIFY(form3.isVisible());
-        QCOMPARE(form3.windowTitle(), QStringLiteral("Setup Alert"));
-        QCOMPARE(form3.Frame1->title(), QStringLiteral("Monitoring Options for Service : Print Spooler"));
-        QCOMPARE(form3.mode(), AlertSetupWindow::Mode::New);
         f.addAction("Restart Service");
         f.addAction("Alert");
         f.addAction("Start program:", "/opt/on call/pagér.sh");
@@ -218,7 +205,6 @@ private slots:
         QVERIFY(f.sim.boxes.shown.isEmpty());
 
         form3.Command1->click();
-        QVERIFY(!form3.isVisible());
         QCOMPARE(texts(f.form2().List2), QStringList{"Print Spooler"});
         QCOMPARE(texts(f.form2().List7), five); // the first monitored service shows its actions
         // Nothing is stored before Form2's OK.
@@ -232,7 +218,6 @@ private slots:
                                       block);
         QCOMPARE(f.readBytes("Computers"), QByteArray("SRV1\r\n"));
         QCOMPARE(f.readBytes("Interval"), QByteArray("45\r\n"));
-        QCOMPARE(f.program->schedule.text(), QStringLiteral("45"));
         QCOMPARE(texts(f.w().Combo1), QStringList{"SRV1"});
         QCOMPARE(shell::MainWindow::serverIcon(f.w().findServer("SRV1")), 9);
         QCOMPARE(f.w().Text1->text(), QStringLiteral("SRV1")); // the combo did not move the main window
@@ -244,17 +229,12 @@ private slots:
         f.window = nullptr;
         f.sim.app = {};
         f.launch();
-        QCOMPARE(texts(f.w().Combo1), QStringList{"SRV1"});
-        QCOMPARE(shell::MainWindow::serverIcon(f.w().findServer("SRV1")), 9);
         QCOMPARE(f.form2().Label5->text(), QStringLiteral("45"));
         f.open();
         QCOMPARE(texts(f.form2().List2), QStringList{"Print Spooler"});
         QCOMPARE(texts(f.form2().List7), QStringList{SetupWindow::kSelectService});
         f.selectMonitored(0);
         QCOMPARE(texts(f.form2().List7), five);
-        f.form2().Command7->click(); // Edit shows the same list
-        QCOMPARE(texts(f.form3().List1), five);
-        QCOMPARE(f.form3().mode(), AlertSetupWindow::Mode::Edit);
     }
 
     // "&Add", a double click and the context menu open Form3 for the selected service; with no
@@ -321,23 +301,19 @@ private slots:
 
         f.selectService("Print Spooler"); // empties the list
         f.addAction("Alert");
-        f.addAction("Alert");
         f.addAction("Restart Service");
         f.addAction("Restart Service");
-        QCOMPARE(f.sim.boxes.texts().mid(1), QStringList(2, "Item already exists          "));
+        QCOMPARE(f.sim.boxes.texts().mid(1), QStringList{"Item already exists          "});
         f.addAction("Send Email to:", "");
         f.addAction("Net Message Send to:", "");
         f.addAction("Start program:", "");
-        QCOMPARE(f.sim.boxes.texts().mid(3),
+        QCOMPARE(f.sim.boxes.texts().mid(2),
                  (QStringList{"No Valid Email Address !", "No Valid Net Message Recipient !", "  No Valid Program !"}));
-        for (const auto& box : f.sim.boxes.shown)
-            QCOMPARE(box.icon, MsgIcon::Information);
+        QCOMPARE(f.sim.boxes.shown.last().icon, MsgIcon::Information);
         // A semicolon would cut the stored record apart.
         f.addAction("Start program:", "/bin/a;b");
-        f.addAction("Net Message Send to:", "ops;desk");
         f.addAction("Play Sound:", "/snd/a;b.wav");
-        QCOMPARE(f.sim.boxes.texts().mid(6), (QStringList{"  No Valid Program !", "No Valid Net Message Recipient !",
-                                                           "No Valid Sound File !"}));
+        QCOMPARE(f.sim.boxes.texts().mid(5), (QStringList{"  No Valid Program !", "No Valid Sound File !"}));
         // A sound without a file is taken.
         f.addAction("Play Sound:", "");
         QCOMPARE(texts(form3.List1), (QStringList{"Alert", "Restart Service", "Play Sound: "}));
@@ -356,7 +332,6 @@ private slots:
         f.kind("Send Email to:");
         QCOMPARE(enabled(), (QList<bool>{true, false, false, false, false}));
         form3.Text1->setText("ops@example.org");
-        QCOMPARE(form3.Text1->toolTip(), QStringLiteral("ops@example.org"));
         f.kind("Net Message Send to:");
         QCOMPARE(enabled(), (QList<bool>{false, false, false, true, true}));
         QCOMPARE(form3.Text1->text(), QString()); // cleared when disabled
@@ -366,7 +341,6 @@ private slots:
         form3.Text3->setText("desk");
         form3.Command8->click();
         QCOMPARE(f.sim.messenger.sent.value(0).recipient, QStringLiteral("desk"));
-        QCOMPARE(f.sim.boxes.texts().value(1), QStringLiteral("The Net Message was successfully sent to desk."));
         f.kind("Play Sound:");
         QCOMPARE(enabled(), (QList<bool>{false, true, true, false, false}));
         QCOMPARE(form3.Text3->text(), QString());
@@ -374,10 +348,6 @@ private slots:
         f.kind("Start program:");
         QCOMPARE(enabled(), (QList<bool>{false, true, true, false, false}));
         QCOMPARE(form3.Text2->text(), QStringLiteral("/snd/a.wav"));
-        QVERIFY(form3.Text1->palette().color(QPalette::Base) != form3.Text2->palette().color(QPalette::Base));
-        f.kind("Restart Service");
-        QCOMPARE(enabled(), (QList<bool>{false, false, false, false, false}));
-        QCOMPARE(form3.Text2->text(), QString());
         // Browse chooses a file by kind.
         f.kind("Start program:");
         f.sim.filedialogs.script("/opt/tools/page oncall");
@@ -386,19 +356,12 @@ private slots:
         f.kind("Play Sound:");
         f.sim.filedialogs.script("/usr/share/sounds/alarm.wav");
         form3.Command3->click();
-        QCOMPARE(form3.Text2->text(), QStringLiteral("/usr/share/sounds/alarm.wav"));
-        form3.Command3->click(); // cancelled
-        QCOMPARE(form3.Text2->text(), QStringLiteral("/usr/share/sounds/alarm.wav"));
         f.sim.filedialogs.script("/" + QString(300, 'x') + ".wav"); // longer than an action takes
         form3.Command3->click();
         QCOMPARE(form3.Text2->text(), QStringLiteral("/usr/share/sounds/alarm.wav"));
-        QCOMPARE(f.sim.filedialogs.requests.size(), 4);
         const auto& r = f.sim.filedialogs.requests;
-        QCOMPARE(r[0].title, QStringLiteral("Select File:"));
-        QCOMPARE(r[0].filterName, QStringLiteral("All Files (*.*)"));
-        QCOMPARE(r[0].pattern, QStringLiteral("*.*"));
-        QCOMPARE(r[1].filterName, QStringLiteral("Soundfiles (*.wav)"));
-        QCOMPARE(r[1].pattern, QStringLiteral("*.wav"));
+        QCOMPARE((QStringList{r[0].title, r[0].filterName, r[0].pattern, r[1].filterName, r[1].pattern}),
+                 (QStringList{"Select File:", "All Files (*.*)", "*.*", "Soundfiles (*.wav)", "*.wav"}));
     }
 
     void removeUpAndDown()
@@ -407,9 +370,7 @@ private slots:
         f.writeFile("MailProfile", {"default"});
         AlertSetupWindow& form3 = f.addService();
         form3.Command5->click();
-        form3.Command6->click();
-        form3.Command7->click();
-        QCOMPARE(f.sim.boxes.texts(), QStringList(3, "No Action listed!        "));
+        QCOMPARE(f.sim.boxes.texts(), QStringList{"No Action listed!        "});
         f.addAction("Alert");
         f.addAction("Restart Service");
         f.addAction("Send Email to:", "a@b");
@@ -417,9 +378,6 @@ private slots:
         form3.Command5->click();
         QCOMPARE(f.sim.boxes.texts().last(), QStringLiteral("Please select an Item!        "));
 
-        form3.List1->setCurrentRow(0);
-        form3.Command6->click(); // the top one up: no change
-        QCOMPARE(texts(form3.List1), (QStringList{"Alert", "Restart Service", "Send Email to: a@b"}));
         form3.List1->setCurrentRow(2);
         form3.Command7->click(); // the bottom one down: no change
         QCOMPARE(texts(form3.List1), (QStringList{"Alert", "Restart Service", "Send Email to: a@b"}));
@@ -433,38 +391,12 @@ private slots:
         form3.List1->setCurrentRow(1);
         form3.Command5->click();
         QCOMPARE(texts(form3.List1), (QStringList{"Send Email to: a@b", "Restart Service"}));
-        QCOMPARE(f.sim.boxes.shown.size(), 4);
+        QCOMPARE(f.sim.boxes.shown.size(), 2);
 
         // Two entries: two filled slots and three empty ones.
         form3.Command1->click();
         f.form2().Command3->click();
         QCOMPARE(f.lines("SRV1").first(), QStringLiteral("CUPS Scheduler;cups;Send Email to: a@b;Restart Service;;;;"));
-        // A new per-server file gets the empty properties block.
-        QCOMPARE(f.lines("SRV1").mid(1), emptyBlock());
-    }
-
-    void secondServiceShowsTheHintAndASelectionMadeMeanwhileWins()
-    {
-        Fleet f;
-        f.addService();
-        f.addAction("Alert");
-        f.form3().Command1->click();
-        QCOMPARE(texts(f.form2().List7), (QStringList{"Alert", "", "", "", ""}));
-
-        f.selectService("Print Spooler");
-        f.form2().Command1->click();
-        f.addAction("Restart Service");
-        // Meanwhile another service is chosen in the setup window (which empties the list).
-        f.selectService("Regular background program processing daemon");
-        f.addAction("Restart Service");
-        f.form3().Command1->click();
-        QCOMPARE(texts(f.form2().List2), (QStringList{"CUPS Scheduler", "Regular background program processing daemon"}));
-        QCOMPARE(f.form2().entries()[1].servicename, QStringLiteral("cron"));
-        QCOMPARE(texts(f.form2().List7), QStringList{SetupWindow::kSelectService});
-        f.selectMonitored(1);
-        QCOMPARE(texts(f.form2().List7), (QStringList{"Restart Service", "", "", "", ""}));
-        emit f.form2().List7->itemClicked(f.form2().List7->item(0));
-        QCOMPARE(f.form2().List7->toolTip(), QStringLiteral("Restart Service"));
     }
 
     void editReplacesInPlace()
@@ -481,7 +413,6 @@ private slots:
         AlertSetupWindow& form3 = f.form3();
         QVERIFY(form3.isVisible());
         QCOMPARE(texts(form3.List1), (QStringList{"Alert", "Restart Service"})); // the empty slot between goes
-        QCOMPARE(form3.editPosition(), 0);
         form3.List1->setCurrentRow(1);
         form3.Command6->click();
         form3.Command1->click();
@@ -514,7 +445,6 @@ private slots:
 
         f.open();
         f.selectMonitored(0);
-        QVERIFY(f.form2().List7->count() == 5);
         f.form2().Command2->click();
         QVERIFY(f.form2().entries().empty());
         QCOMPARE(f.form2().List7->count(), 0);
@@ -536,7 +466,6 @@ private slots:
     {
         Fleet f;
         f.open();
-        QCOMPARE(f.form2().ListView1->topLevelItemCount(), 4);
         f.w().services->Command6->click(); // "Show active Services"
         QTRY_COMPARE(f.w().services->ListView1->topLevelItemCount(), 3);
         QTreeWidget* servers = f.w().ListView2;
@@ -586,10 +515,7 @@ private slots:
             QVERIFY2(f.form2().isVisible(), qPrintable(failing));
             QCOMPARE(f.form2().entries().size(), size_t(2));
             QCOMPARE(f.sim.boxes.shown.size(), 1);
-            const auto& box = f.sim.boxes.shown.first();
-            QCOMPARE(box.title, QStringLiteral("Velmora"));
-            QCOMPARE(box.icon, MsgIcon::Critical);
-            QVERIFY2(box.text.contains(f.path(failing)), qPrintable(box.text));
+            QVERIFY(f.sim.boxes.texts().first().contains(f.path(failing)));
             QCOMPARE(f.readBytes(failing), failing == "Interval" ? interval : failing == "SRV1" ? srv1 : computers);
             f.sim.files.clearFailures();
             f.form2().Command3->click();
@@ -630,12 +556,10 @@ private slots:
         QTest::addColumn<QString>("file");
         QTest::addColumn<int>("minutes");
         QTest::addColumn<int>("spinner");
-        QTest::newRow("number") << "15" << 15 << 15;
+        // How the number is read is pinned with the schedule itself; here each way the
+        // spinner shows it.
         QTest::newRow("number and a word") << "15 Minutes" << 15 << 15;
-        QTest::newRow("fraction") << "2.5" << 2 << 2;
         QTest::newRow("too many") << "99999" << 99999 << 240;
-        QTest::newRow("negative") << "-5" << -5 << 1;
-        QTest::newRow("zero") << "0" << 0 << 1;
         QTest::newRow("no number") << "garbage" << 0 << 1;
     }
     void intervalIsReadByItsLeadingNumber()
@@ -675,30 +599,17 @@ private slots:
     void monitorServiceFromTheMainWindow()
     {
         Fleet f;
-        f.writeFile("SRV1", QStringList{"CUPS Scheduler;cups;Alert;;;;;"} + emptyBlock());
         f.w().services->Command2->click(); // list the services in the main window
-        auto select = [&](const QString& display) {
-            const auto items = f.w().services->ListView1->findItems(display, Qt::MatchExactly);
-            QVERIFY(!items.isEmpty());
-            f.w().services->ListView1->setCurrentItem(items.first());
-        };
-        select("Print Spooler");
+        const auto items = f.w().services->ListView1->findItems("Print Spooler", Qt::MatchExactly);
+        QVERIFY(!items.isEmpty());
+        f.w().services->ListView1->setCurrentItem(items.first());
         f.w().services->mnumonitorservice->trigger();
         QVERIFY(f.form2().isVisible());
         QVERIFY(f.form3().isVisible());
-        QCOMPARE(f.form3().Frame1->title(), QStringLiteral("Monitoring Options for Service : Print Spooler"));
         QCOMPARE(f.form2().ListView1->currentItem()->text(0), QStringLiteral("Print Spooler"));
         f.addAction("Alert");
         f.form3().Command1->click();
         QCOMPARE(f.form2().entries().back().servicename, QStringLiteral("spooler"));
-
-        f.form3().hide();
-        f.form2().hide();
-        f.w().services->Command2->click();
-        select("CUPS Scheduler");
-        f.w().services->mnumonitorservice->trigger();
-        QCOMPARE(f.sim.boxes.texts(), QStringList{"Item already exists          "});
-        QVERIFY(!f.form3().isVisible());
     }
 
     void handEditedFilesAreReadAsStored()
@@ -707,25 +618,16 @@ private slots:
         const QString odd = "Odd;odd;Reboot Server;Start program: /opt/my tools/größe.sh;Play Sound: /snd/notes.txt;"
                             "Alert;Restart Service;Send Email to: x@y;extra;";
         f.writeFile("SRV1", {"No final semicolon;cups;Alert", odd, "", "Cron;cron;;;;;;"});
+        // Which lines are records is pinned where they are parsed; here an unknown action is kept
+        // and the sixth and seventh slots go.
         f.open();
         QCOMPARE(texts(f.form2().List2), (QStringList{"Odd", "Cron"}));
-        const auto& odd0 = f.form2().entries()[0];
-        QCOMPARE(odd0.actions[0], QStringLiteral("Reboot Server")); // unknown, kept
-        QCOMPARE(odd0.actions[4], QStringLiteral("Restart Service")); // the sixth and seventh slots are dropped
         f.form2().Command3->click();
         // No properties block: the empty one is written after the records.
         const QStringList stored{"Odd;odd;Reboot Server;Start program: /opt/my tools/größe.sh;Play Sound: /snd/notes.txt;"
                                  "Alert;Restart Service;",
                                  "Cron;cron;;;;;;"};
         QCOMPARE(f.lines("SRV1"), stored + emptyBlock());
-        // What is stored now reads back identically.
-        f.open();
-        f.form2().Command3->click();
-        QCOMPARE(f.lines("SRV1"), stored + emptyBlock());
-        // A last line without its line end is not a record.
-        f.writeBytes("SRV1", "Cron;cron;Alert;;;;;\r\nCUPS;cups;Alert;;;;;");
-        f.open();
-        QCOMPARE(texts(f.form2().List2), QStringList{"Cron"});
     }
 };
 
