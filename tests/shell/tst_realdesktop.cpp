@@ -2,9 +2,8 @@
 // draws title bars (openbox) and a real XEmbed tray host (trayer). The tray icon appears in the
 // host, the window is kept out of the task bar, a double click on the icon or the tray menu's
 // "Maximize" brings the hidden or minimized window back where it was and in front, the tray
-// menu's "Exit" ends the program, the stored
-// window place is the frame's and comes back without creeping, and the report's message boxes
-// close as a user closes them. The pointer is moved and clicked through the X server (xdotool),
+// menu's "Exit" ends the program, the stored window place is the frame's and comes back without
+// creeping, and the report's message boxes close as a user closes them. The pointer is moved and clicked through the X server (xdotool),
 // as a user's hand would.
 #include "support/windowfixture.h"
 #include "platform/linux/qtmessageboxes.h"

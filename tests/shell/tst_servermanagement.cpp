@@ -15,7 +15,6 @@
 #include <QComboBox>
 #include <QDateTimeEdit>
 #include <QGroupBox>
-#include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMenu>
@@ -262,7 +261,6 @@ private slots:
         QCOMPARE(setup->List3->count(), 2);
 
         f.select("FS1");
-        w.services->Label1->setText("All Registered Services on : FS1");
         w.services->Text2->setText("Running");
         f.sim.boxes.script(MsgAnswer::Cancel);
         w.Command14->click();

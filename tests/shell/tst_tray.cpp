@@ -1,13 +1,11 @@
-// The tray icon and its menu on the simulated tray: the menu's items, hiding the main window,
-// the clicks on the icon, a desktop without a tray, and every way out removing the icon. Where
+// The tray icon on the simulated tray: hiding the main window, a desktop without a tray, and
+// every way out removing the icon. Where
 // the window comes back to is tried under a real window manager (tst_realdesktop).
 #include "support/windowfixture.h"
-#include "shell/help.h"
 #include "shell/tray.h"
 
 #include <QAction>
 #include <QApplication>
-#include <QMenu>
 #include <QPushButton>
 #include <QTest>
 
@@ -41,14 +39,6 @@ shell::MainWindow& startActive(WindowFixture& f)
 class TestTray : public QObject {
     Q_OBJECT
 private slots:
-    void cleanup()
-    {
-        for (QWidget* w : QApplication::topLevelWidgets()) {
-            if (auto* menu = qobject_cast<QMenu*>(w))
-                menu->close();
-        }
-    }
-
     void activationAddsTheIconAndKeepsTheWindowOutOfTheTaskbar_data()
     {
         QTest::addColumn<bool>("trayAvailable");
