@@ -468,6 +468,7 @@ private slots:
         f.open();
         f.w().services->Command6->click(); // "Show active Services"
         QTRY_COMPARE(f.w().services->ListView1->topLevelItemCount(), 3);
+        QCOMPARE(f.w().services->Label1->text(), QStringLiteral("Active Services on : SRV1"));
         QTreeWidget* servers = f.w().ListView2;
         QTest::mouseClick(servers->viewport(), Qt::LeftButton, {},
                           servers->visualItemRect(f.w().findServer("SRV2")).center());
