@@ -4,7 +4,7 @@
 #include "actions/mailservers.h"
 #include "platform/linux/smbmessenger.h"
 
-#include "support/smbdprocess.h"
+#include "support/privatesmbd.h"
 
 #include <QDirIterator>
 #include <QTemporaryDir>
@@ -21,69 +21,29 @@ namespace {
 // smbd on 127.0.0.1 of the current network namespace, taking WinPopup messages into files.
 class SmbServer {
 public:
-    ~SmbServer()
-    {
-        if (proc_.state() != QProcess::NotRunning) {
-            proc_.terminate();
-            if (!proc_.waitForFinished(10000)) {
-                proc_.kill();
-                proc_.waitForFinished(5000);
-            }
-        }
-    }
     // acceptMessages false: no message command, so smbd refuses messages.
     bool start(bool acceptMessages, QString* why)
     {
-        const QString smbd = QStandardPaths::findExecutable(QStringLiteral("smbd"), {"/usr/sbin", "/usr/bin"});
-        if (smbd.isEmpty()) {
-            *why = QStringLiteral("smbd is not installed");
-            return false;
-        }
-        const QString root = dir_.path();
         // The message command runs as the guest user: it must reach and write the folder.
+        const QString root = QFileInfo(smbd_.config()).path();
         QFile::setPermissions(root, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner
                                         | QFileDevice::ReadOther | QFileDevice::ExeOther | QFileDevice::ReadGroup
                                         | QFileDevice::ExeGroup);
-        for (const char* sub : {"private", "lock", "state", "cache", "pid", "ncalrpc", "msgs"})
-            QDir(root).mkpath(QString::fromLatin1(sub));
+        QDir(root).mkpath(QStringLiteral("msgs"));
         ::chmod(QFile::encodeName(messageFolder()).constData(), 01777);
-        QString conf = QStringLiteral("[global]\n"
-                                      "  netbios name = VELMORATEST\n"
-                                      "  workgroup = VELMORA\n"
-                                      "  server role = standalone server\n"
-                                      "  server min protocol = NT1\n"
-                                      "  client min protocol = NT1\n"
-                                      "  interfaces = lo\n"
-                                      "  bind interfaces only = yes\n"
-                                      "  disable netbios = no\n"
-                                      "  smb ports = 139 445\n"
-                                      "  private dir = %1/private\n"
-                                      "  lock directory = %1/lock\n"
-                                      "  state directory = %1/state\n"
-                                      "  cache directory = %1/cache\n"
-                                      "  pid directory = %1/pid\n"
-                                      "  ncalrpc dir = %1/ncalrpc\n"
-                                      "  log file = %1/log.%m\n"
-                                      "  map to guest = bad user\n"
-                                      "  guest account = nobody\n"
-                                      "  load printers = no\n"
-                                      "  printing = bsd\n"
-                                      "  printcap name = /dev/null\n")
-                           .arg(root);
+        QString conf = QStringLiteral("  netbios name = VELMORATEST\n  workgroup = VELMORA\n"
+                                      "  server role = standalone server\n  server min protocol = NT1\n"
+                                      "  client min protocol = NT1\n  disable netbios = no\n  smb ports = 139 445\n"
+                                      "  map to guest = bad user\n  guest account = nobody\n");
         if (acceptMessages)
             conf += QStringLiteral("  message command = /bin/sh -c '/bin/cat %s > \"$(/bin/mktemp %1/msg.XXXXXX)\"; "
                                    "/bin/rm -f %s' &\n")
                         .arg(messageFolder());
-        QFile f(config());
-        if (!f.open(QIODevice::WriteOnly))
-            return false;
-        f.write(conf.toUtf8());
-        f.close();
         // Ready once it accepts connections on the NetBIOS session port.
-        return testsupport::startSmbd(proc_, smbd, config(), 139, why);
+        return smbd_.configure(conf) && smbd_.start(139, why);
     }
-    QString config() const { return dir_.filePath(QStringLiteral("smb.conf")); }
-    QString messageFolder() const { return dir_.filePath(QStringLiteral("msgs")); }
+    QString config() const { return smbd_.config(); }
+    QString messageFolder() const { return smbd_.path(QStringLiteral("msgs")); }
     QStringList messages() const
     {
         QStringList out;
@@ -97,8 +57,7 @@ public:
     }
 
 private:
-    QTemporaryDir dir_;
-    QProcess proc_;
+    testsupport::PrivateSmbd smbd_;
 };
 
 // An executable shell script standing in for smbclient.
