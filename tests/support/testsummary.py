@@ -130,14 +130,15 @@ def main():
         program = build / "tests" / f"test_{name}"
         if as_root:
             for (function, tag), (verdict, reason) in list(results.items()):
-                if verdict == "skip" and reason.startswith(ORDINARY_USER) and not tag:
-                    rerun, why = run_as_nobody(program, function, source_dir)
-                    reran.append(f"{name}: {function}")
+                if verdict == "skip" and reason.startswith(ORDINARY_USER):
+                    # A data row runs on its own as function:tag.
+                    rerun, why = run_as_nobody(program, function + (f":{tag}" if tag else ""), source_dir)
+                    reran.append(f"{name}: {function}" + (f"({tag})" if tag else ""))
                     if rerun is None:
                         results[(function, tag)] = ("skip", f"{reason}; {why}")
                         continue
                     for key, value in rerun.items():
-                        if key[0] == function:
+                        if key[0] == function and (not tag or key[1] == tag):
                             verdict2, reason2 = value
                             if verdict2 == "pass":
                                 reason2 = ""
